@@ -1,0 +1,17 @@
+# What everything here is compiled and linked with.
+add_library(zel_build_flags INTERFACE)
+target_compile_options(zel_build_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Werror
+    -fstack-protector-strong
+    # Fortified functions need an optimiser, and hide overflows from the address sanitizer.
+    $<$<CONFIG:RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+target_link_options(zel_build_flags INTERFACE
+    -Wl,--as-needed,-z,relro,-z,now,-z,noexecstack)
+
+# The platform stand-ins, the probe libraries and the product: complete libraries without surprises. An exported
+# function stays interposable: never inlined into its callers and never bound locally. gcc does so by itself in
+# position-independent code, clang when told.
+add_library(zel_library_flags INTERFACE)
+target_link_libraries(zel_library_flags INTERFACE zel_build_flags)
+target_compile_options(zel_library_flags INTERFACE -fsemantic-interposition)
+target_link_options(zel_library_flags INTERFACE -Wl,-z,defs)

@@ -1,0 +1,26 @@
+/**
+ * @file
+ * What all headers of the interface share: the mark of an exported symbol and the result codes.
+ */
+#ifndef ZEL_CORE_TERM_ZEL_TERM_API_H
+#define ZEL_CORE_TERM_ZEL_TERM_API_H
+
+/** An exported symbol. Each can be interposed: the library itself calls it through the dynamic symbol. */
+#define ZEL_CORE_TERM_API __attribute__((visibility("default")))
+
+/**
+ * The library's own result codes. Every operation returns 0 or one of these, or passes on the code of the
+ * component that it called (the initialisation component, the interconnect component, the session handler).
+ */
+enum {
+    ZEL_CORE_TERM_SUCCESS = 0,
+    ZEL_CORE_TERM_NULL_OUTPUT = 2,            /**< a required output pointer is NULL */
+    ZEL_CORE_TERM_OUT_OF_RANGE = 3,           /**< an identifier or argument is out of range */
+    ZEL_CORE_TERM_SESSION_FREE = 4,           /**< the UDP session id is not in use */
+    ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the UDP session id is already in use */
+    ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION = 7, /**< neither IPv4 nor IPv6, or not the one that the operation needs */
+    ZEL_CORE_TERM_NO_FREE_SESSION = 10,       /**< all UDP session ids are in use */
+    ZEL_CORE_TERM_DATA_PLANE_FAILED = 13      /**< a data-plane call failed, or the library is not started */
+};
+
+#endif

@@ -1,0 +1,143 @@
+/**
+ * @file
+ * UDP sessions: each terminates one UDP flow pair over IPv4 or IPv6 with an ingress and an egress association in
+ * the data plane, and joins them to ovlin flows by an uplink and a downlink binding.
+ *
+ * Sessions are named by the caller: a udp_session_id is 1 to 70,000. Operations run to their end on the
+ * caller's thread; the caller serialises them.
+ */
+#ifndef ZEL_CORE_TERM_ZEL_UDP_SESSION_H
+#define ZEL_CORE_TERM_ZEL_UDP_SESSION_H
+
+#include <stdint.h>
+
+#include <zel_layout.h>
+
+#include "zel_term_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** The highest valid udp_session_id; the lowest is 1. */
+enum { ZEL_CORE_TERM_UDP_SESSION_ID_MAX = 70000 };
+
+/**
+ * The configuration of a session: 56 bytes, integers in the machine's byte order. All bytes are kept as they
+ * are given, reserved ones included.
+ */
+typedef struct zel_core_term_udp_session_cfg_t {
+    uint8_t ip_version; /**< 4 or 6 */
+    uint8_t reserved_01[3];
+    uint8_t local_addr[16]; /**< network byte order; an IPv4 address is the first 4 bytes */
+    uint8_t reserved_14[4];
+    uint8_t remote_addr[16]; /**< as local_addr */
+    uint16_t local_port;
+    uint16_t remote_port;
+    uint32_t vrf_id; /**< routing instance of both associations */
+    uint32_t pmtu;   /**< path MTU in bytes; IPv6 only, where its low 16 bits are used */
+    uint8_t ttl;     /**< TTL or hop limit; 0 when not given: IPv4 then sends 0 to the data plane, IPv6 128 */
+    uint8_t reserved_35[3];
+} zel_core_term_udp_session_cfg_t;
+
+ZEL_LAYOUT_SIZE(zel_core_term_udp_session_cfg_t, 56);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, ip_version, 0, 1);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, local_addr, 4, 16);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, remote_addr, 24, 16);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, local_port, 40, 2);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, remote_port, 42, 2);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, vrf_id, 44, 4);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, pmtu, 48, 4);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_cfg_t, ttl, 52, 1);
+
+/** What the capabilities query reports: fixed values, of which the library applies only the first. */
+typedef struct zel_core_term_udp_session_capabilities_t {
+    uint32_t max_udp_sessions; /**< 70,000 */
+    uint32_t capability_b;     /**< 41,000 */
+    uint32_t capability_c;     /**< 61,000 */
+} zel_core_term_udp_session_capabilities_t;
+
+ZEL_LAYOUT_SIZE(zel_core_term_udp_session_capabilities_t, 12);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, max_udp_sessions, 0, 4);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_b, 4, 4);
+ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_c, 8, 4);
+
+/**
+ * Starts the module with an empty table and reads the ovlin capabilities; called by zel_core_term_start() once
+ * the handle block is filled.
+ *
+ * @return 0, or the code of zel_core_ic_ovlin_capabilities_get(); the table is then empty and the module has the
+ *         handle block all the same
+ */
+ZEL_CORE_TERM_API uint32_t zel_udp_session_start(void);
+
+/**
+ * Stops the module; called by zel_core_term_stop(). Empties the table without touching the data plane.
+ *
+ * @return 0
+ */
+ZEL_CORE_TERM_API uint32_t zel_udp_session_stop(void);
+
+/**
+ * The module's capabilities.
+ *
+ * @param capabilities receives them
+ * @return 0; 2 when `capabilities` is NULL
+ */
+ZEL_CORE_TERM_API uint32_t
+zel_core_term_udp_session_capabilities_get(zel_core_term_udp_session_capabilities_t *capabilities);
+
+/**
+ * The lowest udp_session_id that is free. It is not reserved: it stays free until an add takes it.
+ *
+ * @param udp_session_id receives the id; must be valid
+ * @return 0; 10 when all ids are in use, `udp_session_id` then being unchanged
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_free_id_get(uint32_t *udp_session_id);
+
+/**
+ * The configuration of a session as add received it and modify changed it.
+ *
+ * @param udp_session_id the session
+ * @param cfg            receives the 56 bytes; must be valid
+ * @return 0; 3 when the id is outside 1 to 70,000; 4 when it is free; `cfg` is written only with 0
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_session_id,
+                                                             zel_core_term_udp_session_cfg_t *cfg);
+
+/**
+ * Adds a session: creates its ingress and its egress association, binds the uplink ovlin flow
+ * ((tn_ul_pcep_id << 20) | udp_session_id) to the egress association and the ingress association to the
+ * downlink ovlin flow ((tn_dl_pcep_id << 20) | the low 20 bits of rat_ovlin_session_id).
+ *
+ * A downlink ovlin flow ID of 0 counts as not bound, so that no undo or disconnect removes such a binding.
+ *
+ * @param udp_session_id       1 to 70,000, free
+ * @param cfg                  the configuration, copied; must be valid
+ * @param tn_ul_pcep_id        PCEP of the uplink flow, at most the ovlin capabilities' max_tn_pcep_id
+ * @param tn_dl_pcep_id        PCEP of the downlink flow, same limit
+ * @param rat_ovlin_session_id RAT-side ovlin session, at most the capabilities' max_rat_ovlin_session_id
+ * @param dscp                 DSCP of the uplink binding, not checked
+ * @param session_type_flag    not 0: zel_ovlin_session_handler_set_session_type() is called for tn_ul_pcep_id
+ *                             with session type 2 before the uplink bind
+ *
+ * @return 0: added.
+ *         3: an id is out of range; 5: the id is in use; 7: the IP version is neither 4 nor 6; 13 with the module
+ *         stopped: nothing was done.
+ *         13: a data-plane call failed; what was made was unbound and deleted again in reverse order and the id
+ *         is free. Where such an undo failed too, the data plane keeps an object or binding that no session owns.
+ *         4: the table was emptied while the add ran, which a caller that serialises never sees; undone likewise.
+ *         Any other: the code of the session-type hook; undone likewise, except that after a 3 or a 5 of
+ *         the hook nothing is undone: the id stays in use with both associations and no binding.
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id,
+                                                         const zel_core_term_udp_session_cfg_t *cfg,
+                                                         uint32_t tn_ul_pcep_id, uint32_t tn_dl_pcep_id,
+                                                         uint32_t rat_ovlin_session_id, uint8_t dscp,
+                                                         uint8_t session_type_flag);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,16 @@
+#include "kiv_util.h"
+
+const char *kiv_util_init_rc_str_get(uint32_t result_code)
+{
+    switch (result_code) {
+    case 0: return "success";
+    case 2: return "required output pointer is NULL";
+    case 3: return "identifier or argument out of range";
+    case 4: return "session is free";
+    case 5: return "session id already in use";
+    case 7: return "unsupported IP version";
+    case 10: return "no free session id";
+    case 13: return "data-plane call failed";
+    default: return "unknown result code";
+    }
+}

@@ -1,0 +1,166 @@
+#include "model.h"
+
+namespace vok_cp {
+namespace {
+
+struct kind_traits {
+    std::uint64_t type_handle;
+    bool receives; ///< the source of bindings; otherwise it sends and is their destination
+    std::span<const field> fields;
+};
+
+const kind_traits &traits(vok_cp_sim_kind_t kind)
+{
+    static const kind_traits table[] = {
+        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, true, ip_ingress_fields},
+        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, false, ip_egress_fields},
+        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, true, ipv6_ingress_fields},
+        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, false, ipv6_egress_create_fields},
+    };
+    return table[kind];
+}
+
+std::span<const std::byte> bytes_of(const vok_bind_record &record)
+{
+    return std::as_bytes(std::span(&record, 1));
+}
+
+binding_key key_of(const vok_bind_record &r)
+{
+    return {r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID};
+}
+
+status check_ovlin_end(std::uint64_t type, std::uint64_t handle)
+{
+    if (type != VOK_CP_SIM_OVLIN_FLOW_TYPE)
+        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    return handle == 0 ? VOK_CP_SIM_OK : VOK_CP_SIM_RESERVED_NOT_ZERO;
+}
+
+} // namespace
+
+status model::create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const std::byte> record,
+                     std::uint64_t *handle)
+{
+    if (type != traits(kind).type_handle)
+        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    if (record.data() == nullptr || handle == nullptr)
+        return VOK_CP_SIM_NULL_ARGUMENT;
+    if (const status wrong = check_record(record, traits(kind).fields))
+        return wrong;
+    *handle = next_handle_++;
+    objects_.emplace(*handle, object{kind, {record.begin(), record.end()}});
+    return VOK_CP_SIM_OK;
+}
+
+status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
+{
+    if (type != traits(kind).type_handle)
+        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    const object *found = find(kind, handle);
+    if (found == nullptr)
+        return VOK_CP_SIM_UNKNOWN_HANDLE;
+    if (found->binding_count != 0)
+        return VOK_CP_SIM_OBJECT_IN_USE;
+    objects_.erase(handle);
+    return VOK_CP_SIM_OK;
+}
+
+status model::modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> record, std::uint64_t handle)
+{
+    if (type != VOK_CP_SIM_IPV6_ASSOCIATION_TYPE)
+        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    if (record.data() == nullptr)
+        return VOK_CP_SIM_NULL_ARGUMENT;
+    object *found = find(VOK_CP_SIM_IPV6_EGRESS, handle);
+    if (found == nullptr)
+        return VOK_CP_SIM_UNKNOWN_HANDLE;
+    if (const status wrong = check_record(record, ipv6_egress_modify_fields))
+        return wrong;
+    found->record.assign(record.begin(), record.end());
+    return VOK_CP_SIM_OK;
+}
+
+status model::bind(std::uint64_t instance, const vok_bind_record *record)
+{
+    if (const status wrong = check_binding(instance, record))
+        return wrong;
+    binding made{*record, record->dscpRef != nullptr, record->dscpRef != nullptr ? *record->dscpRef : std::uint8_t{0}};
+    made.record.dscpRef = nullptr;
+    if (!bindings_.emplace(key_of(*record), made).second)
+        return VOK_CP_SIM_DUPLICATE_BINDING;
+    count_binding(*record, 1);
+    return VOK_CP_SIM_OK;
+}
+
+status model::unbind(std::uint64_t instance, const vok_bind_record *record)
+{
+    if (const status wrong = check_binding(instance, record))
+        return wrong;
+    if (record->dscpRef != nullptr)
+        return VOK_CP_SIM_WRONG_CONSTANT;
+    if (bindings_.erase(key_of(*record)) == 0)
+        return VOK_CP_SIM_NO_SUCH_BINDING;
+    count_binding(*record, static_cast<std::uint32_t>(-1));
+    return VOK_CP_SIM_OK;
+}
+
+void model::clear()
+{
+    bindings_.clear();
+    objects_.clear();
+}
+
+object *model::find(vok_cp_sim_kind_t kind, std::uint64_t handle)
+{
+    const auto found = objects_.find(handle);
+    return found != objects_.end() && found->second.kind == kind ? &found->second : nullptr;
+}
+
+status model::check_end(std::uint64_t type, std::uint64_t handle, bool receives) const
+{
+    const auto found = objects_.find(handle);
+    if (found == objects_.end() || traits(found->second.kind).receives != receives)
+        return VOK_CP_SIM_UNKNOWN_HANDLE;
+    return traits(found->second.kind).type_handle == type ? VOK_CP_SIM_OK : VOK_CP_SIM_WRONG_TYPE_HANDLE;
+}
+
+status model::check_binding(std::uint64_t instance, const vok_bind_record *record) const
+{
+    if (instance != VOK_CP_SIM_INSTANCE)
+        return VOK_CP_SIM_WRONG_INSTANCE;
+    if (record == nullptr)
+        return VOK_CP_SIM_NULL_ARGUMENT;
+    if (const status wrong = check_record(bytes_of(*record), bind_fields))
+        return wrong;
+    const vok_bind_record &r = *record;
+    const bool session_type_known =
+        r.srcSessionType == VOK_SESSION_TYPE_L2TP || r.srcSessionType == VOK_SESSION_TYPE_UDP;
+    if (r.direction != VOK_EGRESS || !session_type_known || r.srcSessionType != r.dstSessionType)
+        return VOK_CP_SIM_WRONG_CONSTANT;
+    switch (r.bindKind) {
+    case VOK_BIND_ID2F:
+        if (const status wrong = check_ovlin_end(r.srcTypeHandle, r.srcFlowHandle))
+            return wrong;
+        if (r.dstFlowID != 0)
+            return VOK_CP_SIM_RESERVED_NOT_ZERO;
+        return check_end(r.dstTypeHandle, r.destFlowHandle, false);
+    case VOK_BIND_F2ID:
+        if (const status wrong = check_ovlin_end(r.dstTypeHandle, r.destFlowHandle))
+            return wrong;
+        if (r.srcFlowID != 0)
+            return VOK_CP_SIM_RESERVED_NOT_ZERO;
+        return check_end(r.srcTypeHandle, r.srcFlowHandle, true);
+    default:
+        return VOK_CP_SIM_WRONG_CONSTANT;
+    }
+}
+
+void model::count_binding(const vok_bind_record &record, std::uint32_t change)
+{
+    for (const std::uint64_t handle : {record.srcFlowHandle, record.destFlowHandle})
+        if (const auto found = objects_.find(handle); found != objects_.end())
+            found->second.binding_count += change;
+}
+
+} // namespace vok_cp

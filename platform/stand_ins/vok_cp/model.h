@@ -1,0 +1,66 @@
+/// The data plane's objects and bindings.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <vector>
+
+#include "record_check.h"
+#include "vok_cp.h"
+#include "vok_cp_sim.h"
+
+namespace vok_cp {
+
+struct object {
+    vok_cp_sim_kind_t kind;
+    std::vector<std::byte> record;
+    std::uint32_t binding_count = 0;
+};
+
+/// Two records with equal keys describe the same binding.
+struct binding_key {
+    std::uint32_t kind, direction;
+    std::uint64_t source_handle;
+    std::uint32_t source_flow_id;
+    std::uint64_t destination_handle;
+    std::uint32_t destination_flow_id;
+
+    auto operator<=>(const binding_key &) const = default;
+};
+
+struct binding {
+    vok_bind_record record; ///< dscpRef is null
+    bool has_dscp;
+    std::uint8_t dscp;
+};
+
+/// Every change is checked whole before anything is changed: a refused call leaves the model as it was.
+class model {
+public:
+    status create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const std::byte> record, std::uint64_t *handle);
+    status remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle);
+    status modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> record, std::uint64_t handle);
+    status bind(std::uint64_t instance, const vok_bind_record *record);
+    status unbind(std::uint64_t instance, const vok_bind_record *record);
+
+    /// Forgets objects and bindings; the next handle stays what it is.
+    void clear();
+
+    const std::map<std::uint64_t, object> &objects() const { return objects_; }
+    const std::map<binding_key, binding> &bindings() const { return bindings_; }
+
+private:
+    object *find(vok_cp_sim_kind_t kind, std::uint64_t handle);
+    status check_end(std::uint64_t type, std::uint64_t handle, bool receives) const;
+    status check_binding(std::uint64_t instance, const vok_bind_record *record) const;
+    void count_binding(const vok_bind_record &record, std::uint32_t change);
+
+    std::map<std::uint64_t, object> objects_;
+    std::map<binding_key, binding> bindings_;
+    std::uint64_t next_handle_ = 0x1'0000'0001; ///< wider than 32 bits: a handle cut in half is unknown
+};
+
+} // namespace vok_cp

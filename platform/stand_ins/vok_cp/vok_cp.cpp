@@ -1,0 +1,193 @@
+// The operations: each is shown to the observer, takes the time that it asks for, and acts on the model.
+#include "vok_cp.h"
+
+#include "model.h"
+
+namespace {
+
+using vok_cp::status;
+
+vok_cp::model data_plane;
+vok_cp_sim_observer_t observer;
+void *observer_context;
+
+constexpr std::uint64_t system_handle = 0x5a5a0000'00000001;
+
+std::uint64_t ticks_now()
+{
+#if defined(__x86_64__)
+    return __builtin_ia32_rdtsc();
+#elif defined(__aarch64__)
+    std::uint64_t ticks;
+    asm volatile("mrs %0, cntvct_el0" : "=r"(ticks));
+    return ticks;
+#else
+#error "no tick counter is known for this machine"
+#endif
+}
+
+vok_cp_sim_answer_t observe(const vok_cp_sim_call_t &call)
+{
+    if (observer == nullptr)
+        return {};
+    const vok_cp_sim_answer_t answer = observer(observer_context, &call);
+    for (const std::uint64_t start = ticks_now(); ticks_now() - start < answer.ticks;) {
+    }
+    return answer;
+}
+
+template <typename Effect> status perform(const vok_cp_sim_call_t &call, Effect effect)
+{
+    const vok_cp_sim_answer_t answer = observe(call);
+    if (answer.status != VOK_CP_SIM_OK && !answer.after_effect)
+        return answer.status;
+    const status outcome = effect();
+    return outcome != VOK_CP_SIM_OK ? outcome : answer.status;
+}
+
+template <typename Record> std::span<const std::byte> bytes_of(const Record *record)
+{
+    return {reinterpret_cast<const std::byte *>(record), sizeof(Record)};
+}
+
+template <typename Record>
+vok_cp_sim_call_t call_with(const char *operation, std::uint64_t type, const Record *record, std::uint64_t handle = 0)
+{
+    return {operation, type, record, record != nullptr ? sizeof(Record) : 0, handle, 0};
+}
+
+template <typename Record>
+status create(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, const Record *record,
+              std::uint64_t *handle)
+{
+    return perform(call_with(operation, type, record),
+                   [=] { return data_plane.create(kind, type, bytes_of(record), handle); });
+}
+
+status remove(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
+{
+    return perform({operation, type, nullptr, 0, handle, 0}, [=] { return data_plane.remove(kind, type, handle); });
+}
+
+} // namespace
+
+status vok_ip_ingress_association_create(std::uint64_t type, const vok_ip_ingress_record *record, std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_IPV4_INGRESS, type, record, handle);
+}
+
+status vok_ip_egress_association_create(std::uint64_t type, const vok_ip_egress_record *record, std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_IPV4_EGRESS, type, record, handle);
+}
+
+status vok_ipv6_ingress_association_create(std::uint64_t type, const vok_ipv6_ingress_record *record,
+                                           std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_IPV6_INGRESS, type, record, handle);
+}
+
+status vok_ipv6_egress_association_create(std::uint64_t type, const vok_ipv6_egress_record *record,
+                                          std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_IPV6_EGRESS, type, record, handle);
+}
+
+status vok_ip_ingress_association_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_IPV4_INGRESS, type, handle);
+}
+
+status vok_ip_egress_association_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_IPV4_EGRESS, type, handle);
+}
+
+status vok_ipv6_ingress_association_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_IPV6_INGRESS, type, handle);
+}
+
+status vok_ipv6_egress_association_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_IPV6_EGRESS, type, handle);
+}
+
+status vok_ipv6_egress_association_attr_modify(std::uint64_t type, const vok_ipv6_egress_record *record,
+                                               std::uint64_t handle)
+{
+    return perform(call_with(__func__, type, record, handle),
+                   [=] { return data_plane.modify_ipv6_egress(type, bytes_of(record), handle); });
+}
+
+status vok_bind(std::uint64_t instance, const vok_bind_record *record)
+{
+    return perform(call_with(__func__, instance, record), [=] { return data_plane.bind(instance, record); });
+}
+
+status vok_unbind(std::uint64_t instance, const vok_bind_record *record)
+{
+    return perform(call_with(__func__, instance, record), [=] { return data_plane.unbind(instance, record); });
+}
+
+status vok_syshandle_get(std::uint32_t first, std::uint32_t second, std::uint64_t *handle)
+{
+    observe({__func__, 0, nullptr, 0, 0, 0});
+    if (handle == nullptr)
+        return VOK_CP_SIM_NULL_ARGUMENT;
+    if (first != 0 || second != 1)
+        return VOK_CP_SIM_WRONG_CONSTANT;
+    *handle = system_handle;
+    return VOK_CP_SIM_OK;
+}
+
+const char *vok_sys_status_get(std::uint64_t handle, std::uint32_t reported)
+{
+    observe({__func__, 0, nullptr, 0, handle, reported});
+    if (handle != system_handle)
+        return "wrong system handle";
+    switch (reported) {
+    case VOK_CP_SIM_OK: return "ok";
+    case VOK_CP_SIM_WRONG_INSTANCE: return "wrong instance handle";
+    case VOK_CP_SIM_WRONG_TYPE_HANDLE: return "wrong type handle";
+    case VOK_CP_SIM_UNKNOWN_HANDLE: return "unknown handle";
+    case VOK_CP_SIM_NULL_ARGUMENT: return "null argument";
+    case VOK_CP_SIM_WRONG_CONSTANT: return "malformed record: a constant field has another value";
+    case VOK_CP_SIM_RESERVED_NOT_ZERO: return "malformed record: a byte that must be zero is not";
+    case VOK_CP_SIM_PREFIX_NOT_FULL: return "malformed record: a prefix length is not full";
+    case VOK_CP_SIM_DUPLICATE_BINDING: return "the binding exists already";
+    case VOK_CP_SIM_NO_SUCH_BINDING: return "no such binding";
+    case VOK_CP_SIM_OBJECT_IN_USE: return "a binding still uses the object";
+    case VOK_CP_SIM_INJECTED: return "injected fault";
+    default: return "unknown status";
+    }
+}
+
+void vok_cp_sim_observe(vok_cp_sim_observer_t new_observer, void *context)
+{
+    observer = new_observer;
+    observer_context = context;
+}
+
+void vok_cp_sim_reset(void)
+{
+    data_plane.clear();
+    vok_cp_sim_observe(nullptr, nullptr);
+}
+
+void vok_cp_sim_walk_objects(void (*visit)(void *, const vok_cp_sim_object_t *), void *context)
+{
+    for (const auto &[handle, object] : data_plane.objects()) {
+        const vok_cp_sim_object_t shown{handle, object.kind, object.record.data(), object.record.size(),
+                                        object.binding_count};
+        visit(context, &shown);
+    }
+}
+
+void vok_cp_sim_walk_bindings(void (*visit)(void *, const vok_cp_sim_binding_t *), void *context)
+{
+    for (const auto &[key, binding] : data_plane.bindings()) {
+        const vok_cp_sim_binding_t shown{&binding.record, binding.has_dscp, binding.dscp};
+        visit(context, &shown);
+    }
+}

@@ -1,0 +1,42 @@
+/// The bindings between flows and ovlin flows, as the data plane's bind and unbind take them.
+#pragma once
+
+#include "term/types.h"
+#include "vok_cp.h"
+
+namespace zel {
+
+/// The ovlin side of a binding: 12 bits of PCEP id, 20 bits of ovlin session id.
+constexpr u32 ovlin_flow_id(u32 pcep_id, u32 ovlin_session_id)
+{
+    return (pcep_id << 20) | (ovlin_session_id & 0xFFFFF);
+}
+
+/// One side of a binding: the handle of an association or flow, or an ovlin flow ID. The other is 0.
+struct binding_end {
+    u64 type_handle;
+    u64 flow_handle;
+    u32 flow_id;
+};
+
+/// The record of a binding without DSCP: the one that unbinds it as it is, the one that binds it once a DSCP is
+/// added where it has one.
+inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, binding_end source, binding_end destination)
+{
+    vok_bind_record record{};
+    record.bindKind = kind;
+    record.direction = direction;
+    record.param08 = 1;
+    record.srcTypeHandle = source.type_handle;
+    record.srcFlowHandle = source.flow_handle;
+    record.srcFlowID = source.flow_id;
+    record.srcSessionType = session_type;
+    record.dstTypeHandle = destination.type_handle;
+    record.destFlowHandle = destination.flow_handle;
+    record.dstFlowID = destination.flow_id;
+    record.dstSessionType = session_type;
+    record.param54 = 1;
+    return record;
+}
+
+} // namespace zel

@@ -1,0 +1,50 @@
+#include "term/zel_trace.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "kiv_util.h"
+
+namespace {
+
+constexpr std::size_t message_size = 1024;
+constexpr std::size_t prefix_size = 256;
+
+// In the static TLS block, so that a thread's first message does not allocate the buffer when the library
+// was loaded by dlopen().
+[[gnu::tls_model("initial-exec")]] thread_local char message[message_size];
+
+} // namespace
+
+const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *func, const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    const char *text = zel_trace_internal_vformat_str(prefix_fmt, func, fmt, args);
+    va_end(args);
+    return text;
+}
+
+const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func, const char *fmt, va_list args)
+{
+    int length = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    if (func != nullptr)
+        length = std::clamp(std::snprintf(message, prefix_size, prefix_fmt, func), 0, static_cast<int>(prefix_size) - 1);
+#pragma GCC diagnostic pop
+    if (fmt != nullptr)
+        std::vsnprintf(message + length, message_size - static_cast<std::size_t>(length), fmt, args);
+    return message;
+}
+
+namespace zel {
+
+u32 report(trace_site site, u32 result_code, const char *concerned)
+{
+    ZEL_TRACE(tn_zel_init, EXCEPTION, site, category::general, "%s(): ", "%s, %s",
+              kiv_util_init_rc_str_get(result_code), concerned);
+    return result_code;
+}
+
+} // namespace zel

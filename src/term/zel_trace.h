@@ -1,0 +1,61 @@
+/// How the library reports: LTTng-UST events with a location, a category and a message.
+///
+/// Each source file that reports defines ZEL_MODULE, its own name without extension, as a literal.
+#pragma once
+
+#include "term/types.h"
+#include "tn_zel_init.h"
+#include "tn_zel_term.h"
+#include "zel_core_term/zel_term.h"
+
+namespace zel {
+
+/// The statement that reports: its function, as messages name it, and its "module:line".
+struct trace_site {
+    const char *function;
+    const char *location;
+};
+
+#define ZEL_LITERAL_OF(token) #token
+#define ZEL_LITERAL(macro) ZEL_LITERAL_OF(macro)
+
+/// The trace site of the statement that it stands in; never inside a lambda, whose __func__ is another.
+#define ZEL_HERE                                                                        \
+    ::zel::trace_site { __func__, ZEL_MODULE ":" ZEL_LITERAL(__LINE__) }
+
+namespace category {
+
+inline constexpr char general[] = "GENERAL";
+inline constexpr char session_api_delay[] = "SESSION_API_DELAY";
+inline constexpr char udp_session[] = "UDP_SESSION";
+
+} // namespace category
+
+/// Fires an event whose message is `prefix_format` with the site's function, then the printf format and its
+/// values. Nothing after `category` is evaluated unless the event is enabled; the test stands here and not in
+/// the tracing header's macro because that one evaluates its arguments before its test in some builds.
+#define ZEL_TRACE(provider, event, site, category, prefix_format, ...)                                              \
+    do {                                                                                                            \
+        if (lttng_ust_tracepoint_enabled(provider, event)) [[unlikely]]                                             \
+            lttng_ust_do_tracepoint(                                                                                \
+                provider, event, (site).location, category,                                                         \
+                zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));                        \
+    } while (false)
+
+/// Entry into a function.
+inline void trace_enter(trace_site site, const char *category)
+{
+    ZEL_TRACE(tn_zel_term, FN_ENTER, site, category, "%s()", nullptr);
+}
+
+/// Return from it.
+inline void trace_exit(trace_site site, const char *category)
+{
+    ZEL_TRACE(tn_zel_term, FN_EXIT, site, category, "%s()", nullptr);
+}
+
+/// Reports a result code other than 0 together with the argument or the step that it concerns, and returns it.
+/// The code's text is asked for only when the event is enabled.
+[[gnu::cold]] u32 report(trace_site site, u32 result_code, const char *concerned);
+
+} // namespace zel

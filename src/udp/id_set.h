@@ -1,0 +1,71 @@
+/// A set of small numbers that knows the lowest one missing from it.
+#pragma once
+
+#include <bit>
+
+#include "term/types.h"
+
+namespace zel {
+
+/// Holds numbers from 0 to capacity - 1; empty when zero-initialised. Every operation but take_all() takes constant
+/// time: above the bitmap stand two levels of summary, each bit of which says that 64 bits below it are all set.
+template <u32 capacity> class id_set {
+public:
+    void insert(u32 number)
+    {
+        if (set(numbers_, number) && set(full_words_, number / 64))
+            set(&full_summaries_, number / 64 / 64);
+    }
+
+    void erase(u32 number)
+    {
+        clear(numbers_, number);
+        clear(full_words_, number / 64);
+        clear(&full_summaries_, number / 64 / 64);
+    }
+
+    /// `capacity` when all numbers are in the set.
+    u32 lowest_missing() const
+    {
+        const u32 summary = lowest_clear(full_summaries_);
+        const u32 word = summary * 64 + lowest_clear(full_words_[summary]);
+        return word * 64 + lowest_clear(numbers_[word]);
+    }
+
+    /// Takes all numbers out, lowest first, and calls `take` with each.
+    template <typename Take> void take_all(Take take)
+    {
+        for (u32 word = 0; word < word_count; ++word)
+            for (; numbers_[word] != 0; numbers_[word] &= numbers_[word] - 1)
+                take(word * 64 + static_cast<u32>(std::countr_zero(numbers_[word])));
+        *this = {};
+    }
+
+private:
+    static bool set(u64 *words, u32 bit)
+    {
+        words[bit / 64] |= u64{1} << bit % 64;
+        return words[bit / 64] == ~u64{0};
+    }
+
+    static void clear(u64 *words, u32 bit)
+    {
+        words[bit / 64] &= ~(u64{1} << bit % 64);
+    }
+
+    static u32 lowest_clear(u64 word)
+    {
+        return static_cast<u32>(std::countr_one(word));
+    }
+
+    // Room for the number `capacity` too: it is never inserted, so every search ends at the latest there.
+    static constexpr u32 word_count = capacity / 64 + 1;
+    static constexpr u32 summary_count = capacity / 64 / 64 + 1;
+    static_assert(summary_count <= 64, "one word holds the upper level");
+
+    u64 numbers_[word_count];
+    u64 full_words_[summary_count];
+    u64 full_summaries_;
+};
+
+} // namespace zel

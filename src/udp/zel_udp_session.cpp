@@ -1,0 +1,299 @@
+#include "zel_core_term/zel_udp_session.h"
+
+#include "term/binding.h"
+#include "term/timed_call.h"
+#include "term/zel_trace.h"
+#include "udp/udp_session_records.h"
+#include "udp/udp_session_table.h"
+#include "zel_core_ic.h"
+#include "zel_core_term/zel_ovlin_session_handler.h"
+
+#define ZEL_MODULE "zel_udp_session"
+
+using namespace zel;
+
+static constinit udp_session_entries udp_session_table{};
+static ovlin_capabilities_t udp_ovlin_capabilities;
+static const zel_handles_t *udp_handles; ///< null while the module is stopped
+
+// ---- Module start and stop
+
+u32 zel_udp_session_start()
+{
+    trace_enter(ZEL_HERE, category::udp_session);
+    udp_handles = zel_getHandles();
+    udp_session_table.free_all();
+    const u32 result = zel_core_ic_ovlin_capabilities_get(&udp_ovlin_capabilities);
+    if (result != ZEL_CORE_TERM_SUCCESS)
+        report(ZEL_HERE, result, "zel_core_ic_ovlin_capabilities_get");
+    trace_exit(ZEL_HERE, category::udp_session);
+    return result;
+}
+
+u32 zel_udp_session_stop()
+{
+    trace_enter(ZEL_HERE, category::udp_session);
+    udp_session_table.free_all();
+    udp_handles = nullptr;
+    trace_exit(ZEL_HERE, category::udp_session);
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// ---- Queries
+
+/// 0 when the id is valid and in use; otherwise reports the rejection at `site` and returns its code.
+static u32 check_in_use(trace_site site, u32 udp_session_id)
+{
+    if (!udp_session_entries::is_valid(udp_session_id))
+        return report(site, ZEL_CORE_TERM_OUT_OF_RANGE, "(udp_session_id)");
+    if (!udp_session_table[udp_session_id].in_use())
+        return report(site, ZEL_CORE_TERM_SESSION_FREE, "(udp_session_id)");
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+u32 zel_core_term_udp_session_capabilities_get(zel_core_term_udp_session_capabilities_t *capabilities)
+{
+    if (capabilities == nullptr)
+        return report(ZEL_HERE, ZEL_CORE_TERM_NULL_OUTPUT, "capabilities == NULL");
+    *capabilities = {udp_session_entries::last_id, 41'000, 61'000};
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+u32 zel_core_term_udp_session_free_id_get(u32 *udp_session_id)
+{
+    const u32 id = udp_session_table.lowest_free();
+    if (!udp_session_entries::is_valid(id))
+        return report(ZEL_HERE, ZEL_CORE_TERM_NO_FREE_SESSION, "");
+    *udp_session_id = id;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+u32 zel_core_term_udp_session_cfg_get(u32 udp_session_id, zel_core_term_udp_session_cfg_t *cfg)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    *cfg = udp_session_table[udp_session_id].cfg;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// ---- Associations
+
+static u32 create_ingress_udp_association_ipv4(udp_session_entry &entry)
+{
+    const vok_ip_ingress_record record = ipv4_ingress_record(entry.cfg);
+    return timed_call(ZEL_HERE, "vok_ip_ingress_association_create", vok_ip_ingress_association_create,
+                      udp_handles->ipv4_association_type, &record, &entry.ingress_flow_handle);
+}
+
+static u32 create_egress_udp_association_ipv4(udp_session_entry &entry)
+{
+    const vok_ip_egress_record record = ipv4_egress_record(entry.cfg);
+    return timed_call(ZEL_HERE, "vok_ip_egress_association_create", vok_ip_egress_association_create,
+                      udp_handles->ipv4_association_type, &record, &entry.egress_flow_handle);
+}
+
+static u32 create_ingress_udp_association_ipv6(udp_session_entry &entry)
+{
+    const vok_ipv6_ingress_record record = ipv6_ingress_record(entry.cfg);
+    return timed_call(ZEL_HERE, "vok_ipv6_ingress_association_create", vok_ipv6_ingress_association_create,
+                      udp_handles->ipv6_association_type, &record, &entry.ingress_flow_handle);
+}
+
+static u32 create_egress_udp_association_ipv6(udp_session_entry &entry)
+{
+    const vok_ipv6_egress_record record = ipv6_egress_record(entry.cfg, protocol_udp);
+    return timed_call(ZEL_HERE, "vok_ipv6_egress_association_create", vok_ipv6_egress_association_create,
+                      udp_handles->ipv6_association_type, &record, &entry.egress_flow_handle);
+}
+
+/// What differs between a session over IPv4 and one over IPv6.
+struct ip_family {
+    struct create_step {
+        const char *name;
+        u32 (*run)(udp_session_entry &);
+    };
+    struct delete_operation {
+        const char *name;
+        u32 (*operation)(u64 type_handle, u64 handle);
+    };
+
+    u64 zel_handles_t::*association_type;
+    create_step create_ingress;
+    create_step create_egress;
+    delete_operation delete_ingress;
+    delete_operation delete_egress;
+};
+
+static constexpr ip_family ipv4 = {
+    &zel_handles_t::ipv4_association_type,
+    {"create_ingress_udp_association_ipv4", create_ingress_udp_association_ipv4},
+    {"create_egress_udp_association_ipv4", create_egress_udp_association_ipv4},
+    {"vok_ip_ingress_association_delete", vok_ip_ingress_association_delete},
+    {"vok_ip_egress_association_delete", vok_ip_egress_association_delete},
+};
+
+static constexpr ip_family ipv6 = {
+    &zel_handles_t::ipv6_association_type,
+    {"create_ingress_udp_association_ipv6", create_ingress_udp_association_ipv6},
+    {"create_egress_udp_association_ipv6", create_egress_udp_association_ipv6},
+    {"vok_ipv6_ingress_association_delete", vok_ipv6_ingress_association_delete},
+    {"vok_ipv6_egress_association_delete", vok_ipv6_egress_association_delete},
+};
+
+static const ip_family &family_of(const udp_session_entry &entry)
+{
+    return entry.cfg.ip_version == 4 ? ipv4 : ipv6;
+}
+
+static u64 association_type_of(const udp_session_entry &entry)
+{
+    return udp_handles->*family_of(entry).association_type;
+}
+
+/// Deletes the association `handle` of a session; a failure is reported at `site`.
+static u32 delete_association(trace_site site, const udp_session_entry &entry,
+                              const ip_family::delete_operation &deletion, u64 handle)
+{
+    return timed_call(site, deletion.name, deletion.operation, association_type_of(entry), handle);
+}
+
+// ---- Bindings
+
+#define UPLINK_BINDING "(ID2F, EGRESS, ovlin->ipv4/ipv6)"
+#define DOWNLINK_BINDING "(F2ID, EGRESS, ipv4/ipv6->ovlin)"
+
+static vok_bind_record uplink_binding(const udp_session_entry &entry, u32 flow_id)
+{
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_UDP,
+                   {.type_handle = udp_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = flow_id},
+                   {.type_handle = association_type_of(entry), .flow_handle = entry.egress_flow_handle, .flow_id = 0});
+}
+
+static vok_bind_record downlink_binding(const udp_session_entry &entry, u32 flow_id)
+{
+    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_UDP,
+                   {.type_handle = association_type_of(entry), .flow_handle = entry.ingress_flow_handle, .flow_id = 0},
+                   {.type_handle = udp_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = flow_id});
+}
+
+static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp, u8 session_type_flag)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    if (session_type_flag != 0)
+        if (const u32 refusal = zel_ovlin_session_handler_set_session_type(udp_handles->ovlin_flow_type, tn_ul_pcep_id,
+                                                                           VOK_SESSION_TYPE_UDP))
+            return report(ZEL_HERE, refusal, "zel_ovlin_session_handler_set_session_type");
+
+    udp_session_entry &entry = udp_session_table[udp_session_id];
+    const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);
+    vok_bind_record record = uplink_binding(entry, flow_id);
+    record.dscpRef = &dscp;
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_bind" UPLINK_BINDING, vok_bind, udp_handles->vok_instance, &record))
+        return failure;
+    entry.ul_flow_id = flow_id;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+static u32 udp_session_connect_dl(u32 udp_session_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+
+    udp_session_entry &entry = udp_session_table[udp_session_id];
+    const u32 flow_id = ovlin_flow_id(tn_dl_pcep_id, rat_ovlin_session_id);
+    const vok_bind_record record = downlink_binding(entry, flow_id);
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_bind" DOWNLINK_BINDING, vok_bind, udp_handles->vok_instance, &record))
+        return failure;
+    entry.dl_flow_id = flow_id;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+/// As check_in_use(), and that the side of the session that `flow_id` belongs to was bound.
+static u32 check_bound(trace_site site, u32 udp_session_id, u32 udp_session_entry::*flow_id)
+{
+    if (const u32 rejection = check_in_use(site, udp_session_id))
+        return rejection;
+    if (udp_session_table[udp_session_id].*flow_id == 0)
+        return report(site, ZEL_CORE_TERM_SESSION_FREE, "(udp_session_id)");
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// The flow IDs stay in the entry after an unbind: only freeing the entry resets them.
+
+static u32 udp_session_disconnect_ul(u32 udp_session_id)
+{
+    if (const u32 rejection = check_bound(ZEL_HERE, udp_session_id, &udp_session_entry::ul_flow_id))
+        return rejection;
+    const udp_session_entry &entry = udp_session_table[udp_session_id];
+    const vok_bind_record record = uplink_binding(entry, entry.ul_flow_id);
+    return timed_call(ZEL_HERE, "vok_unbind" UPLINK_BINDING, vok_unbind, udp_handles->vok_instance, &record);
+}
+
+static u32 udp_session_disconnect_dl(u32 udp_session_id)
+{
+    if (const u32 rejection = check_bound(ZEL_HERE, udp_session_id, &udp_session_entry::dl_flow_id))
+        return rejection;
+    const udp_session_entry &entry = udp_session_table[udp_session_id];
+    const vok_bind_record record = downlink_binding(entry, entry.dl_flow_id);
+    return timed_call(ZEL_HERE, "vok_unbind" DOWNLINK_BINDING, vok_unbind, udp_handles->vok_instance, &record);
+}
+
+// ---- Add
+
+u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg, u32 tn_ul_pcep_id,
+                                  u32 tn_dl_pcep_id, u32 rat_ovlin_session_id, u8 dscp, u8 session_type_flag)
+{
+    if (!udp_session_entries::is_valid(udp_session_id))
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "(udp_session_id)");
+    udp_session_entry &entry = udp_session_table[udp_session_id];
+    if (entry.in_use())
+        return report(ZEL_HERE, ZEL_CORE_TERM_SESSION_IN_USE, "(udp_session_id)");
+    if (rat_ovlin_session_id > udp_ovlin_capabilities.max_rat_ovlin_session_id)
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "rat_ovlin_session_id out-of-range");
+    if (tn_ul_pcep_id > udp_ovlin_capabilities.max_tn_pcep_id)
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_ul_pcep_id out-of-range");
+    if (tn_dl_pcep_id > udp_ovlin_capabilities.max_tn_pcep_id)
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_dl_pcep_id out-of-range");
+    if (cfg->ip_version != 4 && cfg->ip_version != 6)
+        return report(ZEL_HERE, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION, "Unsupported IP Version");
+    if (udp_handles == nullptr)
+        return report(ZEL_HERE, ZEL_CORE_TERM_DATA_PLANE_FAILED, "not started");
+
+    udp_session_table.take(udp_session_id, *cfg);
+    const ip_family &family = family_of(entry);
+
+    const char *step = family.create_ingress.name;
+    u32 result = family.create_ingress.run(entry);
+    if (result == ZEL_CORE_TERM_SUCCESS) {
+        step = family.create_egress.name;
+        result = family.create_egress.run(entry);
+    }
+    if (result == ZEL_CORE_TERM_SUCCESS) {
+        step = "udp_session_connect_ul";
+        result = udp_session_connect_ul(udp_session_id, tn_ul_pcep_id, dscp, session_type_flag);
+    }
+    if (result == ZEL_CORE_TERM_SUCCESS) {
+        step = "udp_session_connect_dl";
+        result = udp_session_connect_dl(udp_session_id, tn_dl_pcep_id, rat_ovlin_session_id);
+    }
+    if (result == ZEL_CORE_TERM_SUCCESS)
+        return ZEL_CORE_TERM_SUCCESS;
+
+    report(ZEL_HERE, result, step);
+    if (result == ZEL_CORE_TERM_OUT_OF_RANGE || result == ZEL_CORE_TERM_SESSION_IN_USE)
+        return result; // by convention nothing was begun; a session-type hook that says so leaves the entry taken
+
+    if (entry.dl_flow_id != 0)
+        if (const u32 failure = udp_session_disconnect_dl(udp_session_id))
+            report(ZEL_HERE, failure, "udp_session_disconnect_dl");
+    if (entry.ul_flow_id != 0)
+        if (const u32 failure = udp_session_disconnect_ul(udp_session_id))
+            report(ZEL_HERE, failure, "udp_session_disconnect_ul");
+    if (entry.ingress_flow_handle != 0)
+        delete_association(ZEL_HERE, entry, family.delete_ingress, entry.ingress_flow_handle);
+    if (entry.egress_flow_handle != 0)
+        delete_association(ZEL_HERE, entry, family.delete_egress, entry.egress_flow_handle);
+    udp_session_table.free(udp_session_id);
+    return result;
+}

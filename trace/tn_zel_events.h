@@ -1,0 +1,22 @@
+/*
+ * The payload that every event of both providers carries, and the shape of an event's definition.
+ * Included by the providers' headers, which the tracing headers read several times: no include guard.
+ */
+#undef ZEL_TRACE_PAYLOAD
+#undef ZEL_TRACE_PAYLOAD_CLASS
+#undef ZEL_TRACE_EVENT
+
+#define ZEL_TRACE_PAYLOAD                                                                                \
+    LTTNG_UST_TP_ARGS(const char *, location, const char *, category, const char *, message)
+
+/* Once a provider: the three fields, in this order. */
+#define ZEL_TRACE_PAYLOAD_CLASS(provider)                                                                \
+    LTTNG_UST_TRACEPOINT_EVENT_CLASS(provider, text, ZEL_TRACE_PAYLOAD,                                  \
+        LTTNG_UST_TP_FIELDS(                                                                             \
+            lttng_ust_field_string(location, location)                                                   \
+            lttng_ust_field_string(category, category)                                                   \
+            lttng_ust_field_string(message, message)))
+
+#define ZEL_TRACE_EVENT(provider, event, level)                                                          \
+    LTTNG_UST_TRACEPOINT_EVENT_INSTANCE(provider, text, provider, event, ZEL_TRACE_PAYLOAD)              \
+    LTTNG_UST_TRACEPOINT_LOGLEVEL(provider, event, level)

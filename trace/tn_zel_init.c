@@ -1,0 +1,4 @@
+/* The tracepoint objects and the probes of provider tn_zel_init. */
+#define LTTNG_UST_TRACEPOINT_DEFINE
+#define LTTNG_UST_TRACEPOINT_CREATE_PROBES
+#include "tn_zel_init.h"
