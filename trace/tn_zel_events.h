@@ -2,6 +2,7 @@
  * The payload that every event of both providers carries, and the shape of an event's definition.
  * Included by the providers' headers, which the tracing headers read several times: no include guard.
  */
+/* clang-format off */
 #undef ZEL_TRACE_PAYLOAD
 #undef ZEL_TRACE_PAYLOAD_CLASS
 #undef ZEL_TRACE_EVENT

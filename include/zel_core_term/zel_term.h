@@ -71,14 +71,12 @@ ZEL_CORE_TERM_API void zel_tracepoint(void);
  *                   with its NUL inside the buffer
  * @return the buffer, valid until the thread's next call; unchanged when both `func` and `fmt` are NULL
  */
-ZEL_CORE_TERM_API const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *func,
-                                                            const char *fmt, ...)
-    __attribute__((format(printf, 3, 4)));
+ZEL_CORE_TERM_API const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *func, const char *fmt,
+                                                            ...) __attribute__((format(printf, 3, 4)));
 
 /** As zel_trace_internal_format_str(), with the arguments of `fmt` packed. */
-ZEL_CORE_TERM_API const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func,
-                                                             const char *fmt, va_list args)
-    __attribute__((format(printf, 3, 0)));
+ZEL_CORE_TERM_API const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func, const char *fmt,
+                                                             va_list args) __attribute__((format(printf, 3, 0)));
 
 #ifdef __cplusplus
 }

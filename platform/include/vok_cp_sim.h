@@ -49,7 +49,7 @@ typedef enum vok_cp_sim_kind {
 
 /** An object that the data plane holds. */
 typedef struct vok_cp_sim_object {
-    uint64_t handle;        /**< never reused, not even after a reset */
+    uint64_t handle; /**< never reused, not even after a reset */
     vok_cp_sim_kind_t kind;
     const void *record;     /**< the record that it was last given, of the type that belongs to its kind */
     size_t record_size;     /**< bytes */
@@ -60,7 +60,7 @@ typedef struct vok_cp_sim_object {
 typedef struct vok_cp_sim_binding {
     const void *record; /**< a vok_bind_record whose dscpRef is NULL */
     bool has_dscp;
-    uint8_t dscp;       /**< 0 without has_dscp */
+    uint8_t dscp; /**< 0 without has_dscp */
 } vok_cp_sim_binding_t;
 
 /** A call as it arrives, before it takes effect. What the operation does not take is 0 or NULL. */

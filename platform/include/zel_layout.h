@@ -12,8 +12,8 @@
 #define ZEL_LAYOUT_SIZE(record, size) static_assert(sizeof(record) == (size), #record " has another size")
 
 /** Fails the build unless `field` of `record` lies at byte `offset` and is `width` bytes wide. */
-#define ZEL_LAYOUT_FIELD(record, field, offset, width)                                                   \
-    static_assert(offsetof(record, field) == (offset), #record "." #field " lies at another offset");    \
+#define ZEL_LAYOUT_FIELD(record, field, offset, width)                                                                 \
+    static_assert(offsetof(record, field) == (offset), #record "." #field " lies at another offset");                  \
     static_assert(sizeof(((record *)0)->field) == (width), #record "." #field " has another width")
 
 #endif

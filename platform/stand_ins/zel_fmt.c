@@ -11,8 +11,7 @@
 enum { success = 0, null_argument = 2, bad_argument = 3, text_cut = 10 };
 
 /* A text that was cut fills its buffer to the last byte, so nothing can follow it, not even the end. */
-__attribute__((format(printf, 3, 4)))
-static uint32_t append(char *buf, uint32_t buf_size, const char *format, ...)
+static __attribute__((format(printf, 3, 4))) uint32_t append(char *buf, uint32_t buf_size, const char *format, ...)
 {
     va_list args;
     size_t used;

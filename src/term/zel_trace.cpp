@@ -31,7 +31,8 @@ const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *f
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     if (func != nullptr)
-        length = std::clamp(std::snprintf(message, prefix_size, prefix_fmt, func), 0, static_cast<int>(prefix_size) - 1);
+        length =
+            std::clamp(std::snprintf(message, prefix_size, prefix_fmt, func), 0, static_cast<int>(prefix_size) - 1);
 #pragma GCC diagnostic pop
     if (fmt != nullptr)
         std::vsnprintf(message + length, message_size - static_cast<std::size_t>(length), fmt, args);

@@ -20,8 +20,7 @@ struct trace_site {
 #define ZEL_LITERAL(macro) ZEL_LITERAL_OF(macro)
 
 /// The trace site of the statement that it stands in; never inside a lambda, whose __func__ is another.
-#define ZEL_HERE                                                                        \
-    ::zel::trace_site { __func__, ZEL_MODULE ":" ZEL_LITERAL(__LINE__) }
+#define ZEL_HERE (::zel::trace_site{__func__, ZEL_MODULE ":" ZEL_LITERAL(__LINE__)})
 
 namespace category {
 
@@ -34,12 +33,11 @@ inline constexpr char udp_session[] = "UDP_SESSION";
 /// Fires an event whose message is `prefix_format` with the site's function, then the printf format and its
 /// values. Nothing after `category` is evaluated unless the event is enabled; the test stands here and not in
 /// the tracing header's macro because that one evaluates its arguments before its test in some builds.
-#define ZEL_TRACE(provider, event, site, category, prefix_format, ...)                                              \
-    do {                                                                                                            \
-        if (lttng_ust_tracepoint_enabled(provider, event)) [[unlikely]]                                             \
-            lttng_ust_do_tracepoint(                                                                                \
-                provider, event, (site).location, category,                                                         \
-                zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));                        \
+#define ZEL_TRACE(provider, event, site, category, prefix_format, ...)                                                 \
+    do {                                                                                                               \
+        if (lttng_ust_tracepoint_enabled(provider, event)) [[unlikely]]                                                \
+            lttng_ust_do_tracepoint(provider, event, (site).location, category,                                        \
+                                    zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));       \
     } while (false)
 
 /// Entry into a function.

@@ -48,15 +48,9 @@ private:
         return words[bit / 64] == ~u64{0};
     }
 
-    static void clear(u64 *words, u32 bit)
-    {
-        words[bit / 64] &= ~(u64{1} << bit % 64);
-    }
+    static void clear(u64 *words, u32 bit) { words[bit / 64] &= ~(u64{1} << bit % 64); }
 
-    static u32 lowest_clear(u64 word)
-    {
-        return static_cast<u32>(std::countr_one(word));
-    }
+    static u32 lowest_clear(u64 word) { return static_cast<u32>(std::countr_one(word)); }
 
     // Room for the number `capacity` too: it is never inserted, so every search ends at the latest there.
     static constexpr u32 word_count = capacity / 64 + 1;

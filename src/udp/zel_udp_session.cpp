@@ -189,10 +189,10 @@ static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp
     const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);
     vok_bind_record record = uplink_binding(entry, flow_id);
     record.dscpRef = &dscp;
-    if (const u32 failure = timed_call(ZEL_HERE, "vok_bind" UPLINK_BINDING, vok_bind, udp_handles->vok_instance, &record))
-        return failure;
-    entry.ul_flow_id = flow_id;
-    return ZEL_CORE_TERM_SUCCESS;
+    const u32 result = timed_call(ZEL_HERE, "vok_bind" UPLINK_BINDING, vok_bind, udp_handles->vok_instance, &record);
+    if (result == ZEL_CORE_TERM_SUCCESS)
+        entry.ul_flow_id = flow_id;
+    return result;
 }
 
 static u32 udp_session_connect_dl(u32 udp_session_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id)
@@ -203,10 +203,10 @@ static u32 udp_session_connect_dl(u32 udp_session_id, u32 tn_dl_pcep_id, u32 rat
     udp_session_entry &entry = udp_session_table[udp_session_id];
     const u32 flow_id = ovlin_flow_id(tn_dl_pcep_id, rat_ovlin_session_id);
     const vok_bind_record record = downlink_binding(entry, flow_id);
-    if (const u32 failure = timed_call(ZEL_HERE, "vok_bind" DOWNLINK_BINDING, vok_bind, udp_handles->vok_instance, &record))
-        return failure;
-    entry.dl_flow_id = flow_id;
-    return ZEL_CORE_TERM_SUCCESS;
+    const u32 result = timed_call(ZEL_HERE, "vok_bind" DOWNLINK_BINDING, vok_bind, udp_handles->vok_instance, &record);
+    if (result == ZEL_CORE_TERM_SUCCESS)
+        entry.dl_flow_id = flow_id;
+    return result;
 }
 
 /// As check_in_use(), and that the side of the session that `flow_id` belongs to was bound.

@@ -151,8 +151,7 @@ status model::check_binding(std::uint64_t instance, const vok_bind_record *recor
         if (r.srcFlowID != 0)
             return VOK_CP_SIM_RESERVED_NOT_ZERO;
         return check_end(r.srcTypeHandle, r.srcFlowHandle, true);
-    default:
-        return VOK_CP_SIM_WRONG_CONSTANT;
+    default: return VOK_CP_SIM_WRONG_CONSTANT;
     }
 }
 

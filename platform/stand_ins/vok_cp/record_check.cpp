@@ -8,9 +8,10 @@
 namespace vok_cp {
 namespace {
 
+// clang-format off
+
 // Fields are listed in the order of their offsets.
-#define FIELD(record, name, ...)                                                        \
-    field { offsetof(record, name), sizeof(record::name) __VA_OPT__(, ) __VA_ARGS__ }
+#define FIELD(record, name, ...) (field{offsetof(record, name), sizeof(record::name) __VA_OPT__(, ) __VA_ARGS__})
 
 constexpr std::uint8_t udp = 17;
 
@@ -83,6 +84,8 @@ constexpr field bind[] = {
 };
 
 #undef FIELD
+
+// clang-format on
 
 std::uint64_t number_at(std::span<const std::byte> record, const field &f)
 {
