@@ -1,0 +1,27 @@
+# Sourced by the other scripts: says what is done, is silent about what worked, and stops at the first failure.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+say() { printf '== %s\n' "$*"; }
+
+# Runs a command whose output matters only when it fails.
+quietly() {
+    local log
+    log=$(mktemp)
+    if ! "$@" >"$log" 2>&1; then
+        tail -n 100 "$log" >&2
+        printf '== failed: %s\n' "$*" >&2
+        rm -f "$log"
+        exit 1
+    fi
+    rm -f "$log"
+}
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    say "building $preset in build/$preset"
+    quietly cmake --preset "$preset"
+    quietly cmake --build --preset "$preset" ${@:+--target "$@"}
+}

@@ -1,0 +1,220 @@
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+
+#include "data_plane_view.h"
+#include "endpoint.h"
+#include "kiv_util.h"
+#include "text_table.h"
+#include "zel_core_term/zel_core_term.h"
+
+/// The options of one line, as the parser fills them.
+struct commands::line_options {
+    std::uint32_t id = 0;
+    std::string local, remote;
+    std::uint32_t vrf = 0, pmtu = 1500, ttl = 0;
+    std::uint32_t uplink_pcep = 0, downlink_pcep = 0, rat_session = 0, dscp = 0;
+    bool session_type = false;
+    std::string on_off;
+};
+
+namespace {
+
+const CLI::Validator is_endpoint(
+    [](std::string &text) {
+        try {
+            parse_endpoint(text);
+            return std::string{};
+        } catch (const std::invalid_argument &wrong) {
+            return std::string(wrong.what());
+        }
+    },
+    "");
+
+/// An option that takes a number from 0 to `max`.
+CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
+                        std::uint32_t max = UINT32_MAX)
+{
+    const auto check = [max](const std::string &text) {
+        std::uint32_t value = 0;
+        if (CLI::detail::lexical_cast(text, value) && value <= max)
+            return std::string{};
+        return "'" + text + "' is not a number from 0 to " + std::to_string(max);
+    };
+    return command->add_option(name, number, meaning)->type_name("NUMBER")->check(check);
+}
+
+CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+{
+    return command->add_option(name, text, meaning)->type_name("ADDRESS:PORT")->required()->check(is_endpoint);
+}
+
+/// The command that the line named as far as it was understood.
+const CLI::App &innermost(const CLI::App &app)
+{
+    const std::vector<CLI::App *> parsed = app.get_subcommands();
+    return parsed.empty() ? app : innermost(*parsed.front());
+}
+
+std::string names_of_commands(const CLI::App &app)
+{
+    std::string names;
+    for (const CLI::App *command : app.get_subcommands(nullptr))
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    return names;
+}
+
+/// All commands below `app` that do something, with their descriptions.
+void list_commands(text_table &list, const CLI::App &app, const std::string &prefix)
+{
+    for (const CLI::App *command : app.get_subcommands(nullptr)) {
+        if (command->get_subcommands(nullptr).empty())
+            list.add({prefix + command->get_name(), command->get_description()});
+        else
+            list_commands(list, *command, prefix + command->get_name() + " ");
+    }
+}
+
+zel_core_term_udp_session_cfg_t configuration(const endpoint &local, const endpoint &remote)
+{
+    if (local.ip_version != remote.ip_version)
+        throw bad_line("--local is IPv" + std::to_string(local.ip_version) + " and --remote is IPv" +
+                       std::to_string(remote.ip_version));
+
+    zel_core_term_udp_session_cfg_t cfg{};
+    cfg.ip_version = static_cast<std::uint8_t>(local.ip_version);
+    std::copy(local.address.begin(), local.address.end(), cfg.local_addr);
+    std::copy(remote.address.begin(), remote.address.end(), cfg.remote_addr);
+    cfg.local_port = local.port;
+    cfg.remote_port = remote.port;
+    return cfg;
+}
+
+std::string to_text(const zel_core_term_udp_session_cfg_t &cfg, const std::uint8_t (&address)[16], std::uint16_t port)
+{
+    endpoint e{cfg.ip_version, {}, port};
+    std::copy(std::begin(address), std::end(address), e.address.begin());
+    return to_text(e);
+}
+
+} // namespace
+
+void commands::execute(const std::string &line)
+{
+    CLI::App app;
+    app.require_subcommand(1);
+    line_options options;
+    add_library_commands(app);
+    add_udp_commands(app, options);
+    add_view_commands(app, options);
+    try {
+        app.parse(line);
+    } catch (const CLI::CallForHelp &) {
+        out_ << innermost(app).help("", CLI::AppFormatMode::Sub);
+    } catch (const CLI::ParseError &wrong) {
+        const std::string choices = names_of_commands(innermost(app));
+        if (choices.empty())
+            throw bad_line(wrong.what());
+        const std::vector<std::string> rest = app.remaining(true);
+        throw bad_line((rest.empty() ? "a command is missing" : "unknown command '" + rest.front() + "'") +
+                       "; expected " + choices);
+    }
+}
+
+void commands::add_library_commands(CLI::App &app)
+{
+    app.add_subcommand("start", "start the library")->callback([this] {
+        added_udp_sessions_.clear();
+        show_result("start", zel_core_term_start());
+    });
+    app.add_subcommand("stop", "stop the library; the data plane keeps what sessions hold there")->callback([this] {
+        show_result("stop", zel_core_term_stop());
+    });
+}
+
+void commands::add_udp_commands(CLI::App &app, line_options &o)
+{
+    CLI::App *udp = app.add_subcommand("udp", "UDP sessions")->require_subcommand(1);
+
+    CLI::App *add = udp->add_subcommand("add", "add a session");
+    add_number(add, "ID", o.id, "udp_session_id, 1 to 70000")->required();
+    add_endpoint(add, "--local", o.local, "local address and UDP port, IPv6 as [2001:db8::1]:2152");
+    add_endpoint(add, "--remote", o.remote, "remote address and UDP port, of the same IP version");
+    add_number(add, "--uplink-pcep", o.uplink_pcep, "PCEP id of the uplink ovlin flow")->required();
+    add_number(add, "--downlink-pcep", o.downlink_pcep, "PCEP id of the downlink ovlin flow")->required();
+    add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id")->required();
+    add_number(add, "--dscp", o.dscp, "DSCP of the uplink binding", 255)->capture_default_str();
+    add_number(add, "--vrf", o.vrf, "routing instance")->capture_default_str();
+    add_number(add, "--pmtu", o.pmtu, "path MTU in bytes, used with IPv6")->capture_default_str();
+    add_number(add, "--ttl", o.ttl, "TTL or hop limit, 0: not given", 255)->capture_default_str();
+    add->add_flag("--session-type", o.session_type, "set the session type of the uplink PCEP first");
+    add->callback([this, &o] {
+        zel_core_term_udp_session_cfg_t cfg = configuration(parse_endpoint(o.local), parse_endpoint(o.remote));
+        cfg.vrf_id = o.vrf;
+        cfg.pmtu = o.pmtu;
+        cfg.ttl = static_cast<std::uint8_t>(o.ttl);
+        added_udp_sessions_.insert(o.id);
+        show_result("udp add " + std::to_string(o.id),
+                    zel_core_term_udp_session_add(o.id, &cfg, o.uplink_pcep, o.downlink_pcep, o.rat_session,
+                                                  static_cast<std::uint8_t>(o.dscp), o.session_type));
+    });
+
+    udp->add_subcommand("free-id", "the lowest free id")->callback([this] {
+        std::uint32_t id = 0;
+        const std::uint32_t result = zel_core_term_udp_session_free_id_get(&id);
+        show_result("udp free-id", result);
+        if (result == ZEL_CORE_TERM_SUCCESS)
+            out_ << "lowest free id: " << id << '\n';
+    });
+    udp->add_subcommand("show", "the sessions and their configuration")->callback([this] { show_udp_sessions(); });
+}
+
+void commands::add_view_commands(CLI::App &app, line_options &o)
+{
+    app.add_subcommand("objects", "the data plane's objects and bindings")->callback([this] { show_data_plane(out_); });
+    CLI::App *trace = app.add_subcommand("trace", "show each trace event as it fires, or stop to");
+    trace->add_option("SWITCH", o.on_off, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
+    trace->callback([this, &o] { show_events(o.on_off == "on"); });
+    app.add_subcommand("help", "this list; COMMAND --help tells a command's options")->callback([this, &app] {
+        text_table list{{"command", "what it does"}};
+        list_commands(list, app, "");
+        out_ << list;
+    });
+}
+
+void commands::show_result(const std::string &operation, std::uint32_t result_code)
+{
+    out_ << operation << ": " << result_code << " (" << kiv_util_init_rc_str_get(result_code) << ")\n";
+}
+
+void commands::show_udp_sessions()
+{
+    text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
+    std::size_t count = 0;
+    mute_events_ = true; // an id that was not added after all would be reported as a rejection
+    for (const std::uint32_t id : added_udp_sessions_) {
+        zel_core_term_udp_session_cfg_t cfg;
+        if (zel_core_term_udp_session_cfg_get(id, &cfg) != ZEL_CORE_TERM_SUCCESS)
+            continue;
+        ++count;
+        sessions.add({std::to_string(id), to_text(cfg, cfg.local_addr, cfg.local_port),
+                      to_text(cfg, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
+                      std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
+    }
+    mute_events_ = false;
+    out_ << count << " UDP sessions\n";
+    if (count != 0)
+        out_ << sessions;
+}
+
+void commands::show_events(bool on)
+{
+    listener_.reset();
+    if (on)
+        listener_ = std::make_unique<event_listener>([this](const trace_event &e) {
+            if (!mute_events_)
+                out_ << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
+        });
+}

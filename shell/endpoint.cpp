@@ -1,0 +1,63 @@
+#include "endpoint.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstring>
+#include <stdexcept>
+
+namespace {
+
+std::uint16_t parse_port(const std::string &text)
+{
+    std::uint16_t port = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    if (error != std::errc{} || stop != end)
+        throw std::invalid_argument("'" + text + "' is not a port from 0 to 65535");
+    return port;
+}
+
+void put_word(endpoint &e, std::size_t offset, std::uint32_t host_word)
+{
+    const std::uint32_t network_word = htonl(host_word);
+    std::memcpy(e.address.data() + offset, &network_word, sizeof network_word);
+}
+
+} // namespace
+
+endpoint parse_endpoint(const std::string &text)
+{
+    const std::size_t colon = text.rfind(':');
+    const bool bracketed = text.starts_with('[') && colon != std::string::npos && colon > 0 && text[colon - 1] == ']';
+    if (colon == std::string::npos || (!bracketed && text.find(':') != colon))
+        throw std::invalid_argument("'" + text + "' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)");
+
+    endpoint e{bracketed ? 6 : 4, {}, parse_port(text.substr(colon + 1))};
+    const std::string address = bracketed ? text.substr(1, colon - 2) : text.substr(0, colon);
+    if (inet_pton(bracketed ? AF_INET6 : AF_INET, address.c_str(), e.address.data()) != 1)
+        throw std::invalid_argument("'" + address + "' is not an IPv" + std::to_string(e.ip_version) + " address");
+    return e;
+}
+
+std::string to_text(const endpoint &e)
+{
+    char address[INET6_ADDRSTRLEN] = "?";
+    inet_ntop(e.ip_version == 6 ? AF_INET6 : AF_INET, e.address.data(), address, sizeof address);
+    return (e.ip_version == 6 ? "[" + std::string(address) + "]" : address) + ":" + std::to_string(e.port);
+}
+
+std::string to_text(std::uint32_t ipv4_word, std::uint16_t port)
+{
+    endpoint e{4, {}, port};
+    put_word(e, 0, ipv4_word);
+    return to_text(e);
+}
+
+std::string to_text(const vok_ipv6_address &ipv6_words, std::uint16_t port)
+{
+    endpoint e{6, {}, port};
+    for (std::size_t i = 0; i < 4; ++i)
+        put_word(e, i * 4, ipv6_words.word[i]);
+    return to_text(e);
+}

@@ -1,0 +1,53 @@
+#include "event_listener.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "tn_zel_init.h"
+#include "tn_zel_term.h"
+
+namespace {
+
+using tracepoint_object = struct lttng_ust_tracepoint; // the plain name is a macro too
+
+const tracepoint_object *const tracepoints[] = {
+    &lttng_ust_tracepoint_tn_zel_init___EXCEPTION, &lttng_ust_tracepoint_tn_zel_term___API_CALL,
+    &lttng_ust_tracepoint_tn_zel_term___ERROR,     &lttng_ust_tracepoint_tn_zel_term___EXCEPTION,
+    &lttng_ust_tracepoint_tn_zel_term___FN_ENTER,  &lttng_ust_tracepoint_tn_zel_term___FN_EXIT,
+    &lttng_ust_tracepoint_tn_zel_term___LAB,
+};
+
+const event_listener::handler *listening; ///< the handler of the one listener
+
+void probe(void *tracepoint, const char *location, const char *category, const char *message)
+{
+    const auto *fired = static_cast<const tracepoint_object *>(tracepoint);
+    (*listening)({std::string(fired->provider_name) + ":" + fired->event_name, location, category, message});
+}
+
+void (*const registered_probe)() = reinterpret_cast<void (*)()>(probe);
+
+void *probe_data(const tracepoint_object *tracepoint)
+{
+    return const_cast<tracepoint_object *>(tracepoint);
+}
+
+} // namespace
+
+event_listener::event_listener(handler on_event) : on_event_(std::move(on_event))
+{
+    if (listening != nullptr)
+        throw std::logic_error("there is an event listener already");
+    listening = &on_event_;
+    for (const auto *t : tracepoints)
+        if (lttng_ust_tracepoint_provider_register(t->provider_name, t->event_name, registered_probe, probe_data(t),
+                                                   t->signature) != 0)
+            throw std::runtime_error("the tracing runtime takes no probe");
+}
+
+event_listener::~event_listener()
+{
+    for (const auto *t : tracepoints)
+        lttng_ust_tracepoint_provider_unregister(t->provider_name, t->event_name, registered_probe, probe_data(t));
+    listening = nullptr;
+}

@@ -1,0 +1,231 @@
+#include "library_test.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+
+#include "kiv_util.h"
+#include "vok_cp.h"
+
+struct interposed interposed;
+
+namespace {
+
+library_test *recording; ///< the test that hears of calls of the session-type hook
+
+/// The definition that the dynamic linker would have bound without ours.
+template <typename Function> Function *original(const char *name)
+{
+    auto *found = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+    if (found == nullptr)
+        throw std::runtime_error(std::string("no original of ") + name);
+    return found;
+}
+
+} // namespace
+
+// ---- The interposed functions
+
+struct interposed_functions {
+    static void hook_called(uint64_t type, uint32_t pcep_id, uint32_t session_type)
+    {
+        if (recording != nullptr)
+            recording->add_line("session type hook: ovlin type " + std::to_string(type == VOK_CP_SIM_OVLIN_FLOW_TYPE) +
+                                ", pcep " + std::to_string(pcep_id) + ", session type " + std::to_string(session_type));
+    }
+};
+
+#define INTERPOSED extern "C" __attribute__((visibility("default")))
+
+INTERPOSED uint32_t zel_ovlin_session_handler_set_session_type(uint64_t type, uint32_t pcep_id, uint32_t session_type)
+{
+    interposed_functions::hook_called(type, pcep_id, session_type);
+    return interposed.session_type_result;
+}
+
+INTERPOSED uint32_t zel_init_attach(zel_handles_t *block)
+{
+    return interposed.attach_result ? *interposed.attach_result
+                                    : original<decltype(zel_init_attach)>("zel_init_attach")(block);
+}
+
+INTERPOSED uint32_t zel_core_ic_ovlin_capabilities_get(ovlin_capabilities_t *capabilities)
+{
+    if (interposed.capabilities_result)
+        return *interposed.capabilities_result;
+    if (!interposed.capabilities)
+        return original<decltype(zel_core_ic_ovlin_capabilities_get)>(__func__)(capabilities);
+    *capabilities = *interposed.capabilities;
+    return 0;
+}
+
+INTERPOSED uint32_t zel_udp_session_stop()
+{
+    return interposed.udp_stop_result ? *interposed.udp_stop_result
+                                      : original<decltype(zel_udp_session_stop)>(__func__)();
+}
+
+INTERPOSED const char *kiv_util_init_rc_str_get(uint32_t result_code)
+{
+    ++interposed.texts_asked;
+    return original<decltype(kiv_util_init_rc_str_get)>(__func__)(result_code);
+}
+
+INTERPOSED const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *func, const char *fmt, ...)
+{
+    ++interposed.messages_formatted;
+    va_list args;
+    va_start(args, fmt);
+    const char *text = zel_trace_internal_vformat_str(prefix_fmt, func, fmt, args);
+    va_end(args);
+    return text;
+}
+
+// ---- The fixture
+
+namespace {
+
+/// A location must lead to the statement that reports, in the file that its module names.
+void expect_location_leads_to_statement(const std::string &location)
+{
+    const std::size_t colon = location.find(':');
+    const std::string file = location.substr(0, colon) + ".cpp";
+    for (const char *folder : {"term/", "udp/"}) {
+        std::ifstream source(std::string(ZEL_SOURCE_DIR "/") + folder + file);
+        std::string line;
+        for (int i = std::stoi(location.substr(colon + 1)); i > 0; --i)
+            std::getline(source, line);
+        if (source) {
+            EXPECT_NE(line.find("ZEL_HERE"), std::string::npos) << location << " is: " << line;
+            return;
+        }
+    }
+    ADD_FAILURE() << location << " leads nowhere";
+}
+
+std::string hex(uint32_t value)
+{
+    char text[sizeof "0x00000000"];
+    std::snprintf(text, sizeof text, "0x%08x", value);
+    return text;
+}
+
+} // namespace
+
+library_test::library_test()
+{
+    interposed = {};
+    vok_cp_sim_reset();
+    EXPECT_EQ(zel_core_term_start(), 0u);
+    recording = this;
+}
+
+library_test::~library_test()
+{
+    stop_recording();
+    recording = nullptr;
+    interposed = {};
+    vok_cp_sim_reset();
+    zel_core_term_stop();
+}
+
+void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
+{
+    stop_recording();
+    vok_ip_egress_record record{};
+    vok_ip_egress_association_create(VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, &record, &handles_before_);
+    vok_ip_egress_association_delete(VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, handles_before_);
+    trail_.clear();
+    calls.clear();
+    faults_ = std::move(faults);
+    vok_cp_sim_observe(observe, this);
+    if (!listen)
+        return;
+    listener_.emplace([this](const trace_event &e) {
+        expect_location_leads_to_statement(e.location);
+        const auto is_in_message = [&](const std::string &text) { return e.message.find(text) != std::string::npos; };
+        if (e.category != "SESSION_API_DELAY" || std::ranges::any_of(keep_delays_of, is_in_message))
+            add_line(e.name + " " + e.location.substr(0, e.location.find(':')) + " " + e.category + " " + e.message);
+    });
+}
+
+void library_test::stop_recording()
+{
+    vok_cp_sim_observe(nullptr, nullptr);
+    listener_.reset();
+}
+
+std::string library_test::trail()
+{
+    return std::exchange(trail_, {});
+}
+
+std::vector<uint8_t> library_test::handle_bytes(int number) const
+{
+    const uint64_t handle = handles_before_ + static_cast<uint64_t>(number);
+    std::vector<uint8_t> bytes(sizeof handle);
+    std::memcpy(bytes.data(), &handle, sizeof handle);
+    return bytes;
+}
+
+std::string library_test::name(uint64_t handle) const
+{
+    return "#" + std::to_string(static_cast<int64_t>(handle - handles_before_));
+}
+
+vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *call)
+{
+    auto &test = *static_cast<library_test *>(self);
+    std::string line = call->operation;
+    if (line == "vok_syshandle_get" || line == "vok_sys_status_get") {
+        test.add_line(line);
+        return {};
+    }
+    const auto *bytes = static_cast<const uint8_t *>(call->record);
+    seen_call seen{line, {bytes, bytes + call->record_size}, {}};
+    if (call->handle != 0)
+        line += " " + test.name(call->handle);
+    if (line.ends_with("bind")) {
+        const auto &r = *static_cast<const vok_bind_record *>(call->record);
+        line += r.bindKind == VOK_BIND_ID2F ? " " + hex(r.srcFlowID) + " -> " + test.name(r.destFlowHandle)
+                                            : " " + test.name(r.srcFlowHandle) + " -> " + hex(r.dstFlowID);
+        if (r.dscpRef != nullptr)
+            seen.dscp = *r.dscpRef;
+        std::fill_n(seen.record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
+    }
+    test.add_line(line);
+    test.calls.push_back(seen);
+    const auto fault = test.faults_.find(static_cast<int>(test.calls.size()));
+    return fault != test.faults_.end() ? fault->second : vok_cp_sim_answer_t{};
+}
+
+zel_core_term_udp_session_cfg_t library_test::cfg(int ip_version)
+{
+    zel_core_term_udp_session_cfg_t cfg{};
+    cfg.ip_version = static_cast<uint8_t>(ip_version);
+    const uint8_t local[] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    const uint8_t remote[] = {0x20, 0x01, 0x0d, 0xb8, 0x12, 0x34, 0x56, 0x78, 0x9a, 0xbc, 0xde, 0xf0, 1, 2, 3, 4};
+    std::memcpy(cfg.local_addr, local, 16);
+    std::memcpy(cfg.remote_addr, remote, 16);
+    if (ip_version == 4) {
+        std::memcpy(cfg.local_addr, "\xc0\x00\x02\x01", 4);
+        std::memcpy(cfg.remote_addr, "\xc6\x33\x64\x07", 4);
+    }
+    cfg.local_port = 2152;
+    cfg.remote_port = 40000;
+    cfg.vrf_id = 0x01020304;
+    cfg.pmtu = 70000;
+    cfg.ttl = 64;
+    return cfg;
+}
+
+std::string library_test::data_plane()
+{
+    int objects = 0, bindings = 0;
+    vok_cp_sim_walk_objects([](void *n, const vok_cp_sim_object_t *) { ++*static_cast<int *>(n); }, &objects);
+    vok_cp_sim_walk_bindings([](void *n, const vok_cp_sim_binding_t *) { ++*static_cast<int *>(n); }, &bindings);
+    return std::to_string(objects) + " objects, " + std::to_string(bindings) + " bindings";
+}

@@ -1,0 +1,74 @@
+/// What the tests share: a started library over an empty stand-in data plane, a record of everything that it does,
+/// and faults.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "event_listener.h"
+#include "vok_cp_sim.h"
+#include "zel_core_ic.h"
+#include "zel_core_term/zel_core_term.h"
+
+/// What the test program's own definitions of the library's collaborators answer; empty: as the original does.
+/// They stand in front of the originals because the library calls them through the dynamic symbol.
+struct interposed {
+    std::optional<uint32_t> attach_result;
+    std::optional<uint32_t> capabilities_result;
+    std::optional<ovlin_capabilities_t> capabilities;
+    std::optional<uint32_t> udp_stop_result;
+    uint32_t session_type_result = 0;
+    int texts_asked = 0;        ///< calls of kiv_util_init_rc_str_get()
+    int messages_formatted = 0; ///< calls of zel_trace_internal_format_str()
+};
+extern interposed interposed;
+
+class library_test : public testing::Test {
+protected:
+    library_test();
+    ~library_test() override;
+
+    /// Everything since the last call, in order, a line each: data-plane calls, calls of the session-type hook and
+    /// trace events. Handles are shown as #1, #2, … in the order of their creation since record(), trace locations
+    /// without their line. Delay warnings are left out, since a preempted call can truly be slow, unless they are asked
+    /// for.
+    std::string trail();
+
+    std::vector<std::string> keep_delays_of; ///< delay warnings with one of these texts are kept
+    bool listen = true;                      ///< false: no event is enabled while trail() collects
+
+    /// Starts to collect anew. The n-th data-plane call from now, those that only serve a failure's text not
+    /// counted, is answered as `faults` says.
+    void record(std::map<int, vok_cp_sim_answer_t> faults = {});
+    void stop_recording();
+
+    struct seen_call {
+        std::string operation;
+        std::vector<uint8_t> record; ///< a bind record's dscpRef is cleared
+        std::optional<uint8_t> dscp; ///< where a bind record's dscpRef points
+    };
+    std::vector<seen_call> calls; ///< since record()
+
+    static zel_core_term_udp_session_cfg_t cfg(int ip_version);
+    static std::string data_plane();                     ///< "objects, bindings" by number
+    std::vector<uint8_t> handle_bytes(int number) const; ///< of handle #number
+
+private:
+    friend struct interposed_functions;
+    static vok_cp_sim_answer_t observe(void *self, const vok_cp_sim_call_t *call);
+    void add_line(const std::string &line) { trail_ += line + "\n"; }
+    std::string name(uint64_t handle) const;
+
+    uint64_t handles_before_ = 0; ///< the last handle that the data plane gave before record()
+    std::map<int, vok_cp_sim_answer_t> faults_;
+    std::string trail_;
+    std::optional<event_listener> listener_;
+};
+
+inline constexpr vok_cp_sim_answer_t failing{VOK_CP_SIM_INJECTED, false, 0};
+inline constexpr vok_cp_sim_answer_t failing_after_effect{VOK_CP_SIM_INJECTED, true, 0};

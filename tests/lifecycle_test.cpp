@@ -1,0 +1,170 @@
+// Start, stop, the time services, and the queries of the UDP session table.
+#include <algorithm>
+#include <cstring>
+
+#include "library_test.h"
+#include "term/tick.h"
+
+namespace {
+
+class lifecycle : public library_test {
+protected:
+    static bool handle_block_is_zero()
+    {
+        const zel_handles_t zero{};
+        return std::memcmp(zel_getHandles(), &zero, sizeof zero) == 0;
+    }
+};
+
+TEST_F(lifecycle, start_and_stop_with_each_step_failing)
+{
+    const std::string udp_starts = "tn_zel_term:FN_ENTER zel_udp_session UDP_SESSION zel_udp_session_start()\n";
+    const std::string udp_started = "tn_zel_term:FN_EXIT zel_udp_session UDP_SESSION zel_udp_session_start()\n";
+    const std::string starts = "tn_zel_term:FN_ENTER zel_term GENERAL zel_core_term_start()\n";
+    const std::string started = "tn_zel_term:FN_EXIT zel_term GENERAL zel_core_term_start()\n";
+    const std::string start_failed =
+        "tn_zel_term:EXCEPTION zel_term GENERAL zel_core_term_start(): zel_core_term_start failed\n" + started;
+
+    ASSERT_EQ(zel_core_term_stop(), 0u);
+    EXPECT_TRUE(handle_block_is_zero());
+
+    record();
+    interposed.attach_result = 77;
+    EXPECT_EQ(zel_core_term_start(), 77u);
+    EXPECT_EQ(trail(), starts +
+                           "tn_zel_init:EXCEPTION zel_term GENERAL zel_core_term_start(): unknown result code, "
+                           "zel_init_attach\n" +
+                           start_failed);
+    EXPECT_TRUE(handle_block_is_zero());
+    interposed.attach_result.reset();
+
+    interposed.capabilities_result = 2;
+    EXPECT_EQ(zel_core_term_start(), 2u);
+    EXPECT_EQ(trail(), starts + udp_starts +
+                           "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_udp_session_start(): required output "
+                           "pointer is NULL, zel_core_ic_ovlin_capabilities_get\n" +
+                           udp_started +
+                           "tn_zel_init:EXCEPTION zel_term GENERAL zel_core_term_start(): required output pointer is "
+                           "NULL, zel_udp_session_start\n" +
+                           start_failed);
+    EXPECT_EQ(zel_getHandles()->vok_instance, VOK_CP_SIM_INSTANCE);
+    EXPECT_EQ(zel_getHandles()->ovlin_flow_type, VOK_CP_SIM_OVLIN_FLOW_TYPE);
+    interposed.capabilities_result.reset();
+
+    EXPECT_EQ(zel_core_term_start(), 0u);
+    EXPECT_EQ(trail(), starts + udp_starts + udp_started + started);
+    EXPECT_EQ(zel_handles, nullptr);
+
+    interposed.udp_stop_result = 9;
+    EXPECT_EQ(zel_core_term_stop(), 9u);
+    EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_term GENERAL zel_core_term_stop(): unknown result code, "
+                       "zel_udp_session_stop\n");
+    EXPECT_FALSE(handle_block_is_zero());
+    interposed.udp_stop_result.reset();
+
+    EXPECT_EQ(zel_core_term_stop(), 0u);
+    EXPECT_EQ(trail(), "tn_zel_term:FN_ENTER zel_udp_session UDP_SESSION zel_udp_session_stop()\n"
+                       "tn_zel_term:FN_EXIT zel_udp_session UDP_SESSION zel_udp_session_stop()\n");
+    EXPECT_TRUE(handle_block_is_zero());
+}
+
+TEST_F(lifecycle, start_forgets_sessions_but_not_their_data_plane_objects_and_reads_the_capabilities_again)
+{
+    const zel_core_term_udp_session_cfg_t configuration = cfg(4);
+    for (const uint32_t id : {1u, 64u, 65u, 70000u})
+        ASSERT_EQ(zel_core_term_udp_session_add(id, &configuration, 1, 1, 1, 0, 0), 0u);
+    interposed.capabilities = {0, 0, {}};
+    ASSERT_EQ(zel_core_term_start(), 0u);
+
+    EXPECT_EQ(data_plane(), "8 objects, 8 bindings");
+    zel_core_term_udp_session_cfg_t stored;
+    for (const uint32_t id : {1u, 64u, 65u, 70000u})
+        EXPECT_EQ(zel_core_term_udp_session_cfg_get(id, &stored), 4u);
+    EXPECT_EQ(zel_core_term_udp_session_add(1, &configuration, 1, 0, 0, 0, 0), 3u);
+    EXPECT_EQ(zel_core_term_udp_session_add(1, &configuration, 0, 0, 0, 0, 0), 0u);
+}
+
+TEST_F(lifecycle, time_services)
+{
+    uint64_t frequency = 0;
+    EXPECT_EQ(zel_core_term_clock_freq_get(&frequency), 0u);
+    EXPECT_EQ(frequency, 256'000'000u);
+    const uint64_t first = zel_core_term_time_get();
+    EXPECT_GE(zel_core_term_time_get(), first);
+
+    EXPECT_FALSE(zel::is_delayed(1000, 1000 + 25'600'000));
+    EXPECT_TRUE(zel::is_delayed(1000, 1000 + 25'600'001));
+    EXPECT_FALSE(zel::is_delayed(UINT64_MAX, UINT64_MAX + 25'600'000)); // the counter starts again from 0
+}
+
+TEST_F(lifecycle, session_handler_entry_points_do_nothing)
+{
+    int anything = 1;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(zel_ovlin_session_handler_5gc_session_enable(1, &anything), 0u);
+        EXPECT_EQ(zel_ovlin_session_handler_5gc_qfi_dscp_mapping(), 0u);
+        EXPECT_EQ(zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove("a", 2.0, 3ULL), 0u);
+        EXPECT_EQ(zel_ovlin_5gc_session_stats_get(nullptr), 0u);
+    }
+    EXPECT_EQ(anything, 1);
+    zel_tracepoint();
+}
+
+using udp_queries = library_test;
+
+TEST_F(udp_queries, capabilities)
+{
+    record();
+    EXPECT_EQ(zel_core_term_udp_session_capabilities_get(nullptr), 2u);
+    EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_capabilities_get(): "
+                       "required output pointer is NULL, capabilities == NULL\n");
+    zel_core_term_udp_session_capabilities_t capabilities;
+    EXPECT_EQ(zel_core_term_udp_session_capabilities_get(&capabilities), 0u);
+    EXPECT_EQ(capabilities.max_udp_sessions, 70'000u);
+    EXPECT_EQ(capabilities.capability_b, 41'000u);
+    EXPECT_EQ(capabilities.capability_c, 61'000u);
+    EXPECT_EQ(trail(), "");
+}
+
+TEST_F(udp_queries, configuration_of_what_is_no_session)
+{
+    const std::string name = "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_cfg_get(): ";
+    zel_core_term_udp_session_cfg_t stored;
+    record();
+    for (const uint32_t id : {0u, 70001u, UINT32_MAX}) {
+        EXPECT_EQ(zel_core_term_udp_session_cfg_get(id, &stored), 3u);
+        EXPECT_EQ(trail(), name + "identifier or argument out of range, (udp_session_id)\n");
+    }
+    for (const uint32_t id : {1u, 70000u}) {
+        EXPECT_EQ(zel_core_term_udp_session_cfg_get(id, &stored), 4u);
+        EXPECT_EQ(trail(), name + "session is free, (udp_session_id)\n");
+    }
+}
+
+TEST_F(udp_queries, lowest_free_id_of_an_empty_a_half_and_a_full_table)
+{
+    const zel_core_term_udp_session_cfg_t configuration = cfg(4);
+    const auto add = [&](uint32_t id) { return zel_core_term_udp_session_add(id, &configuration, 1, 1, 1, 0, 0); };
+    const auto lowest = [] {
+        uint32_t id = 0xABCD;
+        return zel_core_term_udp_session_free_id_get(&id) == 0 ? id : 0;
+    };
+    EXPECT_EQ(lowest(), 1u);
+    EXPECT_EQ(lowest(), 1u); // nothing was reserved
+    for (const uint32_t id : {1u, 2u, 3u, 4u, 6u})
+        ASSERT_EQ(add(id), 0u);
+    EXPECT_EQ(lowest(), 5u);
+    ASSERT_EQ(add(5), 0u);
+    for (uint32_t id = 7; id <= 70000; ++id) {
+        ASSERT_EQ(lowest(), id);
+        ASSERT_EQ(add(id), 0u);
+    }
+    record();
+    uint32_t id = 0xABCD;
+    EXPECT_EQ(zel_core_term_udp_session_free_id_get(&id), 10u);
+    EXPECT_EQ(id, 0xABCDu);
+    EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_free_id_get(): no free "
+                       "session id, \n");
+}
+
+} // namespace

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# The shell as its users meet it: shell_check.sh SHELL EXAMPLES_FOLDER EXPECTED_FOLDER
+set -euo pipefail
+shell=$1
+examples=$2
+expected=$3
+failures=0
+
+fail() {
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+# The tour, its trace locations without their line.
+"$shell" "$examples/tour.zel" | sed -E 's/^(  tn_zel_[a-z]+:[A-Z_]+  [a-z_]+):[0-9]+ /\1 /' |
+    diff -u "$expected/tour.txt" - || fail "the tour shows something else"
+
+# Bad lines: the message, with where the line stands, and the exit status. Nothing after a bad line is carried out.
+while IFS='|' read -r line message; do
+    got=$(printf '# comment\n\n%s\nstart\n' "$line" | "$shell" 2>&1 >/dev/null) && fail "'$line' is accepted"
+    [ "$got" = "standard input:3: $message" ] || fail "'$line' says: $got"
+    printf '%s\nstart\n' "$line" | "$shell" 2>/dev/null | grep -q 'start: 0' && fail "'$line' does not stop the shell"
+done <<'ROWS'
+fly|unknown command 'fly'; expected start, stop, udp, objects, trace, help
+udp|a command is missing; expected add, free-id, show
+udp fly 1|unknown command 'fly'; expected add, free-id, show
+start now|The following argument was not expected: now
+trace maybe|SWITCH: maybe not in {on,off}
+udp add|ID is required
+udp add one|ID: 'one' is not a number from 0 to 4294967295
+udp add 4294967296|ID: '4294967296' is not a number from 0 to 4294967295
+udp add 1 --dscp 256|--dscp: '256' is not a number from 0 to 255
+udp add 1 --ttl -1|--ttl: '-1' is not a number from 0 to 255
+udp add 1 --local 192.0.2.1|--local: '192.0.2.1' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
+udp add 1 --local 192.0.2.256:1|--local: '192.0.2.256' is not an IPv4 address
+udp add 1 --local [2001:db8::g]:1|--local: '2001:db8::g' is not an IPv6 address
+udp add 1 --local 2001:db8::1:2152|--local: '2001:db8::1:2152' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
+udp add 1 --local 192.0.2.1:65536|--local: '65536' is not a port from 0 to 65535
+udp add 1 --local 192.0.2.1:1 --remote [::1]:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1|--local is IPv4 and --remote is IPv6
+ROWS
+
+got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
+[[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"
+
+echo "the shell: $failures failures"
+[ "$failures" -eq 0 ]
