@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# The shell as its users meet it: shell_check.sh SHELL EXAMPLES_FOLDER EXPECTED_FOLDER
+# The shell as its users meet it: shell_check.sh SHELL PROJECT_FOLDER
 set -euo pipefail
 shell=$1
-examples=$2
-expected=$3
+project=$2
 failures=0
 
 fail() {
@@ -11,9 +10,11 @@ fail() {
     failures=$((failures + 1))
 }
 
-# The tour, its trace locations without their line.
-"$shell" "$examples/tour.zel" | sed -E 's/^(  tn_zel_[a-z]+:[A-Z_]+  [a-z_]+):[0-9]+ /\1 /' |
-    diff -u "$expected/tour.txt" - || fail "the tour shows something else"
+# The tour is what the README shows, the lines of its trace locations aside.
+without_lines() { sed -E 's/^(  tn_zel_[a-z]+:[A-Z_]+  [a-z_]+):[0-9]+ /\1 /'; }
+readme_block() { sed -n '/^== zel-term-shell .*tour\.zel$/,/^```$/p' "$project/README.md" | sed '1d;$d'; }
+diff -u --label README.md --label "the tour" <(readme_block | without_lines) \
+    <("$shell" "$project/examples/tour.zel" | without_lines) || fail "the README shows another tour"
 
 # Bad lines: the message, with where the line stands, and the exit status. Nothing after a bad line is carried out.
 while IFS='|' read -r line message; do
