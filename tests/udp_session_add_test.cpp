@@ -25,14 +25,14 @@ const add_row add_rows[] = {
     {"success", {}, false, 0, 0, "2 objects, 2 bindings", 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 )"},
     {"success with the session type set", {}, true, 0, 0, "2 objects, 2 bindings", 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 session type hook: ovlin type 1, pcep 1, session type 2
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 )"},
     {"ingress create fails", {{1, failing}}, false, 0, 13, "0 objects, 0 bindings", 4, R"(
@@ -76,7 +76,7 @@ vok_$V_ingress_association_delete #1
      R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_syshandle_get
 vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): injected fault, vok_bind(ID2F, EGRESS, ovlin->ipv4/ipv6)
@@ -90,13 +90,13 @@ vok_$V_egress_association_delete #2
     {"downlink bind fails", {{4, failing}}, false, 0, 13, "0 objects, 0 bindings", 4, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 vok_syshandle_get
 vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
-vok_unbind 0x00100009 -> #2
+vok_unbind 0x00100001 -> #2
 vok_$V_ingress_association_delete #1
 vok_$V_egress_association_delete #2
 )"},
@@ -110,13 +110,13 @@ vok_$V_egress_association_delete #2
      R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 vok_syshandle_get
 vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
-vok_unbind 0x00100009 -> #2
+vok_unbind 0x00100001 -> #2
 vok_syshandle_get
 vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): injected fault, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
@@ -184,12 +184,15 @@ TEST_F(udp_session_add, calls_reports_and_undo)
             ASSERT_EQ(zel_core_term_start(), 0u);
             interposed.session_type_result = row.session_type_result;
             record(row.faults);
-            EXPECT_EQ(add(9, cfg(ip_version), row.session_type), row.result);
+            EXPECT_EQ(add(1, cfg(ip_version), row.session_type), row.result);
             EXPECT_EQ(trail(), for_version(row.trail, ip_version));
             stop_recording();
             EXPECT_EQ(data_plane(), row.left);
             zel_core_term_udp_session_cfg_t stored;
-            EXPECT_EQ(zel_core_term_udp_session_cfg_get(9, &stored), row.session);
+            EXPECT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), row.session);
+            uint32_t free_id = 0;
+            EXPECT_EQ(zel_core_term_udp_session_free_id_get(&free_id), 0u);
+            EXPECT_EQ(free_id, row.session == 0 ? 2u : 1u);
         }
     }
 }
@@ -334,7 +337,7 @@ TEST_F(udp_session_add, records_byte_for_byte)
     };
     for (const int ip_version : {4, 6}) {
         record({{4, failing}}); // so that the uplink is unbound too
-        ASSERT_EQ(add(9, cfg(ip_version)), 13u);
+        ASSERT_EQ(add(1, cfg(ip_version)), 13u);
         ASSERT_EQ(calls.size(), 7u);
 
         const uint8_t association_type = ip_version == 4 ? 0x0a : 0x0b;
@@ -346,7 +349,7 @@ TEST_F(udp_session_add, records_byte_for_byte)
                              {0x08, {1}},
                              {0x10, {0x11}},
                              {0x17, {0x5a}},
-                             {0x20, {9, 0, 0x10, 0}},
+                             {0x20, {1, 0, 0x10, 0}},
                              {0x24, {2}},
                              {0x28, {association_type}},
                              {0x2f, {0x5a}},
@@ -397,15 +400,15 @@ TEST_F(udp_session_add, asks_for_no_text_when_every_event_is_off)
     listen = false;
     record({{4, failing}, {5, failing}});
     EXPECT_EQ(add(0, cfg(4)), 3u);
-    EXPECT_EQ(add(9, cfg(4)), 13u);
+    EXPECT_EQ(add(1, cfg(4)), 13u);
     EXPECT_EQ(interposed.texts_asked, 0);
     EXPECT_EQ(interposed.messages_formatted, 0);
     EXPECT_EQ(trail(), R"(vok_ip_ingress_association_create
 vok_ip_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 vok_syshandle_get
-vok_unbind 0x00100009 -> #2
+vok_unbind 0x00100001 -> #2
 vok_syshandle_get
 vok_ip_ingress_association_delete #1
 vok_ip_egress_association_delete #2
@@ -418,7 +421,7 @@ TEST_F(udp_session_add, a_slow_call_is_reported_before_its_failure_and_is_none_i
     const uint64_t slow = 30'000'000;
     keep_delays_of = {"vok_ipv6_ingress_association_create,", "vok_bind(F2ID"};
     record({{1, {VOK_CP_SIM_OK, false, slow}}, {4, {VOK_CP_SIM_INJECTED, false, slow}}});
-    ASSERT_EQ(add(9, cfg(6)), 13u);
+    ASSERT_EQ(add(1, cfg(6)), 13u);
     std::string all = trail();
     for (std::size_t at = 0; (at = all.find("delay=", at)) != std::string::npos;) {
         uint64_t delay, start, end;
@@ -433,14 +436,14 @@ TEST_F(udp_session_add, a_slow_call_is_reported_before_its_failure_and_is_none_i
     EXPECT_EQ(all, R"(vok_ipv6_ingress_association_create
 tn_zel_term:EXCEPTION zel_udp_session SESSION_API_DELAY create_ingress_udp_association_ipv6(): WARNING: too large VOK DELAY,START, END, detected for vok_ipv6_ingress_association_create, continue normal processing.
 vok_ipv6_egress_association_create
-vok_bind 0x00100009 -> #2
+vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 tn_zel_term:EXCEPTION zel_udp_session SESSION_API_DELAY udp_session_connect_dl(): WARNING: too large VOK DELAY,START, END, detected for vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin), continue normal processing.
 vok_syshandle_get
 vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
-vok_unbind 0x00100009 -> #2
+vok_unbind 0x00100001 -> #2
 vok_ipv6_ingress_association_delete #1
 vok_ipv6_egress_association_delete #2
 )");
