@@ -74,14 +74,12 @@ INTERPOSED const char *kiv_util_init_rc_str_get(uint32_t result_code)
     return original<decltype(kiv_util_init_rc_str_get)>(__func__)(result_code);
 }
 
-INTERPOSED const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *func, const char *fmt, ...)
+// Called by the library's zel_trace_internal_format_str(), which stands beside the original.
+INTERPOSED const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func, const char *fmt,
+                                                      va_list args)
 {
     ++interposed.messages_formatted;
-    va_list args;
-    va_start(args, fmt);
-    const char *text = zel_trace_internal_vformat_str(prefix_fmt, func, fmt, args);
-    va_end(args);
-    return text;
+    return original<decltype(zel_trace_internal_vformat_str)>(__func__)(prefix_fmt, func, fmt, args);
 }
 
 // ---- The fixture

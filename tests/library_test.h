@@ -24,7 +24,7 @@ struct interposed {
     std::optional<uint32_t> udp_stop_result;
     uint32_t session_type_result = 0;
     int texts_asked = 0;        ///< calls of kiv_util_init_rc_str_get()
-    int messages_formatted = 0; ///< calls of zel_trace_internal_format_str()
+    int messages_formatted = 0; ///< calls of zel_trace_internal_vformat_str()
 };
 extern interposed interposed;
 

@@ -51,8 +51,10 @@ TEST_F(lifecycle, start_and_stop_with_each_step_failing)
     EXPECT_EQ(zel_getHandles()->ovlin_flow_type, VOK_CP_SIM_OVLIN_FLOW_TYPE);
     interposed.capabilities_result.reset();
 
+    interposed.messages_formatted = 0;
     EXPECT_EQ(zel_core_term_start(), 0u);
     EXPECT_EQ(trail(), starts + udp_starts + udp_started + started);
+    EXPECT_EQ(interposed.messages_formatted, 4); // by a definition that the library must call in place of its own
     EXPECT_EQ(zel_handles, nullptr);
 
     interposed.udp_stop_result = 9;
