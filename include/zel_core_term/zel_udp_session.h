@@ -11,6 +11,7 @@
 
 #include <stdint.h>
 
+#include <vok_cp.h>
 #include <zel_layout.h>
 
 #include "zel_term_api.h"
@@ -61,6 +62,26 @@ ZEL_LAYOUT_SIZE(zel_core_term_udp_session_capabilities_t, 12);
 ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, max_udp_sessions, 0, 4);
 ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_b, 4, 4);
 ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_c, 8, 4);
+
+/** The counters of a session over IPv4, as the data plane gives them. */
+typedef struct zel_udp_session_ipv4_stats_t {
+    vok_ip_association_stats egress;
+    vok_ip_association_stats ingress;
+} zel_udp_session_ipv4_stats_t;
+
+ZEL_LAYOUT_SIZE(zel_udp_session_ipv4_stats_t, 64);
+ZEL_LAYOUT_FIELD(zel_udp_session_ipv4_stats_t, egress, 0, 32);
+ZEL_LAYOUT_FIELD(zel_udp_session_ipv4_stats_t, ingress, 32, 32);
+
+/** The counters of a session over IPv6, as the data plane gives them. */
+typedef struct zel_udp_session_ipv6_stats_t {
+    vok_ipv6_egress_association_stats egress;
+    vok_ipv6_ingress_association_stats ingress;
+} zel_udp_session_ipv6_stats_t;
+
+ZEL_LAYOUT_SIZE(zel_udp_session_ipv6_stats_t, 12);
+ZEL_LAYOUT_FIELD(zel_udp_session_ipv6_stats_t, egress, 0, 4);
+ZEL_LAYOUT_FIELD(zel_udp_session_ipv6_stats_t, ingress, 4, 8);
 
 /**
  * Starts the module with an empty table and reads the ovlin capabilities; called by zel_core_term_start() once
@@ -135,6 +156,80 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id
                                                          uint32_t tn_ul_pcep_id, uint32_t tn_dl_pcep_id,
                                                          uint32_t rat_ovlin_session_id, uint8_t dscp,
                                                          uint8_t session_type_flag);
+
+/**
+ * Gives the egress association of a session over IPv6 a new path MTU, in place: its binding stays.
+ *
+ * @param udp_session_id the session, in use, connected or not
+ * @param pmtu           bytes; all 32 bits are kept in the configuration, the low 16 go to the data plane
+ * @return 0: changed. 3: the id is outside 1 to 70,000; 4: it is free; 7: the session is not over IPv6; 13: the data
+ *         plane refused: nothing was changed
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_pmtu(uint32_t udp_session_id, uint32_t pmtu);
+
+/**
+ * Gives the egress association of a session over IPv6 a new hop limit, in place: its binding stays.
+ *
+ * @param udp_session_id the session, in use, connected or not
+ * @param ttl            hop limit; 0 is kept in the configuration and sends 128 to the data plane
+ * @return as zel_core_term_udp_session_modify_pmtu()
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_ttl(uint32_t udp_session_id, uint8_t ttl);
+
+/**
+ * Removes a session's downlink and then its uplink binding from the data plane. The session stays in use with its
+ * associations, and cannot be connected again: release it.
+ *
+ * The session does not remember that it was disconnected: a second call asks the data plane to remove the same
+ * bindings again. A downlink binding of ovlin flow ID 0 counts as not bound and stays in the data plane.
+ *
+ * @param udp_session_id the session
+ * @return 0, also when an unbind failed: that is reported by trace events, and the binding stays in the data plane.
+ *         3: the id is outside 1 to 70,000; 4: it is free
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_disconnect(uint32_t udp_session_id);
+
+/**
+ * Deletes a session's associations and frees its id. Bindings are not removed: disconnect first, or they and, where
+ * the data plane refuses to delete what is bound, the associations stay in the data plane without an owner.
+ *
+ * @param udp_session_id the session
+ * @return 0: the id is free, also when a delete failed, which is reported by trace events.
+ *         3: the id is outside 1 to 70,000; 4: it is free; 7: the session is neither over IPv4 nor IPv6: nothing was
+ *         done
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_release(uint32_t udp_session_id);
+
+/**
+ * Reads the counters of a session over IPv4, ingress first. For a session over IPv6 the data plane is asked all the
+ * same, and answers as it does for a wrong handle.
+ *
+ * @param udp_session_id the session
+ * @param stats          receives the counters; must be valid. It is set to zero before anything else
+ * @return 0. 3: the id is outside 1 to 70,000; 4: it is free; 13: the data plane refused: with the ingress counters
+ *         already in `stats` when it was the egress read
+ */
+ZEL_CORE_TERM_API uint32_t zel_udp_session_get_stats(uint32_t udp_session_id, zel_udp_session_ipv4_stats_t *stats);
+
+/**
+ * Reads the counters of a session over IPv6, as zel_udp_session_get_stats() does for IPv4, except that `stats` is not
+ * set to zero first: what is not read stays as the caller passed it.
+ */
+ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_id, zel_udp_session_ipv6_stats_t *stats);
+
+/**
+ * A session's counters as text, made by the family's formatters: ingress, then egress.
+ *
+ * @param udp_session_id the session
+ * @param buf            receives the text; must be valid and at least one byte. It is set to the empty text before
+ *                       anything else, and stays empty when the counters cannot be read
+ * @param buf_size       bytes of `buf`, passed on to the formatters
+ * @param fmt_option     passed on to the formatters
+ * @return 0. 3: the id is outside 1 to 70,000; 4: it is free; 13: the data plane refused. Any other: the code of
+ *         zel_fmt_end(), with the text as far as it was made
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_fmt_stats_get(uint32_t udp_session_id, char *buf,
+                                                                   uint32_t buf_size, uint8_t fmt_option);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 /**
  * @file
- * The data-plane acceleration library: IP associations, and the bindings that join them to ovlin flows.
+ * The data-plane acceleration library: IP associations with their counters, and the bindings that join them to
+ * ovlin flows.
  *
  * Every operation returns a 32-bit status, 0 for success; vok_sys_status_get() gives the text of any
  * other. Records are passed by address and read during the call only. All fields are in the machine's
@@ -244,6 +245,20 @@ uint32_t vok_ipv6_egress_association_delete(uint64_t type, uint64_t handle);
  * bindings that use it stay valid.
  */
 uint32_t vok_ipv6_egress_association_attr_modify(uint64_t type, const vok_ipv6_egress_record *record, uint64_t handle);
+
+/**
+ * Reads an association's counters.
+ *
+ * @param type   the type handle of the address family
+ * @param handle the association
+ * @param stats  receives its counters on success
+ */
+uint32_t vok_ip_ingress_association_stats_get(uint64_t type, uint64_t handle, vok_ip_association_stats *stats);
+uint32_t vok_ip_egress_association_stats_get(uint64_t type, uint64_t handle, vok_ip_association_stats *stats);
+uint32_t vok_ipv6_ingress_association_statistics_get(uint64_t type, uint64_t handle,
+                                                     vok_ipv6_ingress_association_stats *stats);
+uint32_t vok_ipv6_egress_association_statistics_get(uint64_t type, uint64_t handle,
+                                                    vok_ipv6_egress_association_stats *stats);
 
 /**
  * Makes the binding that the record describes, or removes the one of the same kind, direction, source and

@@ -47,13 +47,27 @@ typedef enum vok_cp_sim_kind {
     VOK_CP_SIM_IPV6_EGRESS
 } vok_cp_sim_kind_t;
 
+/** An IP packet's header as far as the data plane matches and sets it. */
+typedef struct vok_cp_sim_header {
+    uint8_t ip_version;   /**< 4 or 6 */
+    uint8_t protocol;     /**< IP protocol number */
+    uint32_t vrf_id;      /**< routing instance that it arrives in or leaves from */
+    uint8_t src_addr[16]; /**< network byte order; an IPv4 address is the first 4 bytes */
+    uint8_t dst_addr[16];
+    uint16_t src_port;
+    uint16_t dst_port;
+    uint8_t ttl; /**< TTL or hop limit; not matched; sending: 0 is the data plane's own default */
+} vok_cp_sim_header_t;
+
 /** An object that the data plane holds. */
 typedef struct vok_cp_sim_object {
     uint64_t handle; /**< never reused, not even after a reset */
     vok_cp_sim_kind_t kind;
-    const void *record;     /**< the record that it was last given, of the type that belongs to its kind */
-    size_t record_size;     /**< bytes */
-    uint32_t binding_count; /**< how many bindings use it */
+    const void *record;         /**< the record that it was last given, of the type that belongs to its kind */
+    size_t record_size;         /**< bytes */
+    uint32_t binding_count;     /**< how many bindings use it */
+    vok_cp_sim_header_t header; /**< the packets that it matches (a port of 0: any port) or sends */
+    uint32_t path_mtu;          /**< bytes; 0: none given */
 } vok_cp_sim_object_t;
 
 /** A binding that the data plane holds. */
@@ -97,6 +111,46 @@ void vok_cp_sim_walk_objects(void (*visit)(void *context, const vok_cp_sim_objec
 
 /** Visits the bindings, ordered by kind, direction, source and destination; same rule for the visitor. */
 void vok_cp_sim_walk_bindings(void (*visit)(void *context, const vok_cp_sim_binding_t *binding), void *context);
+
+/** What became of a packet. */
+typedef enum vok_cp_sim_fate {
+    VOK_CP_SIM_FORWARDED,
+    VOK_CP_SIM_NO_ASSOCIATION, /**< dropped: no ingress association matches it */
+    VOK_CP_SIM_NOT_BOUND       /**< dropped: no binding leads on from where it came to */
+} vok_cp_sim_fate_t;
+
+/** A received packet's way through the data plane. What it did not come to is 0. */
+typedef struct vok_cp_sim_arrival {
+    vok_cp_sim_fate_t fate;
+    uint64_t association;   /**< the ingress association that matched */
+    uint32_t ovlin_flow_id; /**< where it ends */
+} vok_cp_sim_arrival_t;
+
+/** The way of a packet from an ovlin flow, and the header that it leaves with. What it did not come to is 0. */
+typedef struct vok_cp_sim_departure {
+    vok_cp_sim_fate_t fate;
+    uint64_t association; /**< the egress association that sends it */
+    vok_cp_sim_header_t header;
+    uint32_t path_mtu; /**< bytes; 0: none given */
+    bool has_dscp;     /**< the binding sets a DSCP */
+    uint8_t dscp;
+} vok_cp_sim_departure_t;
+
+/**
+ * Receives a packet: the first ingress association, in the order of creation, that matches all of its header takes
+ * it to the ovlin flow of its binding. An association's port of 0 matches every port. Only a packet that ends at a
+ * flow is counted.
+ *
+ * @param header the packet
+ * @param octets its size
+ */
+vok_cp_sim_arrival_t vok_cp_sim_receive(const vok_cp_sim_header_t *header, uint32_t octets);
+
+/**
+ * Sends a packet from an ovlin flow through the egress association that the flow's first binding leads to. Only a
+ * packet that leaves is counted.
+ */
+vok_cp_sim_departure_t vok_cp_sim_send(uint32_t ovlin_flow_id, uint32_t octets);
 
 #ifdef __cplusplus
 }

@@ -7,6 +7,7 @@
 #include "udp/udp_session_table.h"
 #include "zel_core_ic.h"
 #include "zel_core_term/zel_ovlin_session_handler.h"
+#include "zel_fmt.h"
 
 #define ZEL_MODULE "zel_udp_session"
 
@@ -140,6 +141,11 @@ static constexpr ip_family ipv6 = {
     {"vok_ipv6_egress_association_delete", vok_ipv6_egress_association_delete},
 };
 
+static bool is_supported(u8 ip_version)
+{
+    return ip_version == 4 || ip_version == 6;
+}
+
 static const ip_family &family_of(const udp_session_entry &entry)
 {
     return entry.cfg.ip_version == 4 ? ipv4 : ipv6;
@@ -150,11 +156,11 @@ static u64 association_type_of(const udp_session_entry &entry)
     return udp_handles->*family_of(entry).association_type;
 }
 
-/// Deletes the association `handle` of a session; a failure is reported at `site`.
-static u32 delete_association(trace_site site, const udp_session_entry &entry,
-                              const ip_family::delete_operation &deletion, u64 handle)
+/// Deletes one of a session's associations; a failure is reported at `site` and nothing more.
+static void delete_association(trace_site site, const ip_family &family, const ip_family::delete_operation &deletion,
+                               u64 handle)
 {
-    return timed_call(site, deletion.name, deletion.operation, association_type_of(entry), handle);
+    timed_call(site, deletion.name, deletion.operation, udp_handles->*family.association_type, handle);
 }
 
 // ---- Bindings
@@ -255,7 +261,7 @@ u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_se
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_ul_pcep_id out-of-range");
     if (tn_dl_pcep_id > udp_ovlin_capabilities.max_tn_pcep_id)
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_dl_pcep_id out-of-range");
-    if (cfg->ip_version != 4 && cfg->ip_version != 6)
+    if (!is_supported(cfg->ip_version))
         return report(ZEL_HERE, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION, "Unsupported IP Version");
     if (udp_handles == nullptr)
         return report(ZEL_HERE, ZEL_CORE_TERM_DATA_PLANE_FAILED, "not started");
@@ -291,9 +297,139 @@ u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_se
         if (const u32 failure = udp_session_disconnect_ul(udp_session_id))
             report(ZEL_HERE, failure, "udp_session_disconnect_ul");
     if (entry.ingress_flow_handle != 0)
-        delete_association(ZEL_HERE, entry, family.delete_ingress, entry.ingress_flow_handle);
+        delete_association(ZEL_HERE, family, family.delete_ingress, entry.ingress_flow_handle);
     if (entry.egress_flow_handle != 0)
-        delete_association(ZEL_HERE, entry, family.delete_egress, entry.egress_flow_handle);
+        delete_association(ZEL_HERE, family, family.delete_egress, entry.egress_flow_handle);
     udp_session_table.free(udp_session_id);
     return result;
+}
+
+// ---- Modify
+
+static u32 modify_egress_udp_association_ipv6(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg)
+{
+    const vok_ipv6_egress_record record = ipv6_egress_record(*cfg, 0);
+    return timed_call(ZEL_HERE, "vok_ipv6_egress_association_attr_modify", vok_ipv6_egress_association_attr_modify,
+                      udp_handles->ipv6_association_type, &record,
+                      udp_session_table[udp_session_id].egress_flow_handle);
+}
+
+/// Gives one attribute of a session a new value, which is stored once the data plane has taken it; everything is
+/// reported at `site`.
+template <typename Value>
+static u32 modify(trace_site site, u32 udp_session_id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value)
+{
+    if (const u32 rejection = check_in_use(site, udp_session_id))
+        return rejection;
+    zel_core_term_udp_session_cfg_t &cfg = udp_session_table[udp_session_id].cfg;
+    if (cfg.ip_version != 6)
+        return report(site, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION, "Unsupported IP Version");
+
+    zel_core_term_udp_session_cfg_t changed = cfg;
+    changed.*attribute = value;
+    if (const u32 failure = modify_egress_udp_association_ipv6(udp_session_id, &changed))
+        return report(site, failure, "modify_egress_udp_association_ipv6");
+    cfg.*attribute = value;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+u32 zel_core_term_udp_session_modify_pmtu(u32 udp_session_id, u32 pmtu)
+{
+    return modify(ZEL_HERE, udp_session_id, &zel_core_term_udp_session_cfg_t::pmtu, pmtu);
+}
+
+u32 zel_core_term_udp_session_modify_ttl(u32 udp_session_id, u8 ttl)
+{
+    return modify(ZEL_HERE, udp_session_id, &zel_core_term_udp_session_cfg_t::ttl, ttl);
+}
+
+// ---- Disconnect and release
+
+u32 zel_core_term_udp_session_disconnect(u32 udp_session_id)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    if (const u32 failure = udp_session_disconnect_dl(udp_session_id))
+        report(ZEL_HERE, failure, "udp_session_disconnect_dl");
+    if (const u32 failure = udp_session_disconnect_ul(udp_session_id))
+        report(ZEL_HERE, failure, "udp_session_disconnect_ul");
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+u32 zel_core_term_udp_session_release(u32 udp_session_id)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    const udp_session_entry &entry = udp_session_table[udp_session_id];
+    if (!is_supported(entry.cfg.ip_version))
+        return report(ZEL_HERE, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION, "Unsupported IP Version");
+
+    const ip_family &family = family_of(entry);
+    if (entry.ingress_flow_handle != 0)
+        delete_association(ZEL_HERE, family, family.delete_ingress, entry.ingress_flow_handle);
+    else
+        ZEL_TRACE(tn_zel_term, EXCEPTION, ZEL_HERE, category::udp_session,
+                  "%s(): ", "ingress ip flow doesn't exist, udp_session_id=%d", udp_session_id);
+    if (entry.egress_flow_handle != 0)
+        delete_association(ZEL_HERE, family, family.delete_egress, entry.egress_flow_handle);
+    else
+        ZEL_TRACE(tn_zel_term, EXCEPTION, ZEL_HERE, category::udp_session,
+                  "%s(): ", "egress ip flow doesn't exist, udp_session_id=%d", udp_session_id);
+    udp_session_table.free(udp_session_id);
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// ---- Statistics
+
+u32 zel_udp_session_get_stats(u32 udp_session_id, zel_udp_session_ipv4_stats_t *stats)
+{
+    *stats = {};
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    const udp_session_entry &entry = udp_session_table[udp_session_id];
+    if (const u32 failure =
+            timed_call(ZEL_HERE, "vok_ip_ingress_association_stats_get", vok_ip_ingress_association_stats_get,
+                       udp_handles->ipv4_association_type, entry.ingress_flow_handle, &stats->ingress))
+        return failure;
+    return timed_call(ZEL_HERE, "vok_ip_egress_association_stats_get", vok_ip_egress_association_stats_get,
+                      udp_handles->ipv4_association_type, entry.egress_flow_handle, &stats->egress);
+}
+
+u32 zel_ipv6_udp_session_get_stats(u32 udp_session_id, zel_udp_session_ipv6_stats_t *stats)
+{
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+    const udp_session_entry &entry = udp_session_table[udp_session_id];
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_ipv6_ingress_association_statistics_get",
+                                       vok_ipv6_ingress_association_statistics_get, udp_handles->ipv6_association_type,
+                                       entry.ingress_flow_handle, &stats->ingress))
+        return failure;
+    return timed_call(ZEL_HERE, "vok_ipv6_egress_association_statistics_get",
+                      vok_ipv6_egress_association_statistics_get, udp_handles->ipv6_association_type,
+                      entry.egress_flow_handle, &stats->egress);
+}
+
+u32 zel_core_term_udp_session_fmt_stats_get(u32 udp_session_id, char *buf, u32 buf_size, u8 fmt_option)
+{
+    buf[0] = '\0';
+    if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
+        return rejection;
+
+    const u8 ip_version = udp_session_table[udp_session_id].cfg.ip_version;
+    if (ip_version == 4) {
+        zel_udp_session_ipv4_stats_t stats{};
+        if (const u32 failure = zel_udp_session_get_stats(udp_session_id, &stats))
+            return report(ZEL_HERE, failure, "zel_udp_session_get_stats");
+        zel_fmt_ipv4_ingress_assoc_stats(buf, buf_size, fmt_option, &stats.ingress);
+        zel_fmt_ipv4_egress_assoc_stats(buf, buf_size, fmt_option, &stats.egress);
+    } else if (ip_version == 6) {
+        zel_udp_session_ipv6_stats_t stats{};
+        if (const u32 failure = zel_ipv6_udp_session_get_stats(udp_session_id, &stats))
+            return report(ZEL_HERE, failure, "zel_ipv6_udp_session_get_stats");
+        zel_fmt_ipv6_ingress_assoc_stats(buf, buf_size, fmt_option, &stats.ingress);
+        zel_fmt_ipv6_egress_assoc_stats(buf, buf_size, fmt_option, &stats.egress);
+    }
+    if (const u32 failure = zel_fmt_end(buf, buf_size))
+        return report(ZEL_HERE, failure, "zel_fmt_end");
+    return ZEL_CORE_TERM_SUCCESS;
 }

@@ -1,13 +1,6 @@
 #include "model.h"
 
 namespace vok_cp {
-namespace {
-
-struct kind_traits {
-    std::uint64_t type_handle;
-    bool receives; ///< the source of bindings; otherwise it sends and is their destination
-    std::span<const field> fields;
-};
 
 const kind_traits &traits(vok_cp_sim_kind_t kind)
 {
@@ -19,6 +12,8 @@ const kind_traits &traits(vok_cp_sim_kind_t kind)
     };
     return table[kind];
 }
+
+namespace {
 
 std::span<const std::byte> bytes_of(const vok_bind_record &record)
 {
@@ -55,11 +50,9 @@ status model::create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const
 
 status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
 {
-    if (type != traits(kind).type_handle)
-        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
-    const object *found = find(kind, handle);
-    if (found == nullptr)
-        return VOK_CP_SIM_UNKNOWN_HANDLE;
+    const object *found = nullptr;
+    if (const status wrong = look_up(kind, type, handle, found))
+        return wrong;
     if (found->binding_count != 0)
         return VOK_CP_SIM_OBJECT_IN_USE;
     objects_.erase(handle);
@@ -79,6 +72,14 @@ status model::modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> 
         return wrong;
     found->record.assign(record.begin(), record.end());
     return VOK_CP_SIM_OK;
+}
+
+status model::look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, const object *&found)
+{
+    if (type != traits(kind).type_handle)
+        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    found = find(kind, handle);
+    return found != nullptr ? VOK_CP_SIM_OK : VOK_CP_SIM_UNKNOWN_HANDLE;
 }
 
 status model::bind(std::uint64_t instance, const vok_bind_record *record)

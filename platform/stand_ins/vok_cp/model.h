@@ -14,10 +14,21 @@
 
 namespace vok_cp {
 
+/// A kind's place in the data plane.
+struct kind_traits {
+    std::uint64_t type_handle;
+    bool receives; ///< the source of bindings; otherwise it sends and is their destination
+    std::span<const field> fields;
+};
+
+const kind_traits &traits(vok_cp_sim_kind_t kind);
+
 struct object {
     vok_cp_sim_kind_t kind;
     std::vector<std::byte> record;
     std::uint32_t binding_count = 0;
+    std::uint64_t packets = 0;
+    std::uint64_t octets = 0;
 };
 
 /// Two records with equal keys describe the same binding.
@@ -37,14 +48,24 @@ struct binding {
     std::uint8_t dscp;
 };
 
+/// What an object's record says of the packets that it matches or sends.
+vok_cp_sim_header_t header_of(const object &o);
+std::uint32_t path_mtu_of(const object &o);
+
 /// Every change is checked whole before anything is changed: a refused call leaves the model as it was.
 class model {
 public:
     status create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const std::byte> record, std::uint64_t *handle);
     status remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle);
     status modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> record, std::uint64_t handle);
+
+    /// Gives `found`, an association of that kind, when it can.
+    status look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, const object *&found);
     status bind(std::uint64_t instance, const vok_bind_record *record);
     status unbind(std::uint64_t instance, const vok_bind_record *record);
+
+    vok_cp_sim_arrival_t receive(const vok_cp_sim_header_t &header, std::uint32_t octets);
+    vok_cp_sim_departure_t send(std::uint32_t ovlin_flow_id, std::uint32_t octets);
 
     /// Forgets objects and bindings; the next handle stays what it is.
     void clear();

@@ -69,6 +69,35 @@ status remove(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type,
     return perform({operation, type, nullptr, 0, handle, 0}, [=] { return data_plane.remove(kind, type, handle); });
 }
 
+void fill(vok_ip_association_stats &stats, const vok_cp::object &o)
+{
+    stats = {o.packets, o.octets, {}};
+}
+
+void fill(vok_ipv6_ingress_association_stats &stats, const vok_cp::object &o)
+{
+    stats = {static_cast<std::uint32_t>(o.packets), static_cast<std::uint32_t>(o.octets)};
+}
+
+void fill(vok_ipv6_egress_association_stats &stats, const vok_cp::object &o)
+{
+    stats = {static_cast<std::uint32_t>(o.packets)};
+}
+
+template <typename Stats>
+status read_stats(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, Stats *stats)
+{
+    return perform({operation, type, nullptr, 0, handle, 0}, [=]() -> status {
+        if (stats == nullptr)
+            return VOK_CP_SIM_NULL_ARGUMENT;
+        const vok_cp::object *found = nullptr;
+        if (const status wrong = data_plane.look_up(kind, type, handle, found))
+            return wrong;
+        fill(*stats, *found);
+        return VOK_CP_SIM_OK;
+    });
+}
+
 } // namespace
 
 status vok_ip_ingress_association_create(std::uint64_t type, const vok_ip_ingress_record *record, std::uint64_t *handle)
@@ -118,6 +147,28 @@ status vok_ipv6_egress_association_attr_modify(std::uint64_t type, const vok_ipv
 {
     return perform(call_with(__func__, type, record, handle),
                    [=] { return data_plane.modify_ipv6_egress(type, bytes_of(record), handle); });
+}
+
+status vok_ip_ingress_association_stats_get(std::uint64_t type, std::uint64_t handle, vok_ip_association_stats *stats)
+{
+    return read_stats(__func__, VOK_CP_SIM_IPV4_INGRESS, type, handle, stats);
+}
+
+status vok_ip_egress_association_stats_get(std::uint64_t type, std::uint64_t handle, vok_ip_association_stats *stats)
+{
+    return read_stats(__func__, VOK_CP_SIM_IPV4_EGRESS, type, handle, stats);
+}
+
+status vok_ipv6_ingress_association_statistics_get(std::uint64_t type, std::uint64_t handle,
+                                                   vok_ipv6_ingress_association_stats *stats)
+{
+    return read_stats(__func__, VOK_CP_SIM_IPV6_INGRESS, type, handle, stats);
+}
+
+status vok_ipv6_egress_association_statistics_get(std::uint64_t type, std::uint64_t handle,
+                                                  vok_ipv6_egress_association_stats *stats)
+{
+    return read_stats(__func__, VOK_CP_SIM_IPV6_EGRESS, type, handle, stats);
 }
 
 status vok_bind(std::uint64_t instance, const vok_bind_record *record)
@@ -178,8 +229,13 @@ void vok_cp_sim_reset(void)
 void vok_cp_sim_walk_objects(void (*visit)(void *, const vok_cp_sim_object_t *), void *context)
 {
     for (const auto &[handle, object] : data_plane.objects()) {
-        const vok_cp_sim_object_t shown{handle, object.kind, object.record.data(), object.record.size(),
-                                        object.binding_count};
+        const vok_cp_sim_object_t shown{handle,
+                                        object.kind,
+                                        object.record.data(),
+                                        object.record.size(),
+                                        object.binding_count,
+                                        vok_cp::header_of(object),
+                                        vok_cp::path_mtu_of(object)};
         visit(context, &shown);
     }
 }
@@ -190,4 +246,14 @@ void vok_cp_sim_walk_bindings(void (*visit)(void *, const vok_cp_sim_binding_t *
         const vok_cp_sim_binding_t shown{&binding.record, binding.has_dscp, binding.dscp};
         visit(context, &shown);
     }
+}
+
+vok_cp_sim_arrival_t vok_cp_sim_receive(const vok_cp_sim_header_t *header, std::uint32_t octets)
+{
+    return data_plane.receive(*header, octets);
+}
+
+vok_cp_sim_departure_t vok_cp_sim_send(std::uint32_t ovlin_flow_id, std::uint32_t octets)
+{
+    return data_plane.send(ovlin_flow_id, octets);
 }
