@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
+#include <netinet/in.h>
 
 #include <algorithm>
 
@@ -17,21 +18,27 @@ struct commands::line_options {
     std::uint32_t vrf = 0, pmtu = 1500, ttl = 0;
     std::uint32_t uplink_pcep = 0, downlink_pcep = 0, rat_session = 0, dscp = 0;
     bool session_type = false;
-    std::string on_off;
+    bool fields = false;
+    std::string flow;
+    std::uint32_t octets = 100;
+    std::string on_off, what;
 };
 
 namespace {
 
-const CLI::Validator is_endpoint(
-    [](std::string &text) {
-        try {
-            parse_endpoint(text);
-            return std::string{};
-        } catch (const std::invalid_argument &wrong) {
-            return std::string(wrong.what());
-        }
-    },
-    "");
+/// Accepts what `parse` reads, and otherwise says what it says.
+template <typename Parse> CLI::Validator readable_by(Parse parse)
+{
+    return {[parse](std::string &text) {
+                try {
+                    parse(text);
+                    return std::string{};
+                } catch (const std::invalid_argument &wrong) {
+                    return std::string(wrong.what());
+                }
+            },
+            ""};
+}
 
 /// An option that takes a number from 0 to `max`.
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
@@ -48,7 +55,10 @@ CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_
 
 CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
 {
-    return command->add_option(name, text, meaning)->type_name("ADDRESS:PORT")->required()->check(is_endpoint);
+    return command->add_option(name, text, meaning)
+        ->type_name("ADDRESS:PORT")
+        ->required()
+        ->check(readable_by(parse_endpoint));
 }
 
 /// The command that the line named as far as it was understood.
@@ -77,12 +87,32 @@ void list_commands(text_table &list, const CLI::App &app, const std::string &pre
     }
 }
 
+/// An ovlin flow ID, written as a number or as PCEP/SESSION.
+std::uint32_t parse_flow(const std::string &text)
+{
+    const std::size_t slash = text.find('/');
+    std::uint32_t pcep = 0, session = 0;
+    if (slash == std::string::npos) {
+        if (CLI::detail::lexical_cast(text, session))
+            return session;
+    } else if (CLI::detail::lexical_cast(text.substr(0, slash), pcep) &&
+               CLI::detail::lexical_cast(text.substr(slash + 1), session) && pcep <= 0xFFF && session <= 0xFFFFF) {
+        return pcep << 20 | session;
+    }
+    throw std::invalid_argument("'" + text + "' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)");
+}
+
+void require_same_version(const std::string &first_name, const endpoint &first, const std::string &second_name,
+                          const endpoint &second)
+{
+    if (first.ip_version != second.ip_version)
+        throw bad_line(first_name + " is IPv" + std::to_string(first.ip_version) + " and " + second_name + " is IPv" +
+                       std::to_string(second.ip_version));
+}
+
 zel_core_term_udp_session_cfg_t configuration(const endpoint &local, const endpoint &remote)
 {
-    if (local.ip_version != remote.ip_version)
-        throw bad_line("--local is IPv" + std::to_string(local.ip_version) + " and --remote is IPv" +
-                       std::to_string(remote.ip_version));
-
+    require_same_version("--local", local, "--remote", remote);
     zel_core_term_udp_session_cfg_t cfg{};
     cfg.ip_version = static_cast<std::uint8_t>(local.ip_version);
     std::copy(local.address.begin(), local.address.end(), cfg.local_addr);
@@ -90,13 +120,6 @@ zel_core_term_udp_session_cfg_t configuration(const endpoint &local, const endpo
     cfg.local_port = local.port;
     cfg.remote_port = remote.port;
     return cfg;
-}
-
-std::string to_text(const zel_core_term_udp_session_cfg_t &cfg, const std::uint8_t (&address)[16], std::uint16_t port)
-{
-    endpoint e{cfg.ip_version, {}, port};
-    std::copy(std::begin(address), std::end(address), e.address.begin());
-    return to_text(e);
 }
 
 } // namespace
@@ -108,6 +131,7 @@ void commands::execute(const std::string &line)
     line_options options;
     add_library_commands(app);
     add_udp_commands(app, options);
+    add_packet_commands(app, options);
     add_view_commands(app, options);
     try {
         app.parse(line);
@@ -161,6 +185,41 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
                                                   static_cast<std::uint8_t>(o.dscp), o.session_type));
     });
 
+    CLI::App *modify = udp->add_subcommand("modify", "change a session over IPv6 in place");
+    add_number(modify, "ID", o.id, "the session")->required();
+    CLI::Option *pmtu = add_number(modify, "--pmtu", o.pmtu, "new path MTU in bytes");
+    CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new hop limit, 0: not given", 255);
+    modify->callback([this, &o, pmtu, ttl] {
+        if (!*pmtu && !*ttl)
+            throw bad_line("--pmtu or --ttl is required");
+        const std::string operation = "udp modify " + std::to_string(o.id);
+        if (*pmtu)
+            show_result(operation + " --pmtu", zel_core_term_udp_session_modify_pmtu(o.id, o.pmtu));
+        if (*ttl)
+            show_result(operation + " --ttl",
+                        zel_core_term_udp_session_modify_ttl(o.id, static_cast<std::uint8_t>(o.ttl)));
+    });
+
+    const auto add_operation = [&](const std::string &name, const std::string &meaning,
+                                   std::uint32_t (*operation)(std::uint32_t)) {
+        CLI::App *command = udp->add_subcommand(name, meaning);
+        add_number(command, "ID", o.id, "the session")->required();
+        command->callback(
+            [this, &o, name, operation] { show_result("udp " + name + " " + std::to_string(o.id), operation(o.id)); });
+    };
+    add_operation("disconnect", "remove a session's bindings", zel_core_term_udp_session_disconnect);
+    add_operation("release", "delete a session's associations and free its id", zel_core_term_udp_session_release);
+
+    CLI::App *stats = udp->add_subcommand("stats", "a session's counters");
+    add_number(stats, "ID", o.id, "the session")->required();
+    stats->add_flag("--fields", o.fields, "each field on a line of its own");
+    stats->callback([this, &o] {
+        char text[512];
+        const std::uint32_t result = zel_core_term_udp_session_fmt_stats_get(o.id, text, sizeof text, o.fields);
+        show_result("udp stats " + std::to_string(o.id), result);
+        out_ << text;
+    });
+
     udp->add_subcommand("free-id", "the lowest free id")->callback([this] {
         std::uint32_t id = 0;
         const std::uint32_t result = zel_core_term_udp_session_free_id_get(&id);
@@ -171,9 +230,47 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     udp->add_subcommand("show", "the sessions and their configuration")->callback([this] { show_udp_sessions(); });
 }
 
+void commands::add_packet_commands(CLI::App &app, line_options &o)
+{
+    CLI::App *packet = app.add_subcommand("packet", "the data plane receives a packet")->require_subcommand(1);
+    CLI::App *udp = packet->add_subcommand("udp", "a UDP packet");
+    add_endpoint(udp, "--from", o.remote, "its source, IPv6 as [2001:db8::1]:2152");
+    add_endpoint(udp, "--to", o.local, "its destination, of the same IP version");
+    add_number(udp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
+    add_number(udp, "--octets", o.octets, "its size")->capture_default_str();
+    udp->callback([this, &o] {
+        const endpoint from = parse_endpoint(o.remote), to = parse_endpoint(o.local);
+        require_same_version("--from", from, "--to", to);
+        vok_cp_sim_header_t header{};
+        header.ip_version = static_cast<std::uint8_t>(from.ip_version);
+        header.protocol = IPPROTO_UDP;
+        header.vrf_id = o.vrf;
+        std::ranges::copy(from.address, header.src_addr);
+        std::ranges::copy(to.address, header.dst_addr);
+        header.src_port = from.port;
+        header.dst_port = to.port;
+        out_ << "packet " << to_text(vok_cp_sim_receive(&header, o.octets)) << '\n';
+    });
+
+    CLI::App *send = app.add_subcommand("send", "an ovlin flow sends a packet");
+    send->add_option("FLOW", o.flow, "ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)")
+        ->required()
+        ->check(readable_by(parse_flow));
+    add_number(send, "--octets", o.octets, "its size")->capture_default_str();
+    send->callback([this, &o] { out_ << "packet " << to_text(vok_cp_sim_send(parse_flow(o.flow), o.octets)) << '\n'; });
+}
+
 void commands::add_view_commands(CLI::App &app, line_options &o)
 {
     app.add_subcommand("objects", "the data plane's objects and bindings")->callback([this] { show_data_plane(out_); });
+    CLI::App *expect = app.add_subcommand("expect", "end the shell here unless the data plane is as expected");
+    expect->add_option("WHAT", o.what, "empty: no object and no binding")->required()->check(CLI::IsMember({"empty"}));
+    expect->callback([this] {
+        const std::string counts = data_plane_counts();
+        if (counts != "0 objects, 0 bindings")
+            throw bad_line("expected an empty data plane, and it holds " + counts);
+        out_ << "the data plane is empty\n";
+    });
     CLI::App *trace = app.add_subcommand("trace", "show each trace event as it fires, or stop to");
     trace->add_option("SWITCH", o.on_off, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
     trace->callback([this, &o] { show_events(o.on_off == "on"); });
@@ -199,14 +296,12 @@ void commands::show_udp_sessions()
         if (zel_core_term_udp_session_cfg_get(id, &cfg) != ZEL_CORE_TERM_SUCCESS)
             continue;
         ++count;
-        sessions.add({std::to_string(id), to_text(cfg, cfg.local_addr, cfg.local_port),
-                      to_text(cfg, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
+        sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
+                      to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
                       std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
     }
     mute_events_ = false;
-    out_ << count << " UDP sessions\n";
-    if (count != 0)
-        out_ << sessions;
+    out_ << count << " UDP sessions\n" << sessions;
 }
 
 void commands::show_events(bool on)

@@ -14,7 +14,8 @@ namespace CLI {
 class App;
 }
 
-/// A line that cannot be carried out as it is written; nothing was done.
+/// A line that cannot be carried out as it is written, in which case nothing was done, or an expectation that does not
+/// hold.
 struct bad_line : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -33,6 +34,7 @@ private:
 
     void add_library_commands(CLI::App &app);
     void add_udp_commands(CLI::App &app, line_options &options);
+    void add_packet_commands(CLI::App &app, line_options &options);
     void add_view_commands(CLI::App &app, line_options &options);
     void show_result(const std::string &operation, std::uint32_t result_code);
     void show_udp_sessions();

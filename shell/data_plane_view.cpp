@@ -4,7 +4,7 @@
 
 #include "endpoint.h"
 #include "text_table.h"
-#include "vok_cp_sim.h"
+#include "vok_cp.h"
 
 namespace {
 
@@ -15,47 +15,36 @@ std::string hex(std::uint64_t value, int digits)
     return text;
 }
 
-template <typename Record> const Record &record_of(const vok_cp_sim_object_t &object)
+const char *name_of(vok_cp_sim_kind_t kind)
 {
-    return *static_cast<const Record *>(object.record);
+    switch (kind) {
+    case VOK_CP_SIM_IPV4_INGRESS: return "IPv4 ingress";
+    case VOK_CP_SIM_IPV4_EGRESS: return "IPv4 egress";
+    case VOK_CP_SIM_IPV6_INGRESS: return "IPv6 ingress";
+    case VOK_CP_SIM_IPV6_EGRESS: return "IPv6 egress";
+    }
+    return "unknown";
 }
 
-std::string protocol(unsigned number)
+std::string from_to(const vok_cp_sim_header_t &h)
+{
+    return to_text(h.ip_version, h.src_addr, h.src_port) + " -> " + to_text(h.ip_version, h.dst_addr, h.dst_port);
+}
+
+std::string protocol_name(unsigned number)
 {
     return number == 17 ? "UDP" : "protocol " + std::to_string(number);
 }
 
-text_table::row describe(const char *kind, std::uint32_t vrf, const std::string &from, const std::string &to,
-                         const std::string &rest)
+/// What a header sets beside its addresses; nothing for one that is only matched.
+std::string sending(const vok_cp_sim_header_t &h, std::uint32_t path_mtu)
 {
-    return {kind, std::to_string(vrf), from + " -> " + to, rest};
-}
-
-text_table::row describe(const vok_cp_sim_object_t &object)
-{
-    switch (object.kind) {
-    case VOK_CP_SIM_IPV4_INGRESS: {
-        const auto &r = record_of<vok_ip_ingress_record>(object);
-        return describe("IPv4 ingress", r.ipVrdId, to_text(r.srcAddr, r.srcPort), to_text(r.dstAddr, r.dstPort),
-                        protocol(r.prot));
-    }
-    case VOK_CP_SIM_IPV4_EGRESS: {
-        const auto &r = record_of<vok_ip_egress_record>(object);
-        return describe("IPv4 egress", r.ipVrdId, to_text(r.srcAddr, r.srcPort), to_text(r.dstAddr, r.dstPort),
-                        "ttl " + std::to_string(r.ttl));
-    }
-    case VOK_CP_SIM_IPV6_INGRESS: {
-        const auto &r = record_of<vok_ipv6_ingress_record>(object);
-        return describe("IPv6 ingress", r.ipVrdId, to_text(r.srcAddr, r.srcPort), to_text(r.dstAddr, r.dstPort),
-                        protocol(r.nextHeader));
-    }
-    case VOK_CP_SIM_IPV6_EGRESS: {
-        const auto &r = record_of<vok_ipv6_egress_record>(object);
-        return describe("IPv6 egress", r.ipVrdId, to_text(r.srcAddr, r.srcPort), to_text(r.dstAddr, r.dstPort),
-                        "hop limit " + std::to_string(r.hopLimit) + ", path mtu " + std::to_string(r.mtu));
-    }
-    }
-    return {"unknown"};
+    std::string text;
+    if (h.ttl != 0)
+        text += (h.ip_version == 4 ? ", ttl " : ", hop limit ") + std::to_string(h.ttl);
+    if (path_mtu != 0)
+        text += ", path mtu " + std::to_string(path_mtu);
+    return text;
 }
 
 std::string ovlin_flow(std::uint32_t id)
@@ -78,36 +67,54 @@ std::string bind_kind(const vok_bind_record &r)
 
 void show_data_plane(std::ostream &out)
 {
-    struct view {
-        int object_count = 0, binding_count = 0;
-        text_table objects{{"handle", "object", "vrf", "from -> to", "header"}};
-        text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
-    } shown;
+    text_table objects{{"handle", "object", "vrf", "from -> to", "header"}};
+    text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
 
     vok_cp_sim_walk_objects(
-        [](void *context, const vok_cp_sim_object_t *object) {
-            auto &v = *static_cast<view *>(context);
-            text_table::row row = describe(*object);
-            row.insert(row.begin(), hex(object->handle, 0));
-            v.objects.add(std::move(row));
-            ++v.object_count;
+        [](void *table, const vok_cp_sim_object_t *o) {
+            static_cast<text_table *>(table)->add(
+                {hex(o->handle, 0), name_of(o->kind), std::to_string(o->header.vrf_id), from_to(o->header),
+                 protocol_name(o->header.protocol) + sending(o->header, o->path_mtu)});
         },
-        &shown);
+        &objects);
     vok_cp_sim_walk_bindings(
-        [](void *context, const vok_cp_sim_binding_t *binding) {
-            auto &v = *static_cast<view *>(context);
-            const auto &r = *static_cast<const vok_bind_record *>(binding->record);
-            v.bindings.add({bind_kind(r), r.direction == VOK_INGRESS ? "INGRESS" : "EGRESS",
-                            r.srcFlowHandle != 0 ? hex(r.srcFlowHandle, 0) : ovlin_flow(r.srcFlowID),
-                            r.destFlowHandle != 0 ? hex(r.destFlowHandle, 0) : ovlin_flow(r.dstFlowID),
-                            binding->has_dscp ? std::to_string(binding->dscp) : ""});
-            ++v.binding_count;
+        [](void *table, const vok_cp_sim_binding_t *b) {
+            const auto &r = *static_cast<const vok_bind_record *>(b->record);
+            static_cast<text_table *>(table)->add(
+                {bind_kind(r), r.direction == VOK_INGRESS ? "INGRESS" : "EGRESS",
+                 r.srcFlowHandle != 0 ? hex(r.srcFlowHandle, 0) : ovlin_flow(r.srcFlowID),
+                 r.destFlowHandle != 0 ? hex(r.destFlowHandle, 0) : ovlin_flow(r.dstFlowID),
+                 b->has_dscp ? std::to_string(b->dscp) : ""});
         },
-        &shown);
+        &bindings);
 
-    out << shown.object_count << " objects, " << shown.binding_count << " bindings\n";
-    if (shown.object_count != 0)
-        out << shown.objects;
-    if (shown.binding_count != 0)
-        out << shown.bindings;
+    out << data_plane_counts() << '\n' << objects << bindings;
+}
+
+std::string data_plane_counts()
+{
+    int objects = 0, bindings = 0;
+    vok_cp_sim_walk_objects([](void *count, const vok_cp_sim_object_t *) { ++*static_cast<int *>(count); }, &objects);
+    vok_cp_sim_walk_bindings([](void *count, const vok_cp_sim_binding_t *) { ++*static_cast<int *>(count); },
+                             &bindings);
+    return std::to_string(objects) + " objects, " + std::to_string(bindings) + " bindings";
+}
+
+std::string to_text(const vok_cp_sim_arrival_t &a)
+{
+    switch (a.fate) {
+    case VOK_CP_SIM_FORWARDED: return "ends at " + ovlin_flow(a.ovlin_flow_id) + " through " + hex(a.association, 0);
+    case VOK_CP_SIM_NO_ASSOCIATION: return "dropped: no ingress association matches it";
+    case VOK_CP_SIM_NOT_BOUND: return "dropped: " + hex(a.association, 0) + " matches it, but is not bound to a flow";
+    }
+    return "unknown fate";
+}
+
+std::string to_text(const vok_cp_sim_departure_t &d)
+{
+    if (d.fate != VOK_CP_SIM_FORWARDED)
+        return "dropped: the flow is not bound to an egress association";
+    return "leaves through " + hex(d.association, 0) + " as " + from_to(d.header) + ", " +
+           protocol_name(d.header.protocol) + ", vrf " + std::to_string(d.header.vrf_id) +
+           sending(d.header, d.path_mtu) + (d.has_dscp ? ", dscp " + std::to_string(d.dscp) : "");
 }

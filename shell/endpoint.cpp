@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <charconv>
-#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -16,12 +15,6 @@ std::uint16_t parse_port(const std::string &text)
     if (error != std::errc{} || stop != end)
         throw std::invalid_argument("'" + text + "' is not a port from 0 to 65535");
     return port;
-}
-
-void put_word(endpoint &e, std::size_t offset, std::uint32_t host_word)
-{
-    const std::uint32_t network_word = htonl(host_word);
-    std::memcpy(e.address.data() + offset, &network_word, sizeof network_word);
 }
 
 } // namespace
@@ -47,17 +40,7 @@ std::string to_text(const endpoint &e)
     return (e.ip_version == 6 ? "[" + std::string(address) + "]" : address) + ":" + std::to_string(e.port);
 }
 
-std::string to_text(std::uint32_t ipv4_word, std::uint16_t port)
+std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port)
 {
-    endpoint e{4, {}, port};
-    put_word(e, 0, ipv4_word);
-    return to_text(e);
-}
-
-std::string to_text(const vok_ipv6_address &ipv6_words, std::uint16_t port)
-{
-    endpoint e{6, {}, port};
-    for (std::size_t i = 0; i < 4; ++i)
-        put_word(e, i * 4, ipv6_words.word[i]);
-    return to_text(e);
+    return to_text({ip_version, std::to_array(address), port});
 }

@@ -3,10 +3,7 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <string>
-
-#include "vok_cp.h"
 
 /// An address in network byte order, IPv4 in the first 4 bytes, with a UDP port.
 struct endpoint {
@@ -21,7 +18,4 @@ endpoint parse_endpoint(const std::string &text);
 
 /// The reverse of parse_endpoint().
 std::string to_text(const endpoint &e);
-
-/// The same from the data plane's host-order words.
-std::string to_text(std::uint32_t ipv4_word, std::uint16_t port);
-std::string to_text(const vok_ipv6_address &ipv6_words, std::uint16_t port);
+std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port);

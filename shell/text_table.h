@@ -1,4 +1,4 @@
-/// Rows of text whose columns line up.
+/// Rows of text whose columns line up, below a heading; nothing is shown when there is no row.
 #pragma once
 
 #include <algorithm>
@@ -24,6 +24,8 @@ public:
 
     friend std::ostream &operator<<(std::ostream &out, const text_table &table)
     {
+        if (table.rows_.size() == 1)
+            return out;
         for (const row &cells : table.rows_) {
             std::string line;
             for (std::size_t i = 0; i < cells.size(); ++i)
@@ -34,6 +36,6 @@ public:
     }
 
 private:
-    std::vector<row> rows_;
+    std::vector<row> rows_; ///< the heading first
     std::vector<std::size_t> widths_;
 };
