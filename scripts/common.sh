@@ -17,6 +17,12 @@ quietly() {
     rm -f "$log"
 }
 
+# Prints the comment at the head of a script and ends it: for --help (0), or for arguments that it does not take (2).
+usage() {
+    sed -n "2,/^[^#]/s/^# \\{0,1\\}//p" "$0"
+    exit "$1"
+}
+
 # build PRESET [TARGET...]
 build() {
     local preset=$1

@@ -4,6 +4,9 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <charconv>
+#include <optional>
+#include <vector>
 
 #include "data_plane_view.h"
 #include "endpoint.h"
@@ -22,6 +25,7 @@ struct commands::line_options {
     std::string flow;
     std::uint32_t octets = 100;
     std::string on_off, what;
+    std::vector<std::string> command;
 };
 
 namespace {
@@ -40,17 +44,47 @@ template <typename Parse> CLI::Validator readable_by(Parse parse)
             ""};
 }
 
+/// Reads a decimal number, or a hexadecimal one after 0x.
+std::optional<std::uint32_t> parse_number(const std::string &text)
+{
+    const bool hexadecimal = text.starts_with("0x");
+    std::uint32_t number = 0;
+    const char *begin = text.data() + (hexadecimal ? 2 : 0), *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
+    if (error != std::errc{} || stop != end)
+        return std::nullopt;
+    return number;
+}
+
 /// An option that takes a number from 0 to `max`.
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
                         std::uint32_t max = UINT32_MAX)
 {
-    const auto check = [max](const std::string &text) {
-        std::uint32_t value = 0;
-        if (CLI::detail::lexical_cast(text, value) && value <= max)
+    const CLI::Validator to_decimal(
+        [max](std::string &text) {
+            const std::optional<std::uint32_t> value = parse_number(text);
+            if (!value || *value > max)
+                return "'" + text + "' is not a number from 0 to " + std::to_string(max);
+            text = std::to_string(*value);
             return std::string{};
-        return "'" + text + "' is not a number from 0 to " + std::to_string(max);
-    };
-    return command->add_option(name, number, meaning)->type_name("NUMBER")->check(check);
+        },
+        "");
+    return command->add_option(name, number, meaning)->type_name("NUMBER")->transform(to_decimal);
+}
+
+/// An ovlin flow ID, written as a number or as PCEP/SESSION.
+std::uint32_t parse_flow(const std::string &text)
+{
+    const std::size_t slash = text.find('/');
+    if (slash == std::string::npos) {
+        if (const auto id = parse_number(text))
+            return *id;
+    } else {
+        const auto pcep = parse_number(text.substr(0, slash)), session = parse_number(text.substr(slash + 1));
+        if (pcep && session && *pcep <= 0xFFF && *session <= 0xFFFFF)
+            return *pcep << 20 | *session;
+    }
+    throw std::invalid_argument("'" + text + "' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)");
 }
 
 CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
@@ -76,30 +110,28 @@ std::string names_of_commands(const CLI::App &app)
     return names;
 }
 
+/// "udp add"
+std::string full_name(const CLI::App &command)
+{
+    const CLI::App *parent = command.get_parent();
+    const bool is_top = parent == nullptr || parent->get_parent() == nullptr;
+    return (is_top ? "" : full_name(*parent) + " ") + command.get_name();
+}
+
 /// All commands below `app` that do something, with their descriptions.
-void list_commands(text_table &list, const CLI::App &app, const std::string &prefix)
+void list_commands(text_table &list, const CLI::App &app)
 {
     for (const CLI::App *command : app.get_subcommands(nullptr)) {
         if (command->get_subcommands(nullptr).empty())
-            list.add({prefix + command->get_name(), command->get_description()});
+            list.add({full_name(*command), command->get_description()});
         else
-            list_commands(list, *command, prefix + command->get_name() + " ");
+            list_commands(list, *command);
     }
 }
 
-/// An ovlin flow ID, written as a number or as PCEP/SESSION.
-std::uint32_t parse_flow(const std::string &text)
+std::string unknown_command(const CLI::App &app, const std::string &word)
 {
-    const std::size_t slash = text.find('/');
-    std::uint32_t pcep = 0, session = 0;
-    if (slash == std::string::npos) {
-        if (CLI::detail::lexical_cast(text, session))
-            return session;
-    } else if (CLI::detail::lexical_cast(text.substr(0, slash), pcep) &&
-               CLI::detail::lexical_cast(text.substr(slash + 1), session) && pcep <= 0xFFF && session <= 0xFFFFF) {
-        return pcep << 20 | session;
-    }
-    throw std::invalid_argument("'" + text + "' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)");
+    return "unknown command '" + word + "'; expected " + names_of_commands(app);
 }
 
 void require_same_version(const std::string &first_name, const endpoint &first, const std::string &second_name,
@@ -136,26 +168,29 @@ void commands::execute(const std::string &line)
     try {
         app.parse(line);
     } catch (const CLI::CallForHelp &) {
-        out_ << innermost(app).help("", CLI::AppFormatMode::Sub);
+        show_help(innermost(app));
     } catch (const CLI::ParseError &wrong) {
-        const std::string choices = names_of_commands(innermost(app));
-        if (choices.empty())
-            throw bad_line(wrong.what());
         const std::vector<std::string> rest = app.remaining(true);
-        throw bad_line((rest.empty() ? "a command is missing" : "unknown command '" + rest.front() + "'") +
-                       "; expected " + choices);
+        const CLI::App &command = innermost(app);
+        if (command.get_subcommands(nullptr).empty())
+            throw bad_line(rest.empty() ? wrong.what() : "not expected: " + CLI::detail::join(rest, " "));
+        throw bad_line(rest.empty() ? "a command is missing; expected " + names_of_commands(command)
+                                    : unknown_command(command, rest.front()));
     }
 }
 
 void commands::add_library_commands(CLI::App &app)
 {
-    app.add_subcommand("start", "start the library")->callback([this] {
-        added_udp_sessions_.clear();
-        show_result("start", zel_core_term_start());
-    });
-    app.add_subcommand("stop", "stop the library; the data plane keeps what sessions hold there")->callback([this] {
-        show_result("stop", zel_core_term_stop());
-    });
+    const auto add = [&](const std::string &name, const std::string &meaning, std::uint32_t (*operation)()) {
+        app.add_subcommand(name, meaning)->callback([this, name, operation] {
+            const std::uint32_t result = operation();
+            show_result(name, result);
+            if (result == ZEL_CORE_TERM_SUCCESS)
+                udp_sessions_.clear();
+        });
+    };
+    add("start", "start the library", zel_core_term_start);
+    add("stop", "stop the library; the data plane keeps what sessions hold there", zel_core_term_stop);
 }
 
 void commands::add_udp_commands(CLI::App &app, line_options &o)
@@ -171,7 +206,7 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id")->required();
     add_number(add, "--dscp", o.dscp, "DSCP of the uplink binding", 255)->capture_default_str();
     add_number(add, "--vrf", o.vrf, "routing instance")->capture_default_str();
-    add_number(add, "--pmtu", o.pmtu, "path MTU in bytes, used with IPv6")->capture_default_str();
+    add_number(add, "--pmtu", o.pmtu, "path MTU in bytes: IPv6 only, low 16 bits")->capture_default_str();
     add_number(add, "--ttl", o.ttl, "TTL or hop limit, 0: not given", 255)->capture_default_str();
     add->add_flag("--session-type", o.session_type, "set the session type of the uplink PCEP first");
     add->callback([this, &o] {
@@ -179,15 +214,17 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
         cfg.vrf_id = o.vrf;
         cfg.pmtu = o.pmtu;
         cfg.ttl = static_cast<std::uint8_t>(o.ttl);
-        added_udp_sessions_.insert(o.id);
-        show_result("udp add " + std::to_string(o.id),
-                    zel_core_term_udp_session_add(o.id, &cfg, o.uplink_pcep, o.downlink_pcep, o.rat_session,
-                                                  static_cast<std::uint8_t>(o.dscp), o.session_type));
+        const std::uint32_t result =
+            zel_core_term_udp_session_add(o.id, &cfg, o.uplink_pcep, o.downlink_pcep, o.rat_session,
+                                          static_cast<std::uint8_t>(o.dscp), o.session_type);
+        show_result("udp add " + std::to_string(o.id), result);
+        if (result == ZEL_CORE_TERM_SUCCESS)
+            udp_sessions_.insert(o.id);
     });
 
     CLI::App *modify = udp->add_subcommand("modify", "change a session over IPv6 in place");
     add_number(modify, "ID", o.id, "the session")->required();
-    CLI::Option *pmtu = add_number(modify, "--pmtu", o.pmtu, "new path MTU in bytes");
+    CLI::Option *pmtu = add_number(modify, "--pmtu", o.pmtu, "new path MTU in bytes, low 16 bits");
     CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new hop limit, 0: not given", 255);
     modify->callback([this, &o, pmtu, ttl] {
         if (!*pmtu && !*ttl)
@@ -200,15 +237,20 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
                         zel_core_term_udp_session_modify_ttl(o.id, static_cast<std::uint8_t>(o.ttl)));
     });
 
-    const auto add_operation = [&](const std::string &name, const std::string &meaning,
-                                   std::uint32_t (*operation)(std::uint32_t)) {
-        CLI::App *command = udp->add_subcommand(name, meaning);
-        add_number(command, "ID", o.id, "the session")->required();
-        command->callback(
-            [this, &o, name, operation] { show_result("udp " + name + " " + std::to_string(o.id), operation(o.id)); });
-    };
-    add_operation("disconnect", "remove a session's bindings", zel_core_term_udp_session_disconnect);
-    add_operation("release", "delete a session's associations and free its id", zel_core_term_udp_session_release);
+    CLI::App *disconnect = udp->add_subcommand("disconnect", "remove a session's bindings");
+    add_number(disconnect, "ID", o.id, "the session")->required();
+    disconnect->callback([this, &o] {
+        show_result("udp disconnect " + std::to_string(o.id), zel_core_term_udp_session_disconnect(o.id));
+    });
+
+    CLI::App *release = udp->add_subcommand("release", "delete a session's associations and free its id");
+    add_number(release, "ID", o.id, "the session")->required();
+    release->callback([this, &o] {
+        const std::uint32_t result = zel_core_term_udp_session_release(o.id);
+        show_result("udp release " + std::to_string(o.id), result);
+        if (result == ZEL_CORE_TERM_SUCCESS)
+            udp_sessions_.erase(o.id);
+    });
 
     CLI::App *stats = udp->add_subcommand("stats", "a session's counters");
     add_number(stats, "ID", o.id, "the session")->required();
@@ -274,11 +316,30 @@ void commands::add_view_commands(CLI::App &app, line_options &o)
     CLI::App *trace = app.add_subcommand("trace", "show each trace event as it fires, or stop to");
     trace->add_option("SWITCH", o.on_off, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
     trace->callback([this, &o] { show_events(o.on_off == "on"); });
-    app.add_subcommand("help", "this list; COMMAND --help tells a command's options")->callback([this, &app] {
-        text_table list{{"command", "what it does"}};
-        list_commands(list, app, "");
-        out_ << list;
+    CLI::App *help = app.add_subcommand("help", "the commands, or the options of one");
+    help->add_option("COMMAND", o.command, "as in: help udp add");
+    help->callback([this, &app, &o] {
+        const CLI::App *asked = &app;
+        for (const std::string &word : o.command) {
+            const auto choices = asked->get_subcommands(nullptr);
+            const auto found = std::ranges::find(choices, word, &CLI::App::get_name);
+            if (found == choices.end())
+                throw bad_line(unknown_command(*asked, word));
+            asked = *found;
+        }
+        show_help(*asked);
     });
+}
+
+void commands::show_help(const CLI::App &asked)
+{
+    if (asked.get_subcommands(nullptr).empty()) {
+        out_ << asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal);
+        return;
+    }
+    text_table list{{"command", "what it does"}};
+    list_commands(list, asked);
+    out_ << list;
 }
 
 void commands::show_result(const std::string &operation, std::uint32_t result_code)
@@ -289,19 +350,16 @@ void commands::show_result(const std::string &operation, std::uint32_t result_co
 void commands::show_udp_sessions()
 {
     text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
-    std::size_t count = 0;
-    mute_events_ = true; // an id that was not added after all would be reported as a rejection
-    for (const std::uint32_t id : added_udp_sessions_) {
-        zel_core_term_udp_session_cfg_t cfg;
-        if (zel_core_term_udp_session_cfg_get(id, &cfg) != ZEL_CORE_TERM_SUCCESS)
-            continue;
-        ++count;
-        sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
-                      to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
-                      std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
+    for (const std::uint32_t id : udp_sessions_) {
+        zel_core_term_udp_session_cfg_t cfg{};
+        if (const std::uint32_t result = zel_core_term_udp_session_cfg_get(id, &cfg))
+            show_result("udp show " + std::to_string(id), result);
+        else
+            sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
+                          to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
+                          std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
     }
-    mute_events_ = false;
-    out_ << count << " UDP sessions\n" << sessions;
+    out_ << udp_sessions_.size() << " UDP sessions\n" << sessions;
 }
 
 void commands::show_events(bool on)
@@ -309,7 +367,6 @@ void commands::show_events(bool on)
     listener_.reset();
     if (on)
         listener_ = std::make_unique<event_listener>([this](const trace_event &e) {
-            if (!mute_events_)
-                out_ << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
+            out_ << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
         });
 }

@@ -37,11 +37,11 @@ private:
     void add_packet_commands(CLI::App &app, line_options &options);
     void add_view_commands(CLI::App &app, line_options &options);
     void show_result(const std::string &operation, std::uint32_t result_code);
+    void show_help(const CLI::App &asked);
     void show_udp_sessions();
     void show_events(bool on);
 
     std::ostream &out_;
     std::unique_ptr<event_listener> listener_;
-    std::set<std::uint32_t> added_udp_sessions_; ///< ids whose add was tried since the start: those that may be in use
-    bool mute_events_ = false;                   ///< while the shell itself asks the library
+    std::set<std::uint32_t> udp_sessions_; ///< the ids that were added and not released
 };

@@ -138,7 +138,7 @@ void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
     vok_ip_egress_association_delete(VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, handles_before_);
     trail_.clear();
     calls.clear();
-    faults_ = std::move(faults);
+    count_calls_anew(std::move(faults));
     vok_cp_sim_observe(observe, this);
     if (!listen)
         return;
@@ -148,6 +148,12 @@ void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
         if (e.category != "SESSION_API_DELAY" || std::ranges::any_of(keep_delays_of, is_in_message))
             add_line(e.name + " " + e.location.substr(0, e.location.find(':')) + " " + e.category + " " + e.message);
     });
+}
+
+void library_test::count_calls_anew(std::map<int, vok_cp_sim_answer_t> faults)
+{
+    faults_ = std::move(faults);
+    calls_counted_ = 0;
 }
 
 void library_test::stop_recording()
@@ -196,8 +202,31 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
     }
     test.add_line(line);
     test.calls.push_back(seen);
-    const auto fault = test.faults_.find(static_cast<int>(test.calls.size()));
+    const int number = ++test.calls_counted_;
+    if (test.on_call)
+        test.on_call(number);
+    const auto fault = test.faults_.find(number);
     return fault != test.faults_.end() ? fault->second : vok_cp_sim_answer_t{};
+}
+
+std::string library_test::for_version(const char *trail, int ip_version)
+{
+    static const std::map<char, std::pair<std::string, std::string>> names = {
+        {'V', {"ip", "ipv6"}},
+        {'S', {"stats", "statistics"}},
+        {'F', {"ipv4", "ipv6"}},
+        {'G', {"zel_udp_session_", "zel_ipv6_udp_session_"}},
+    };
+    std::string text;
+    for (const char *c = trail + 1; *c != '\0'; ++c) {
+        if (*c == '$') {
+            const auto &[v4, v6] = names.at(*++c);
+            text += ip_version == 4 ? v4 : v6;
+        } else {
+            text += *c;
+        }
+    }
+    return text;
 }
 
 zel_core_term_udp_session_cfg_t library_test::cfg(int ip_version)

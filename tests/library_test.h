@@ -47,12 +47,21 @@ protected:
     void record(std::map<int, vok_cp_sim_answer_t> faults = {});
     void stop_recording();
 
+    /// While recording: the n-th data-plane call from now is answered as `faults` says.
+    void count_calls_anew(std::map<int, vok_cp_sim_answer_t> faults);
+    std::function<void(int number)> on_call; ///< called before a data-plane call takes effect
+
     struct seen_call {
         std::string operation;
         std::vector<uint8_t> record; ///< a bind record's dscpRef is cleared
         std::optional<uint8_t> dscp; ///< where a bind record's dscpRef points
     };
     std::vector<seen_call> calls; ///< since record()
+
+    /// Trails are the same over IPv4 and IPv6 but for names: after its first line break, `trail` has $V for "ip" or
+    /// "ipv6" and $S for "stats" or "statistics" in the data plane's names, $F for "ipv4" or "ipv6" and $G for
+    /// "zel_udp_session_" or "zel_ipv6_udp_session_" in the library's.
+    static std::string for_version(const char *trail, int ip_version);
 
     static zel_core_term_udp_session_cfg_t cfg(int ip_version);
     static std::string data_plane();                     ///< "objects, bindings" by number
@@ -66,6 +75,7 @@ private:
 
     uint64_t handles_before_ = 0; ///< the last handle that the data plane gave before record()
     std::map<int, vok_cp_sim_answer_t> faults_;
+    int calls_counted_ = 0;
     std::string trail_;
     std::optional<event_listener> listener_;
 };

@@ -22,10 +22,11 @@ while IFS='|' read -r line message; do
     [ "$got" = "standard input:3: $message" ] || fail "'$line' says: $got"
     printf '%s\nstart\n' "$line" | "$shell" 2>/dev/null | grep -q 'start: 0' && fail "'$line' does not stop the shell"
 done <<'ROWS'
-fly|unknown command 'fly'; expected start, stop, udp, objects, trace, help
-udp|a command is missing; expected add, free-id, show
-udp fly 1|unknown command 'fly'; expected add, free-id, show
-start now|The following argument was not expected: now
+fly|unknown command 'fly'; expected start, stop, udp, packet, send, objects, expect, trace, help
+udp|a command is missing; expected add, modify, disconnect, release, stats, free-id, show
+udp fly 1|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show
+help udp fly|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show
+start right now|not expected: right now
 trace maybe|SWITCH: maybe not in {on,off}
 udp add|ID is required
 udp add one|ID: 'one' is not a number from 0 to 4294967295
@@ -38,7 +39,17 @@ udp add 1 --local [2001:db8::g]:1|--local: '2001:db8::g' is not an IPv6 address
 udp add 1 --local 2001:db8::1:2152|--local: '2001:db8::1:2152' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
 udp add 1 --local 192.0.2.1:65536|--local: '65536' is not a port from 0 to 65535
 udp add 1 --local 192.0.2.1:1 --remote [::1]:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1|--local is IPv4 and --remote is IPv6
+udp modify 1|--pmtu or --ttl is required
+udp release|ID is required
+packet udp --from 192.0.2.1:1 --to [::1]:1|--from is IPv4 and --to is IPv6
+send 4096/1|FLOW: '4096/1' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)
 ROWS
+
+# What is left behind ends a scenario with a failure.
+add='udp add 010 --local 192.0.2.1:1 --remote 192.0.2.2:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
+got=$(printf 'start\n%s\nexpect empty\n' "$add" | "$shell" 2>&1 >/dev/null) && fail "an owner of objects passes as empty"
+[ "$got" = "standard input:3: expected an empty data plane, and it holds 2 objects, 2 bindings" ] || fail "says: $got"
+printf 'start\n%s\nudp show\n' "$add" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
 
 got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
 [[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"

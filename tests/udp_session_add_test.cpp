@@ -8,17 +8,16 @@ using namespace std::string_literals;
 
 namespace {
 
-/// One add. The trail is the same over IPv4 and IPv6 but for names: $V stands for "ip" or "ipv6" in the data plane's
-/// names, $F for "ipv4" or "ipv6" in the library's.
+/// One add of session 1.
 struct add_row {
     const char *what;
     std::map<int, vok_cp_sim_answer_t> faults;
     bool session_type;
     uint32_t session_type_result;
     uint32_t result;
-    const char *left; ///< in the data plane
-    uint32_t session; ///< what a configuration query then answers
-    const char *trail;
+    const char *left;  ///< in the data plane
+    uint32_t session;  ///< what a configuration query then answers
+    const char *trail; ///< see for_version()
 };
 
 const add_row add_rows[] = {
@@ -154,18 +153,6 @@ tn_zel_init:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): session 
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): session id already in use, udp_session_connect_ul
 )"},
 };
-
-std::string for_version(const char *trail, int ip_version)
-{
-    std::string text;
-    for (const char *c = trail + 1; *c != '\0'; ++c) {
-        if (*c == '$')
-            text += *++c == 'F' ? (ip_version == 4 ? "ipv4" : "ipv6") : (ip_version == 4 ? "ip" : "ipv6");
-        else
-            text += *c;
-    }
-    return text;
-}
 
 class udp_session_add : public library_test {
 protected:

@@ -19,7 +19,7 @@
 extern "C" {
 #endif
 
-/** The handle block while the L2TP module is started, otherwise NULL. */
+/** The handle block while the L2TP module is started, otherwise NULL. Others take zel_getHandles(). */
 ZEL_CORE_TERM_API extern zel_handles_t *zel_handles;
 
 /**
@@ -51,7 +51,9 @@ ZEL_CORE_TERM_API zel_handles_t *zel_getHandles(void);
 ZEL_CORE_TERM_API uint64_t zel_core_term_time_get(void);
 
 /**
- * The tick frequency that the library's delay checks assume. It is a constant and not measured.
+ * The tick frequency that the library's delay checks assume: a data-plane call of more than 25,600,000 ticks, 0.1 s at
+ * this frequency, is reported as delayed. It is a constant and not that of the processor's counter, so it does not
+ * turn differences of zel_core_term_time_get() into true seconds.
  *
  * @param freq_hz receives 256,000,000; must be valid
  * @return 0

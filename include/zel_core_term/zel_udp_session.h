@@ -36,7 +36,7 @@ typedef struct zel_core_term_udp_session_cfg_t {
     uint16_t local_port;
     uint16_t remote_port;
     uint32_t vrf_id; /**< routing instance of both associations */
-    uint32_t pmtu;   /**< path MTU in bytes; IPv6 only, where its low 16 bits are used */
+    uint32_t pmtu;   /**< path MTU in bytes; IPv6 only, of which the data plane gets the low 16 bits */
     uint8_t ttl;     /**< TTL or hop limit; 0 when not given: IPv4 then sends 0 to the data plane, IPv6 128 */
     uint8_t reserved_35[3];
 } zel_core_term_udp_session_cfg_t;
@@ -144,12 +144,14 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  *
  * @return 0: added.
  *         3: an id is out of range; 5: the id is in use; 7: the IP version is neither 4 nor 6; 13 with the module
- *         stopped: nothing was done.
- *         13: a data-plane call failed; what was made was unbound and deleted again in reverse order and the id
- *         is free. Where such an undo failed too, the data plane keeps an object or binding that no session owns.
+ *         stopped: nothing was done. (Before the first start no limit but 0 is known, and 3 comes before 13.)
+ *         13: a data-plane call failed. What was made before was taken down again (downlink binding, uplink binding,
+ *         ingress association, egress association) and the id is free. The data plane keeps something that no
+ *         session owns where taking it down failed too, and where a bind took effect although it failed: the failed
+ *         bind itself is not undone.
  *         4: the table was emptied while the add ran, which a caller that serialises never sees; undone likewise.
- *         Any other: the code of the session-type hook; undone likewise, except that after a 3 or a 5 of
- *         the hook nothing is undone: the id stays in use with both associations and no binding.
+ *         Any other: the code of the session-type hook; undone likewise, except that after a 3 or a 5 of the hook
+ *         nothing is undone: the id stays in use with both associations and no binding, until it is released.
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id,
                                                          const zel_core_term_udp_session_cfg_t *cfg,

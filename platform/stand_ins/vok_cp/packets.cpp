@@ -51,11 +51,16 @@ bool port_matches(std::uint16_t wanted, std::uint16_t port)
     return wanted == 0 || wanted == port;
 }
 
+bool address_matches(const vok_cp_sim_header_t &h, const std::uint8_t (&wanted)[16], const std::uint8_t (&address)[16])
+{
+    return std::memcmp(wanted, address, h.ip_version == 4 ? 4 : 16) == 0;
+}
+
 bool matches(const vok_cp_sim_header_t &wanted, const vok_cp_sim_header_t &h)
 {
     return wanted.ip_version == h.ip_version && wanted.vrf_id == h.vrf_id && wanted.protocol == h.protocol &&
            port_matches(wanted.src_port, h.src_port) && port_matches(wanted.dst_port, h.dst_port) &&
-           std::ranges::equal(wanted.src_addr, h.src_addr) && std::ranges::equal(wanted.dst_addr, h.dst_addr);
+           address_matches(h, wanted.src_addr, h.src_addr) && address_matches(h, wanted.dst_addr, h.dst_addr);
 }
 
 void count(object &o, std::uint32_t octets)

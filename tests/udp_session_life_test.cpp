@@ -1,0 +1,513 @@
+// What follows a UDP session's add: modify, disconnect, release, statistics, and packets that prove it all.
+#include <cstring>
+
+#include "library_test.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+/// One operation on session 1, which is connected.
+struct row {
+    const char *what;
+    std::vector<int> ip_versions;
+    uint32_t (*operation)();
+    std::map<int, vok_cp_sim_answer_t> faults;
+    uint32_t result;
+    const char *left; ///< in the data plane
+    uint32_t session; ///< what a configuration query then answers
+    uint32_t pmtu;    ///< and then tells, where the session is still there
+    uint8_t ttl;
+    const char *trail; ///< see for_version()
+};
+
+uint32_t modify_pmtu()
+{
+    return zel_core_term_udp_session_modify_pmtu(1, 131072 + 1280);
+}
+uint32_t modify_ttl()
+{
+    return zel_core_term_udp_session_modify_ttl(1, 0);
+}
+uint32_t disconnect()
+{
+    return zel_core_term_udp_session_disconnect(1);
+}
+uint32_t disconnect_twice()
+{
+    zel_core_term_udp_session_disconnect(1);
+    return zel_core_term_udp_session_disconnect(1);
+}
+uint32_t release()
+{
+    return zel_core_term_udp_session_release(1);
+}
+uint32_t disconnect_and_release()
+{
+    zel_core_term_udp_session_disconnect(1);
+    return zel_core_term_udp_session_release(1);
+}
+uint32_t get_stats()
+{
+    zel_udp_session_ipv4_stats_t v4;
+    zel_udp_session_ipv6_stats_t v6;
+    zel_core_term_udp_session_cfg_t cfg;
+    zel_core_term_udp_session_cfg_get(1, &cfg);
+    return cfg.ip_version == 4 ? zel_udp_session_get_stats(1, &v4) : zel_ipv6_udp_session_get_stats(1, &v6);
+}
+uint32_t format_stats()
+{
+    char text[200];
+    return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
+}
+uint32_t format_stats_in_no_room()
+{
+    char text[20];
+    return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
+}
+
+const row rows[] = {
+    {"modify pmtu over IPv4", {4}, modify_pmtu, {}, 7, "2 objects, 2 bindings", 0, 70000, 64, R"(
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): unsupported IP version, Unsupported IP Version
+)"},
+    {"modify ttl over IPv4", {4}, modify_ttl, {}, 7, "2 objects, 2 bindings", 0, 70000, 64, R"(
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): unsupported IP version, Unsupported IP Version
+)"},
+    {"modify pmtu", {6}, modify_pmtu, {}, 0, "2 objects, 2 bindings", 0, 132352, 64, R"(
+vok_ipv6_egress_association_attr_modify #2
+)"},
+    {"modify ttl", {6}, modify_ttl, {}, 0, "2 objects, 2 bindings", 0, 70000, 0, R"(
+vok_ipv6_egress_association_attr_modify #2
+)"},
+    {"modify pmtu fails", {6}, modify_pmtu, {{1, failing}}, 13, "2 objects, 2 bindings", 0, 70000, 64, R"(
+vok_ipv6_egress_association_attr_modify #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): data-plane call failed, modify_egress_udp_association_ipv6
+)"},
+    {"modify ttl fails after it took effect",
+     {6},
+     modify_ttl,
+     {{1, failing_after_effect}},
+     13,
+     "2 objects, 2 bindings",
+     0,
+     70000,
+     64,
+     R"(
+vok_ipv6_egress_association_attr_modify #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): data-plane call failed, modify_egress_udp_association_ipv6
+)"},
+    {"disconnect", {4, 6}, disconnect, {}, 0, "2 objects, 0 bindings", 0, 70000, 64, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+)"},
+    {"disconnect with both unbinds failing",
+     {4, 6},
+     disconnect,
+     {{1, failing}, {2, failing}},
+     0,
+     "2 objects, 2 bindings",
+     0,
+     70000,
+     64,
+     R"(
+vok_unbind #1 -> 0x00200005
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): injected fault, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
+vok_unbind 0x00100001 -> #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): injected fault, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
+)"},
+    {"disconnect twice", {4, 6}, disconnect_twice, {}, 0, "2 objects, 0 bindings", 0, 70000, 64, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_unbind #1 -> 0x00200005
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): no such binding, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
+vok_unbind 0x00100001 -> #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): no such binding, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
+)"},
+    {"release of a connected session, which this data plane refuses",
+     {4, 6},
+     release,
+     {},
+     0,
+     "2 objects, 2 bindings",
+     4,
+     0,
+     0,
+     R"(
+vok_$V_ingress_association_delete #1
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_ingress_association_delete
+vok_$V_egress_association_delete #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_egress_association_delete
+)"},
+    {"disconnect and release with the ingress delete failing",
+     {4, 6},
+     disconnect_and_release,
+     {{3, failing}},
+     0,
+     "1 objects, 0 bindings",
+     4,
+     0,
+     0,
+     R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_$V_ingress_association_delete #1
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): injected fault, vok_$V_ingress_association_delete
+vok_$V_egress_association_delete #2
+)"},
+    {"disconnect and release", {4, 6}, disconnect_and_release, {}, 0, "0 objects, 0 bindings", 4, 0, 0, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_$V_ingress_association_delete #1
+vok_$V_egress_association_delete #2
+)"},
+    {"formatted statistics", {4, 6}, format_stats, {}, 0, "2 objects, 2 bindings", 0, 70000, 64, R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2
+)"},
+    {"statistics with the ingress read failing",
+     {4, 6},
+     get_stats,
+     {{1, failing}},
+     13,
+     "2 objects, 2 bindings",
+     0,
+     70000,
+     64,
+     R"(
+vok_$V_ingress_association_$S_get #1
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_ingress_association_$S_get
+)"},
+    {"formatted statistics with the egress read failing",
+     {4, 6},
+     format_stats,
+     {{2, failing}},
+     13,
+     "2 objects, 2 bindings",
+     0,
+     70000,
+     64,
+     R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2
+vok_syshandle_get
+vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_egress_association_$S_get
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): data-plane call failed, $Gget_stats
+)"},
+    {"formatted statistics that are cut",
+     {4, 6},
+     format_stats_in_no_room,
+     {},
+     10,
+     "2 objects, 2 bindings",
+     0,
+     70000,
+     64,
+     R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): no free session id, zel_fmt_end
+)"},
+};
+
+class udp_session_life : public library_test {
+protected:
+    void add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg)
+    {
+        ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, 0), 0u);
+    }
+
+    /// An empty data plane with session 1 in it, recording.
+    void start_with_session(int ip_version, std::map<int, vok_cp_sim_answer_t> faults)
+    {
+        vok_cp_sim_reset();
+        ASSERT_EQ(zel_core_term_start(), 0u);
+        record();
+        add(1, cfg(ip_version));
+        trail();
+        count_calls_anew(std::move(faults));
+    }
+
+    static vok_cp_sim_header_t received(const zel_core_term_udp_session_cfg_t &cfg)
+    {
+        vok_cp_sim_header_t header{};
+        header.ip_version = cfg.ip_version;
+        header.protocol = 17;
+        header.vrf_id = cfg.vrf_id;
+        std::memcpy(header.src_addr, cfg.remote_addr, 16);
+        std::memcpy(header.dst_addr, cfg.local_addr, 16);
+        header.src_port = cfg.remote_port;
+        header.dst_port = cfg.local_port;
+        return header;
+    }
+};
+
+TEST_F(udp_session_life, calls_and_reports)
+{
+    for (const row &r : rows) {
+        for (const int ip_version : r.ip_versions) {
+            SCOPED_TRACE(r.what + " over IPv"s + std::to_string(ip_version));
+            start_with_session(ip_version, r.faults);
+            EXPECT_EQ(r.operation(), r.result);
+            EXPECT_EQ(trail(), for_version(r.trail, ip_version));
+            stop_recording();
+            EXPECT_EQ(data_plane(), r.left);
+            zel_core_term_udp_session_cfg_t stored;
+            ASSERT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), r.session);
+            if (r.session != 0) {
+                add(1, cfg(ip_version)); // the id can be used again
+                continue;
+            }
+            zel_core_term_udp_session_cfg_t expected = cfg(ip_version);
+            expected.pmtu = r.pmtu;
+            expected.ttl = r.ttl;
+            EXPECT_EQ(std::memcmp(&stored, &expected, sizeof stored), 0);
+        }
+    }
+}
+
+TEST_F(udp_session_life, every_operation_refuses_what_is_no_session)
+{
+    zel_udp_session_ipv4_stats_t v4;
+    zel_udp_session_ipv6_stats_t v6;
+    char text[4];
+    const struct {
+        const char *name;
+        std::function<uint32_t(uint32_t)> call;
+    } operations[] = {
+        {"zel_core_term_udp_session_modify_pmtu",
+         [](uint32_t id) { return zel_core_term_udp_session_modify_pmtu(id, 1); }},
+        {"zel_core_term_udp_session_modify_ttl",
+         [](uint32_t id) { return zel_core_term_udp_session_modify_ttl(id, 1); }},
+        {"zel_core_term_udp_session_disconnect", zel_core_term_udp_session_disconnect},
+        {"zel_core_term_udp_session_release", zel_core_term_udp_session_release},
+        {"zel_udp_session_get_stats", [&](uint32_t id) { return zel_udp_session_get_stats(id, &v4); }},
+        {"zel_ipv6_udp_session_get_stats", [&](uint32_t id) { return zel_ipv6_udp_session_get_stats(id, &v6); }},
+        {"zel_core_term_udp_session_fmt_stats_get",
+         [&](uint32_t id) { return zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0); }},
+    };
+    record();
+    for (const auto &operation : operations) {
+        for (const uint32_t id : {0u, 1u, 70000u, 70001u, UINT32_MAX}) {
+            SCOPED_TRACE(operation.name + " "s + std::to_string(id));
+            std::memset(&v4, 0xAB, sizeof v4);
+            std::memset(&v6, 0xAB, sizeof v6);
+            std::memset(text, 'x', sizeof text);
+            const bool in_range = id == 1 || id == 70000;
+            EXPECT_EQ(operation.call(id), in_range ? 4u : 3u);
+            EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_udp_session GENERAL "s + operation.name +
+                                   "(): " + (in_range ? "session is free" : "identifier or argument out of range") +
+                                   ", (udp_session_id)\n");
+        }
+        // The IPv4 counters are cleared before any check, the text emptied, the IPv6 counters left alone.
+        const std::vector<uint8_t> zero(sizeof v4), untouched(sizeof v6, 0xAB);
+        EXPECT_EQ(std::memcmp(&v4, zero.data(), sizeof v4) == 0, operation.name == "zel_udp_session_get_stats"s);
+        EXPECT_EQ(std::memcmp(&v6, untouched.data(), sizeof v6), 0);
+        EXPECT_EQ(text[0] == '\0', operation.name == "zel_core_term_udp_session_fmt_stats_get"s);
+        EXPECT_EQ(text[1], 'x');
+    }
+}
+
+TEST_F(udp_session_life, modify_sends_the_record_of_the_create_without_a_protocol)
+{
+    start_with_session(6, {});
+    std::vector<uint8_t> expected = calls.at(1).record;
+    expected[0x33] = 0;                           // next header
+    expected[0x34] = 0x70, expected[0x35] = 0x11; // 70000 cut to 16 bits
+    expected[0x2d] = 128;                         // no hop limit given
+    ASSERT_EQ(zel_core_term_udp_session_modify_ttl(1, 0), 0u);
+    EXPECT_EQ(calls.back().record, expected);
+    expected[0x34] = 0x00, expected[0x35] = 0x05;
+    ASSERT_EQ(modify_pmtu(), 0u);
+    EXPECT_EQ(calls.back().record, expected);
+}
+
+TEST_F(udp_session_life, an_unbind_is_the_bind_without_its_dscp)
+{
+    for (const int ip_version : {4, 6}) {
+        start_with_session(ip_version, {});
+        ASSERT_EQ(disconnect(), 0u);
+        ASSERT_EQ(calls.size(), 6u); // two creates, uplink and downlink bind, downlink and uplink unbind
+        EXPECT_EQ(calls[4].record, calls[3].record);
+        EXPECT_EQ(calls[5].record, calls[2].record);
+        EXPECT_FALSE(calls[4].dscp || calls[5].dscp);
+    }
+}
+
+TEST_F(udp_session_life, a_downlink_flow_of_0_counts_as_not_bound)
+{
+    const zel_core_term_udp_session_cfg_t configuration = cfg(4);
+    ASSERT_EQ(zel_core_term_udp_session_add(1, &configuration, 1, 0, 0, 0, 0), 0u);
+    record();
+    EXPECT_EQ(disconnect(), 0u);
+    EXPECT_EQ(data_plane(), "2 objects, 1 bindings");
+    const std::string all = trail();
+    EXPECT_EQ(
+        all.substr(0, all.find("vok_unbind")),
+        R"(tn_zel_init:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): session is free, (udp_session_id)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): session is free, udp_session_disconnect_dl
+)");
+}
+
+TEST_F(udp_session_life, a_release_without_associations_says_so_and_an_add_notices_that_its_session_is_gone)
+{
+    // The data plane comes back to the caller, which releases the session that is just being added.
+    on_call = [](int number) {
+        if (number == 1) {
+            EXPECT_EQ(release(), 0u);
+        }
+    };
+    record();
+    const zel_core_term_udp_session_cfg_t configuration = cfg(4);
+    EXPECT_EQ(zel_core_term_udp_session_add(1, &configuration, 1, 2, 5, 46, 0), 4u);
+    EXPECT_EQ(trail(), R"(vok_ip_ingress_association_create
+tn_zel_term:EXCEPTION zel_udp_session UDP_SESSION zel_core_term_udp_session_release(): ingress ip flow doesn't exist, udp_session_id=1
+tn_zel_term:EXCEPTION zel_udp_session UDP_SESSION zel_core_term_udp_session_release(): egress ip flow doesn't exist, udp_session_id=1
+vok_ip_egress_association_create
+tn_zel_init:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): session is free, (udp_session_id)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): session is free, udp_session_connect_ul
+vok_ip_ingress_association_delete #1
+vok_ip_egress_association_delete #2
+)");
+    EXPECT_EQ(data_plane(), "0 objects, 0 bindings");
+}
+
+TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
+{
+    for (const int ip_version : {4, 6}) {
+        SCOPED_TRACE(ip_version);
+        const uint32_t id = static_cast<uint32_t>(ip_version);
+        zel_core_term_udp_session_cfg_t c = cfg(ip_version);
+        c.vrf_id = 7;
+        add(id, c);
+        const vok_cp_sim_header_t down = received(c);
+        const std::size_t address_size = ip_version == 4 ? 4 : 16;
+        const auto expect_up = [&](uint8_t ttl, uint32_t path_mtu) {
+            const vok_cp_sim_departure_t up = vok_cp_sim_send(0x00100000 + id, 1000);
+            ASSERT_EQ(up.fate, VOK_CP_SIM_FORWARDED);
+            EXPECT_EQ(std::memcmp(up.header.src_addr, c.local_addr, address_size), 0);
+            EXPECT_EQ(std::memcmp(up.header.dst_addr, c.remote_addr, address_size), 0);
+            EXPECT_EQ(up.header.src_port, 2152);
+            EXPECT_EQ(up.header.dst_port, 40000);
+            EXPECT_EQ(up.header.protocol, 17);
+            EXPECT_EQ(up.header.vrf_id, 7u);
+            EXPECT_EQ(up.header.ttl, ttl);
+            EXPECT_EQ(up.path_mtu, path_mtu);
+            EXPECT_TRUE(up.has_dscp);
+            EXPECT_EQ(up.dscp, 46);
+        };
+
+        vok_cp_sim_arrival_t arrival = vok_cp_sim_receive(&down, 100);
+        EXPECT_EQ(arrival.fate, VOK_CP_SIM_FORWARDED);
+        EXPECT_EQ(arrival.ovlin_flow_id, 0x00200005u);
+        expect_up(64, ip_version == 4 ? 0 : 4464);
+        if (ip_version == 6) {
+            ASSERT_EQ(zel_core_term_udp_session_modify_ttl(id, 9), 0u);
+            ASSERT_EQ(zel_core_term_udp_session_modify_pmtu(id, 1300), 0u);
+            expect_up(9, 1300);
+        }
+
+        // Whatever differs in the header is another packet.
+        for (void (*change)(vok_cp_sim_header_t &) : std::initializer_list<void (*)(vok_cp_sim_header_t &)>{
+                 [](auto &h) { h.vrf_id = 8; }, [](auto &h) { h.protocol = 6; }, [](auto &h) { h.src_addr[3] ^= 1; },
+                 [](auto &h) { h.dst_addr[0] ^= 1; }, [](auto &h) { h.src_port = 1; }, [](auto &h) { h.dst_port = 1; },
+                 [](auto &h) { h.ip_version ^= 2; }}) {
+            vok_cp_sim_header_t other = down;
+            change(other);
+            EXPECT_EQ(vok_cp_sim_receive(&other, 100).fate, VOK_CP_SIM_NO_ASSOCIATION);
+        }
+
+        char text[200];
+        ASSERT_EQ(zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0), 0u);
+        EXPECT_STREQ(text, ip_version == 4
+                               ? "IPv4 ingress: 1 packets, 100 octets\nIPv4 egress: 1 packets, 1000 octets\n\n"
+                               : "IPv6 ingress: 1 packets, 100 octets\nIPv6 egress: 2 packets\n\n");
+
+        ASSERT_EQ(zel_core_term_udp_session_disconnect(id), 0u);
+        EXPECT_EQ(vok_cp_sim_receive(&down, 100).fate, VOK_CP_SIM_NOT_BOUND);
+        EXPECT_EQ(vok_cp_sim_send(0x00100000 + id, 1000).fate, VOK_CP_SIM_NOT_BOUND);
+        ASSERT_EQ(zel_core_term_udp_session_release(id), 0u);
+        EXPECT_EQ(vok_cp_sim_receive(&down, 100).fate, VOK_CP_SIM_NO_ASSOCIATION);
+    }
+    EXPECT_EQ(data_plane(), "0 objects, 0 bindings");
+}
+
+TEST_F(udp_session_life, statistics_lie_where_the_interface_says_as_far_as_they_could_be_read)
+{
+    add(4, cfg(4));
+    add(6, cfg(6));
+    for (const int ip_version : {4, 6}) {
+        const vok_cp_sim_header_t down = received(cfg(ip_version));
+        vok_cp_sim_receive(&down, 100);
+        vok_cp_sim_receive(&down, 100);
+        vok_cp_sim_send(0x00100000 + static_cast<uint32_t>(ip_version), 1000);
+    }
+    const auto read = [this](int failing_call, auto get, uint32_t id, auto stats) {
+        std::memset(&stats, 0xAB, sizeof stats);
+        record({{failing_call, failing}});
+        EXPECT_EQ(get(id, &stats), failing_call == 0 ? 0u : 13u);
+        std::vector<uint8_t> bytes(sizeof stats);
+        std::memcpy(bytes.data(), &stats, sizeof stats);
+        return bytes;
+    };
+    const auto ipv4 = [&](int failing_call) {
+        return read(failing_call, zel_udp_session_get_stats, 4, zel_udp_session_ipv4_stats_t{});
+    };
+    const auto ipv6 = [&](int failing_call) {
+        return read(failing_call, zel_ipv6_udp_session_get_stats, 6, zel_udp_session_ipv6_stats_t{});
+    };
+    std::vector<uint8_t> v4(64);
+    EXPECT_EQ(ipv4(1), v4);
+    v4[32] = 2, v4[40] = 200;
+    EXPECT_EQ(ipv4(2), v4);
+    v4[0] = 1, v4[8] = 0xe8, v4[9] = 3;
+    EXPECT_EQ(ipv4(0), v4);
+
+    EXPECT_EQ(ipv6(1), std::vector<uint8_t>(12, 0xAB));
+    EXPECT_EQ(ipv6(2), (std::vector<uint8_t>{0xAB, 0xAB, 0xAB, 0xAB, 2, 0, 0, 0, 200, 0, 0, 0}));
+    EXPECT_EQ(ipv6(0), (std::vector<uint8_t>{1, 0, 0, 0, 2, 0, 0, 0, 200, 0, 0, 0}));
+}
+
+TEST_F(udp_session_life, formatted_statistics_stay_in_their_buffer)
+{
+    add(1, cfg(4));
+    const std::string lines = "IPv4 ingress: 0 packets, 0 octets\nIPv4 egress: 0 packets, 0 octets\n\n";
+    const std::string fields = "IPv4 ingress\n  packets: 0\n  octets: 0\nIPv4 egress\n  packets: 0\n  octets: 0\n\n";
+    for (const auto &[whole, option] : {std::pair{lines, uint8_t{0}}, {fields, uint8_t{1}}}) {
+        for (uint32_t size = 1; size <= whole.size() + 2; ++size) {
+            std::vector<char> buf(size + 1, 'x');
+            EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(1, buf.data(), size, option),
+                      size > whole.size() ? 0u : 10u);
+            EXPECT_EQ(buf.data(), whole.substr(0, size - 1)) << size;
+            EXPECT_EQ(buf[size], 'x');
+        }
+    }
+}
+
+} // namespace
