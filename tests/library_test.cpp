@@ -185,7 +185,7 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
     auto &test = *static_cast<library_test *>(self);
     std::string line = call->operation;
     if (line == "vok_syshandle_get" || line == "vok_sys_status_get") {
-        test.add_line(line);
+        test.trail_.insert(test.trail_.size() - 1, " + " + line); // before the line's end
         return {};
     }
     const auto *bytes = static_cast<const uint8_t *>(call->record);
@@ -207,6 +207,42 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         test.on_call(number);
     const auto fault = test.faults_.find(number);
     return fault != test.faults_.end() ? fault->second : vok_cp_sim_answer_t{};
+}
+
+void library_test::run(const operation_row &row, before what)
+{
+    for (const int ip_version : row.ip_versions) {
+        SCOPED_TRACE(std::string(row.what) + " over IPv" + std::to_string(ip_version));
+        vok_cp_sim_reset();
+        ASSERT_EQ(zel_core_term_start(), 0u);
+        record();
+        if (what == before::session_1) {
+            ASSERT_EQ(add(1, cfg(ip_version)), 0u);
+        }
+        trail();
+        count_calls_anew(row.faults);
+        interposed.session_type_result = row.session_type_result;
+        EXPECT_EQ(row.operation(ip_version), row.result);
+        EXPECT_EQ(trail(), for_version(row.trail, ip_version));
+        stop_recording();
+        EXPECT_EQ(data_plane(), row.left);
+        zel_core_term_udp_session_cfg_t stored;
+        ASSERT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), row.pmtu != 0 ? 0u : 4u);
+        uint32_t free_id = 0;
+        EXPECT_EQ(zel_core_term_udp_session_free_id_get(&free_id), 0u);
+        EXPECT_EQ(free_id, row.pmtu != 0 ? 2u : 1u);
+        if (row.pmtu != 0) {
+            zel_core_term_udp_session_cfg_t expected = cfg(ip_version);
+            expected.pmtu = row.pmtu;
+            expected.ttl = row.ttl;
+            EXPECT_EQ(std::memcmp(&stored, &expected, sizeof stored), 0);
+        }
+    }
+}
+
+uint32_t library_test::add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, bool session_type)
+{
+    return zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, session_type);
 }
 
 std::string library_test::for_version(const char *trail, int ip_version)

@@ -34,9 +34,9 @@ protected:
     ~library_test() override;
 
     /// Everything since the last call, in order, a line each: data-plane calls, calls of the session-type hook and
-    /// trace events. Handles are shown as #1, #2, … in the order of their creation since record(), trace locations
-    /// without their line. Delay warnings are left out, since a preempted call can truly be slow, unless they are asked
-    /// for.
+    /// trace events. The calls that get a failure's text stand behind the failing call. Handles are shown as #1, #2, …
+    /// in the order of their creation since record(), trace locations without their line. Delay warnings are left out,
+    /// since a preempted call can truly be slow, unless they are asked for.
     std::string trail();
 
     std::vector<std::string> keep_delays_of; ///< delay warnings with one of these texts are kept
@@ -57,6 +57,26 @@ protected:
         std::optional<uint8_t> dscp; ///< where a bind record's dscpRef points
     };
     std::vector<seen_call> calls; ///< since record()
+
+    /// One operation on an otherwise empty data plane.
+    struct operation_row {
+        const char *what;
+        std::vector<int> ip_versions;
+        std::function<uint32_t(int ip_version)> operation;
+        std::map<int, vok_cp_sim_answer_t> faults; ///< as for record()
+        uint32_t session_type_result;              ///< of the session-type hook
+        uint32_t result;
+        const char *left; ///< in the data plane afterwards
+        uint32_t pmtu;
+        uint8_t ttl;       ///< of session 1 afterwards; a pmtu of 0: it is free
+        const char *trail; ///< see for_version()
+    };
+
+    enum class before { nothing, session_1 };
+    void run(const operation_row &row, before what);
+
+    /// A session with uplink flow 1/id and downlink flow 2/5.
+    static uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, bool session_type = false);
 
     /// Trails are the same over IPv4 and IPv6 but for names: after its first line break, `trail` has $V for "ip" or
     /// "ipv6" and $S for "stats" or "statistics" in the data plane's names, $F for "ipv4" or "ipv6" and $G for

@@ -8,128 +8,82 @@ using namespace std::string_literals;
 
 namespace {
 
-/// One add of session 1.
-struct add_row {
-    const char *what;
-    std::map<int, vok_cp_sim_answer_t> faults;
-    bool session_type;
-    uint32_t session_type_result;
-    uint32_t result;
-    const char *left;  ///< in the data plane
-    uint32_t session;  ///< what a configuration query then answers
-    const char *trail; ///< see for_version()
-};
+class udp_session_add : public library_test {};
 
-const add_row add_rows[] = {
-    {"success", {}, false, 0, 0, "2 objects, 2 bindings", 0, R"(
+TEST_F(udp_session_add, calls_reports_and_undo)
+{
+    const auto add_plain = [](int ip_version) { return add(1, cfg(ip_version)); };
+    const auto add_typed = [](int ip_version) { return add(1, cfg(ip_version), true); };
+    // clang-format off
+    const operation_row rows[] = {
+        {"success", {4, 6}, add_plain, {}, 0, 0, "2 objects, 2 bindings", 70000, 64, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 )"},
-    {"success with the session type set", {}, true, 0, 0, "2 objects, 2 bindings", 0, R"(
+        {"success with the session type set", {4, 6}, add_typed, {}, 0, 0, "2 objects, 2 bindings", 70000, 64, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 session type hook: ovlin type 1, pcep 1, session type 2
 vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
 )"},
-    {"ingress create fails", {{1, failing}}, false, 0, 13, "0 objects, 0 bindings", 4, R"(
-vok_$V_ingress_association_create
-vok_syshandle_get
-vok_sys_status_get
+        {"ingress create fails", {4, 6}, add_plain, {{1, failing}}, 0, 13, "0 objects, 0 bindings", 0, 0, R"(
+vok_$V_ingress_association_create + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL create_ingress_udp_association_$F(): injected fault, vok_$V_ingress_association_create
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, create_ingress_udp_association_$F
 )"},
-    {"ingress create fails after writing the handle",
-     {{1, failing_after_effect}},
-     false,
-     0,
-     13,
-     "0 objects, 0 bindings",
-     4,
-     R"(
-vok_$V_ingress_association_create
-vok_syshandle_get
-vok_sys_status_get
+        {"ingress create fails after writing the handle", {4, 6}, add_plain, {{1, failing_after_effect}}, 0, 13, "0 objects, 0 bindings", 0, 0, R"(
+vok_$V_ingress_association_create + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL create_ingress_udp_association_$F(): injected fault, vok_$V_ingress_association_create
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, create_ingress_udp_association_$F
 vok_$V_ingress_association_delete #1
 )"},
-    {"egress create fails", {{2, failing}}, false, 0, 13, "0 objects, 0 bindings", 4, R"(
+        {"egress create fails", {4, 6}, add_plain, {{2, failing}}, 0, 13, "0 objects, 0 bindings", 0, 0, R"(
 vok_$V_ingress_association_create
-vok_$V_egress_association_create
-vok_syshandle_get
-vok_sys_status_get
+vok_$V_egress_association_create + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL create_egress_udp_association_$F(): injected fault, vok_$V_egress_association_create
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, create_egress_udp_association_$F
 vok_$V_ingress_association_delete #1
 )"},
-    {"uplink bind fails, and so does the ingress delete",
-     {{3, failing}, {4, failing}},
-     false,
-     0,
-     13,
-     "1 objects, 0 bindings",
-     4,
-     R"(
+        {"uplink bind fails, and so does the ingress delete", {4, 6}, add_plain, {{3, failing}, {4, failing}}, 0, 13, "1 objects, 0 bindings", 0, 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
-vok_bind 0x00100001 -> #2
-vok_syshandle_get
-vok_sys_status_get
+vok_bind 0x00100001 -> #2 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): injected fault, vok_bind(ID2F, EGRESS, ovlin->ipv4/ipv6)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_ul
-vok_$V_ingress_association_delete #1
-vok_syshandle_get
-vok_sys_status_get
+vok_$V_ingress_association_delete #1 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): injected fault, vok_$V_ingress_association_delete
 vok_$V_egress_association_delete #2
 )"},
-    {"downlink bind fails", {{4, failing}}, false, 0, 13, "0 objects, 0 bindings", 4, R"(
+        {"downlink bind fails", {4, 6}, add_plain, {{4, failing}}, 0, 13, "0 objects, 0 bindings", 0, 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 vok_bind 0x00100001 -> #2
-vok_bind #1 -> 0x00200005
-vok_syshandle_get
-vok_sys_status_get
+vok_bind #1 -> 0x00200005 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
 vok_unbind 0x00100001 -> #2
 vok_$V_ingress_association_delete #1
 vok_$V_egress_association_delete #2
 )"},
-    {"downlink bind fails, and so does every undo",
-     {{4, failing}, {5, failing}, {6, failing}, {7, failing}},
-     false,
-     0,
-     13,
-     "2 objects, 1 bindings",
-     4,
-     R"(
+        {"downlink bind fails, and so does every undo", {4, 6}, add_plain, {{4, failing}, {5, failing}, {6, failing}, {7, failing}}, 0, 13, "2 objects, 1 bindings", 0, 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 vok_bind 0x00100001 -> #2
-vok_bind #1 -> 0x00200005
-vok_syshandle_get
-vok_sys_status_get
+vok_bind #1 -> 0x00200005 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
-vok_unbind 0x00100001 -> #2
-vok_syshandle_get
-vok_sys_status_get
+vok_unbind 0x00100001 -> #2 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): injected fault, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_disconnect_ul
-vok_$V_ingress_association_delete #1
-vok_syshandle_get
-vok_sys_status_get
+vok_$V_ingress_association_delete #1 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): injected fault, vok_$V_ingress_association_delete
-vok_$V_egress_association_delete #2
-vok_syshandle_get
-vok_sys_status_get
+vok_$V_egress_association_delete #2 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): injected fault, vok_$V_egress_association_delete
 )"},
-    {"the session type is refused", {}, true, 9, 9, "0 objects, 0 bindings", 4, R"(
+        {"the session type is refused", {4, 6}, add_typed, {}, 9, 9, "0 objects, 0 bindings", 0, 0, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 session type hook: ovlin type 1, pcep 1, session type 2
@@ -138,50 +92,24 @@ tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): u
 vok_$V_ingress_association_delete #1
 vok_$V_egress_association_delete #2
 )"},
-    {"the session type is refused with 3, which undoes nothing", {}, true, 3, 3, "2 objects, 0 bindings", 0, R"(
+        {"the session type is refused with 3, which undoes nothing", {4, 6}, add_typed, {}, 3, 3, "2 objects, 0 bindings", 70000, 64, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 session type hook: ovlin type 1, pcep 1, session type 2
 tn_zel_init:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): identifier or argument out of range, zel_ovlin_session_handler_set_session_type
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): identifier or argument out of range, udp_session_connect_ul
 )"},
-    {"the session type is refused with 5, which undoes nothing", {}, true, 5, 5, "2 objects, 0 bindings", 0, R"(
+        {"the session type is refused with 5, which undoes nothing", {4, 6}, add_typed, {}, 5, 5, "2 objects, 0 bindings", 70000, 64, R"(
 vok_$V_ingress_association_create
 vok_$V_egress_association_create
 session type hook: ovlin type 1, pcep 1, session type 2
 tn_zel_init:EXCEPTION zel_udp_session GENERAL udp_session_connect_ul(): session id already in use, zel_ovlin_session_handler_set_session_type
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): session id already in use, udp_session_connect_ul
 )"},
-};
-
-class udp_session_add : public library_test {
-protected:
-    uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, bool session_type = false)
-    {
-        return zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, session_type);
-    }
-};
-
-TEST_F(udp_session_add, calls_reports_and_undo)
-{
-    for (const int ip_version : {4, 6}) {
-        for (const add_row &row : add_rows) {
-            SCOPED_TRACE(std::string(row.what) + " over IPv" + std::to_string(ip_version));
-            vok_cp_sim_reset();
-            ASSERT_EQ(zel_core_term_start(), 0u);
-            interposed.session_type_result = row.session_type_result;
-            record(row.faults);
-            EXPECT_EQ(add(1, cfg(ip_version), row.session_type), row.result);
-            EXPECT_EQ(trail(), for_version(row.trail, ip_version));
-            stop_recording();
-            EXPECT_EQ(data_plane(), row.left);
-            zel_core_term_udp_session_cfg_t stored;
-            EXPECT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), row.session);
-            uint32_t free_id = 0;
-            EXPECT_EQ(zel_core_term_udp_session_free_id_get(&free_id), 0u);
-            EXPECT_EQ(free_id, row.session == 0 ? 2u : 1u);
-        }
-    }
+    };
+    // clang-format on
+    for (const operation_row &row : rows)
+        run(row, before::nothing);
 }
 
 TEST_F(udp_session_add, rejections_in_their_order)
@@ -268,59 +196,26 @@ struct golden {
 
 TEST_F(udp_session_add, records_byte_for_byte)
 {
+    // clang-format off
     const std::vector<uint8_t> local6 = {0xb8, 0x0d, 0x01, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
-    const std::vector<uint8_t> remote6 = {0xb8, 0x0d, 0x01, 0x20, 0x78, 0x56, 0x34, 0x12,
-                                          0xf0, 0xde, 0xbc, 0x9a, 4,    3,    2,    1};
+    const std::vector<uint8_t> remote6 = {0xb8, 0x0d, 0x01, 0x20, 0x78, 0x56, 0x34, 0x12, 0xf0, 0xde, 0xbc, 0x9a, 4, 3, 2, 1};
     const std::vector<uint8_t> vrf = {4, 3, 2, 1}, port_2152 = {0x68, 0x08}, port_40000 = {0x40, 0x9c};
     const std::vector<uint8_t> local4 = {1, 2, 0, 0xc0}, remote4 = {7, 100, 51, 198};
-
     const golden ipv4[] = {
-        {"vok_ip_ingress_association_create",
-         128,
-         {{0x00, {0xfc, 0}},
-          {0x10, vrf},
-          {0x20, local4},
-          {0x24, {32}},
-          {0x28, remote4},
-          {0x2c, {32}},
-          {0x30, {17}},
-          {0x32, port_2152},
-          {0x34, port_40000},
-          {0x38, {1}}}},
-        {"vok_ip_egress_association_create",
-         56,
-         {{0x00, {0x6e, 0}},
-          {0x10, vrf},
-          {0x14, remote4},
-          {0x18, local4},
-          {0x1e, port_40000},
-          {0x20, port_2152},
-          {0x35, {64}}}},
+        {"vok_ip_ingress_association_create", 128, {
+            {0x00, {0xfc, 0}}, {0x10, vrf}, {0x20, local4}, {0x24, {32}}, {0x28, remote4}, {0x2c, {32}}, {0x30, {17}},
+            {0x32, port_2152}, {0x34, port_40000}, {0x38, {1}}}},
+        {"vok_ip_egress_association_create", 56, {
+            {0x00, {0x6e, 0}}, {0x10, vrf}, {0x14, remote4}, {0x18, local4}, {0x1e, port_40000}, {0x20, port_2152},
+            {0x35, {64}}}},
     };
     const golden ipv6[] = {
-        {"vok_ipv6_ingress_association_create",
-         176,
-         {{0x00, {0x72, 6}},
-          {0x10, vrf},
-          {0x24, {17}},
-          {0x26, port_40000},
-          {0x28, port_2152},
-          {0x30, remote6},
-          {0x40, {128}},
-          {0x44, local6},
-          {0x54, {128}}}},
-        {"vok_ipv6_egress_association_create",
-         59,
-         {{0x00, {1}},
-          {0x09, vrf},
-          {0x0d, local6},
-          {0x1d, remote6},
-          {0x2d, {64}},
-          {0x33, {17}},
-          {0x34, {0x70, 0x11}},
-          {0x36, port_2152},
-          {0x38, port_40000},
-          {0x3a, {0x40}}}},
+        {"vok_ipv6_ingress_association_create", 176, {
+            {0x00, {0x72, 6}}, {0x10, vrf}, {0x24, {17}}, {0x26, port_40000}, {0x28, port_2152}, {0x30, remote6},
+            {0x40, {128}}, {0x44, local6}, {0x54, {128}}}},
+        {"vok_ipv6_egress_association_create", 59, {
+            {0x00, {1}}, {0x09, vrf}, {0x0d, local6}, {0x1d, remote6}, {0x2d, {64}}, {0x33, {17}},
+            {0x34, {0x70, 0x11}}, {0x36, port_2152}, {0x38, port_40000}, {0x3a, {0x40}}}},
     };
     for (const int ip_version : {4, 6}) {
         record({{4, failing}}); // so that the uplink is unbound too
@@ -329,34 +224,13 @@ TEST_F(udp_session_add, records_byte_for_byte)
 
         const uint8_t association_type = ip_version == 4 ? 0x0a : 0x0b;
         const std::vector<uint8_t> ingress = handle_bytes(1), egress = handle_bytes(2);
-        const golden uplink{"vok_bind",
-                            96,
-                            {{0x00, {6}},
-                             {0x04, {2}},
-                             {0x08, {1}},
-                             {0x10, {0x11}},
-                             {0x17, {0x5a}},
-                             {0x20, {1, 0, 0x10, 0}},
-                             {0x24, {2}},
-                             {0x28, {association_type}},
-                             {0x2f, {0x5a}},
-                             {0x30, egress},
-                             {0x3c, {2}},
-                             {0x54, {1}}}};
-        const golden downlink{"vok_bind",
-                              96,
-                              {{0x00, {5}},
-                               {0x04, {2}},
-                               {0x08, {1}},
-                               {0x10, {association_type}},
-                               {0x17, {0x5a}},
-                               {0x18, ingress},
-                               {0x24, {2}},
-                               {0x28, {0x11}},
-                               {0x2f, {0x5a}},
-                               {0x38, {5, 0, 0x20, 0}},
-                               {0x3c, {2}},
-                               {0x54, {1}}}};
+        const golden uplink{"vok_bind", 96, {
+            {0x00, {6}}, {0x04, {2}}, {0x08, {1}}, {0x10, {0x11}}, {0x17, {0x5a}}, {0x20, {1, 0, 0x10, 0}},
+            {0x24, {2}}, {0x28, {association_type}}, {0x2f, {0x5a}}, {0x30, egress}, {0x3c, {2}}, {0x54, {1}}}};
+        const golden downlink{"vok_bind", 96, {
+            {0x00, {5}}, {0x04, {2}}, {0x08, {1}}, {0x10, {association_type}}, {0x17, {0x5a}}, {0x18, ingress},
+            {0x24, {2}}, {0x28, {0x11}}, {0x2f, {0x5a}}, {0x38, {5, 0, 0x20, 0}}, {0x3c, {2}}, {0x54, {1}}}};
+        // clang-format on
         golden uplink_undo = uplink;
         uplink_undo.operation = "vok_unbind";
         const golden *created = ip_version == 4 ? ipv4 : ipv6;
@@ -393,13 +267,10 @@ TEST_F(udp_session_add, asks_for_no_text_when_every_event_is_off)
     EXPECT_EQ(trail(), R"(vok_ip_ingress_association_create
 vok_ip_egress_association_create
 vok_bind 0x00100001 -> #2
-vok_bind #1 -> 0x00200005
-vok_syshandle_get
-vok_unbind 0x00100001 -> #2
-vok_syshandle_get
+vok_bind #1 -> 0x00200005 + vok_syshandle_get
+vok_unbind 0x00100001 -> #2 + vok_syshandle_get
 vok_ip_ingress_association_delete #1
-vok_ip_egress_association_delete #2
-vok_syshandle_get
+vok_ip_egress_association_delete #2 + vok_syshandle_get
 )");
 }
 
@@ -425,9 +296,7 @@ tn_zel_term:EXCEPTION zel_udp_session SESSION_API_DELAY create_ingress_udp_assoc
 vok_ipv6_egress_association_create
 vok_bind 0x00100001 -> #2
 vok_bind #1 -> 0x00200005
-tn_zel_term:EXCEPTION zel_udp_session SESSION_API_DELAY udp_session_connect_dl(): WARNING: too large VOK DELAY,START, END, detected for vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin), continue normal processing.
-vok_syshandle_get
-vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session SESSION_API_DELAY udp_session_connect_dl(): WARNING: too large VOK DELAY,START, END, detected for vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin), continue normal processing. + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_connect_dl(): injected fault, vok_bind(F2ID, EGRESS, ipv4/ipv6->ovlin)
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): data-plane call failed, udp_session_connect_dl
 vok_unbind 0x00100001 -> #2

@@ -7,253 +7,8 @@ using namespace std::string_literals;
 
 namespace {
 
-/// One operation on session 1, which is connected.
-struct row {
-    const char *what;
-    std::vector<int> ip_versions;
-    uint32_t (*operation)();
-    std::map<int, vok_cp_sim_answer_t> faults;
-    uint32_t result;
-    const char *left; ///< in the data plane
-    uint32_t session; ///< what a configuration query then answers
-    uint32_t pmtu;    ///< and then tells, where the session is still there
-    uint8_t ttl;
-    const char *trail; ///< see for_version()
-};
-
-uint32_t modify_pmtu()
-{
-    return zel_core_term_udp_session_modify_pmtu(1, 131072 + 1280);
-}
-uint32_t modify_ttl()
-{
-    return zel_core_term_udp_session_modify_ttl(1, 0);
-}
-uint32_t disconnect()
-{
-    return zel_core_term_udp_session_disconnect(1);
-}
-uint32_t disconnect_twice()
-{
-    zel_core_term_udp_session_disconnect(1);
-    return zel_core_term_udp_session_disconnect(1);
-}
-uint32_t release()
-{
-    return zel_core_term_udp_session_release(1);
-}
-uint32_t disconnect_and_release()
-{
-    zel_core_term_udp_session_disconnect(1);
-    return zel_core_term_udp_session_release(1);
-}
-uint32_t get_stats()
-{
-    zel_udp_session_ipv4_stats_t v4;
-    zel_udp_session_ipv6_stats_t v6;
-    zel_core_term_udp_session_cfg_t cfg;
-    zel_core_term_udp_session_cfg_get(1, &cfg);
-    return cfg.ip_version == 4 ? zel_udp_session_get_stats(1, &v4) : zel_ipv6_udp_session_get_stats(1, &v6);
-}
-uint32_t format_stats()
-{
-    char text[200];
-    return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
-}
-uint32_t format_stats_in_no_room()
-{
-    char text[20];
-    return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
-}
-
-const row rows[] = {
-    {"modify pmtu over IPv4", {4}, modify_pmtu, {}, 7, "2 objects, 2 bindings", 0, 70000, 64, R"(
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): unsupported IP version, Unsupported IP Version
-)"},
-    {"modify ttl over IPv4", {4}, modify_ttl, {}, 7, "2 objects, 2 bindings", 0, 70000, 64, R"(
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): unsupported IP version, Unsupported IP Version
-)"},
-    {"modify pmtu", {6}, modify_pmtu, {}, 0, "2 objects, 2 bindings", 0, 132352, 64, R"(
-vok_ipv6_egress_association_attr_modify #2
-)"},
-    {"modify ttl", {6}, modify_ttl, {}, 0, "2 objects, 2 bindings", 0, 70000, 0, R"(
-vok_ipv6_egress_association_attr_modify #2
-)"},
-    {"modify pmtu fails", {6}, modify_pmtu, {{1, failing}}, 13, "2 objects, 2 bindings", 0, 70000, 64, R"(
-vok_ipv6_egress_association_attr_modify #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): data-plane call failed, modify_egress_udp_association_ipv6
-)"},
-    {"modify ttl fails after it took effect",
-     {6},
-     modify_ttl,
-     {{1, failing_after_effect}},
-     13,
-     "2 objects, 2 bindings",
-     0,
-     70000,
-     64,
-     R"(
-vok_ipv6_egress_association_attr_modify #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): data-plane call failed, modify_egress_udp_association_ipv6
-)"},
-    {"disconnect", {4, 6}, disconnect, {}, 0, "2 objects, 0 bindings", 0, 70000, 64, R"(
-vok_unbind #1 -> 0x00200005
-vok_unbind 0x00100001 -> #2
-)"},
-    {"disconnect with both unbinds failing",
-     {4, 6},
-     disconnect,
-     {{1, failing}, {2, failing}},
-     0,
-     "2 objects, 2 bindings",
-     0,
-     70000,
-     64,
-     R"(
-vok_unbind #1 -> 0x00200005
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): injected fault, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
-vok_unbind 0x00100001 -> #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): injected fault, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
-)"},
-    {"disconnect twice", {4, 6}, disconnect_twice, {}, 0, "2 objects, 0 bindings", 0, 70000, 64, R"(
-vok_unbind #1 -> 0x00200005
-vok_unbind 0x00100001 -> #2
-vok_unbind #1 -> 0x00200005
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): no such binding, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
-vok_unbind 0x00100001 -> #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): no such binding, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
-)"},
-    {"release of a connected session, which this data plane refuses",
-     {4, 6},
-     release,
-     {},
-     0,
-     "2 objects, 2 bindings",
-     4,
-     0,
-     0,
-     R"(
-vok_$V_ingress_association_delete #1
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_ingress_association_delete
-vok_$V_egress_association_delete #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_egress_association_delete
-)"},
-    {"disconnect and release with the ingress delete failing",
-     {4, 6},
-     disconnect_and_release,
-     {{3, failing}},
-     0,
-     "1 objects, 0 bindings",
-     4,
-     0,
-     0,
-     R"(
-vok_unbind #1 -> 0x00200005
-vok_unbind 0x00100001 -> #2
-vok_$V_ingress_association_delete #1
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): injected fault, vok_$V_ingress_association_delete
-vok_$V_egress_association_delete #2
-)"},
-    {"disconnect and release", {4, 6}, disconnect_and_release, {}, 0, "0 objects, 0 bindings", 4, 0, 0, R"(
-vok_unbind #1 -> 0x00200005
-vok_unbind 0x00100001 -> #2
-vok_$V_ingress_association_delete #1
-vok_$V_egress_association_delete #2
-)"},
-    {"formatted statistics", {4, 6}, format_stats, {}, 0, "2 objects, 2 bindings", 0, 70000, 64, R"(
-vok_$V_ingress_association_$S_get #1
-vok_$V_egress_association_$S_get #2
-)"},
-    {"statistics with the ingress read failing",
-     {4, 6},
-     get_stats,
-     {{1, failing}},
-     13,
-     "2 objects, 2 bindings",
-     0,
-     70000,
-     64,
-     R"(
-vok_$V_ingress_association_$S_get #1
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_ingress_association_$S_get
-)"},
-    {"formatted statistics with the egress read failing",
-     {4, 6},
-     format_stats,
-     {{2, failing}},
-     13,
-     "2 objects, 2 bindings",
-     0,
-     70000,
-     64,
-     R"(
-vok_$V_ingress_association_$S_get #1
-vok_$V_egress_association_$S_get #2
-vok_syshandle_get
-vok_sys_status_get
-tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_egress_association_$S_get
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): data-plane call failed, $Gget_stats
-)"},
-    {"formatted statistics that are cut",
-     {4, 6},
-     format_stats_in_no_room,
-     {},
-     10,
-     "2 objects, 2 bindings",
-     0,
-     70000,
-     64,
-     R"(
-vok_$V_ingress_association_$S_get #1
-vok_$V_egress_association_$S_get #2
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): no free session id, zel_fmt_end
-)"},
-};
-
 class udp_session_life : public library_test {
 protected:
-    void add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg)
-    {
-        ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, 0), 0u);
-    }
-
-    /// An empty data plane with session 1 in it, recording.
-    void start_with_session(int ip_version, std::map<int, vok_cp_sim_answer_t> faults)
-    {
-        vok_cp_sim_reset();
-        ASSERT_EQ(zel_core_term_start(), 0u);
-        record();
-        add(1, cfg(ip_version));
-        trail();
-        count_calls_anew(std::move(faults));
-    }
-
     static vok_cp_sim_header_t received(const zel_core_term_udp_session_cfg_t &cfg)
     {
         vok_cp_sim_header_t header{};
@@ -270,26 +25,113 @@ protected:
 
 TEST_F(udp_session_life, calls_and_reports)
 {
-    for (const row &r : rows) {
-        for (const int ip_version : r.ip_versions) {
-            SCOPED_TRACE(r.what + " over IPv"s + std::to_string(ip_version));
-            start_with_session(ip_version, r.faults);
-            EXPECT_EQ(r.operation(), r.result);
-            EXPECT_EQ(trail(), for_version(r.trail, ip_version));
-            stop_recording();
-            EXPECT_EQ(data_plane(), r.left);
-            zel_core_term_udp_session_cfg_t stored;
-            ASSERT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), r.session);
-            if (r.session != 0) {
-                add(1, cfg(ip_version)); // the id can be used again
-                continue;
-            }
-            zel_core_term_udp_session_cfg_t expected = cfg(ip_version);
-            expected.pmtu = r.pmtu;
-            expected.ttl = r.ttl;
-            EXPECT_EQ(std::memcmp(&stored, &expected, sizeof stored), 0);
-        }
-    }
+    const auto modify_pmtu = [](int) { return zel_core_term_udp_session_modify_pmtu(1, 131072 + 1280); };
+    const auto modify_ttl = [](int) { return zel_core_term_udp_session_modify_ttl(1, 0); };
+    const auto disconnect = [](int) { return zel_core_term_udp_session_disconnect(1); };
+    const auto disconnect_twice = [=](int) { return disconnect(1) + disconnect(1); };
+    const auto release = [](int) { return zel_core_term_udp_session_release(1); };
+    const auto disconnect_and_release = [=](int) { return disconnect(1) + release(1); };
+    const auto get_stats = [](int ip_version) {
+        zel_udp_session_ipv4_stats_t v4;
+        zel_udp_session_ipv6_stats_t v6;
+        return ip_version == 4 ? zel_udp_session_get_stats(1, &v4) : zel_ipv6_udp_session_get_stats(1, &v6);
+    };
+    const auto format_stats = [](int) {
+        char text[200];
+        return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
+    };
+    const auto format_stats_in_no_room = [](int) {
+        char text[20];
+        return zel_core_term_udp_session_fmt_stats_get(1, text, sizeof text, 0);
+    };
+    // clang-format off
+    const operation_row rows[] = {
+        {"modify pmtu over IPv4", {4}, modify_pmtu, {}, 0, 7, "2 objects, 2 bindings", 70000, 64, R"(
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): unsupported IP version, Unsupported IP Version
+)"},
+        {"modify ttl over IPv4", {4}, modify_ttl, {}, 0, 7, "2 objects, 2 bindings", 70000, 64, R"(
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): unsupported IP version, Unsupported IP Version
+)"},
+        {"modify pmtu", {6}, modify_pmtu, {}, 0, 0, "2 objects, 2 bindings", 132352, 64, R"(
+vok_ipv6_egress_association_attr_modify #2
+)"},
+        {"modify ttl", {6}, modify_ttl, {}, 0, 0, "2 objects, 2 bindings", 70000, 0, R"(
+vok_ipv6_egress_association_attr_modify #2
+)"},
+        {"modify pmtu fails", {6}, modify_pmtu, {{1, failing}}, 0, 13, "2 objects, 2 bindings", 70000, 64, R"(
+vok_ipv6_egress_association_attr_modify #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_pmtu(): data-plane call failed, modify_egress_udp_association_ipv6
+)"},
+        {"modify ttl fails after it took effect", {6}, modify_ttl, {{1, failing_after_effect}}, 0, 13, "2 objects, 2 bindings", 70000, 64, R"(
+vok_ipv6_egress_association_attr_modify #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL modify_egress_udp_association_ipv6(): injected fault, vok_ipv6_egress_association_attr_modify
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_modify_ttl(): data-plane call failed, modify_egress_udp_association_ipv6
+)"},
+        {"disconnect", {4, 6}, disconnect, {}, 0, 0, "2 objects, 0 bindings", 70000, 64, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+)"},
+        {"disconnect with both unbinds failing", {4, 6}, disconnect, {{1, failing}, {2, failing}}, 0, 0, "2 objects, 2 bindings", 70000, 64, R"(
+vok_unbind #1 -> 0x00200005 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): injected fault, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
+vok_unbind 0x00100001 -> #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): injected fault, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
+)"},
+        {"disconnect twice", {4, 6}, disconnect_twice, {}, 0, 0, "2 objects, 0 bindings", 70000, 64, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_unbind #1 -> 0x00200005 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_dl(): no such binding, vok_unbind(F2ID, EGRESS, ipv4/ipv6->ovlin)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_dl
+vok_unbind 0x00100001 -> #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL udp_session_disconnect_ul(): no such binding, vok_unbind(ID2F, EGRESS, ovlin->ipv4/ipv6)
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_disconnect(): data-plane call failed, udp_session_disconnect_ul
+)"},
+        {"release of a connected session, which this data plane refuses", {4, 6}, release, {}, 0, 0, "2 objects, 2 bindings", 0, 0, R"(
+vok_$V_ingress_association_delete #1 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_ingress_association_delete
+vok_$V_egress_association_delete #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): a binding still uses the object, vok_$V_egress_association_delete
+)"},
+        {"disconnect and release with the ingress delete failing", {4, 6}, disconnect_and_release, {{3, failing}}, 0, 0, "1 objects, 0 bindings", 0, 0, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_$V_ingress_association_delete #1 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_release(): injected fault, vok_$V_ingress_association_delete
+vok_$V_egress_association_delete #2
+)"},
+        {"disconnect and release", {4, 6}, disconnect_and_release, {}, 0, 0, "0 objects, 0 bindings", 0, 0, R"(
+vok_unbind #1 -> 0x00200005
+vok_unbind 0x00100001 -> #2
+vok_$V_ingress_association_delete #1
+vok_$V_egress_association_delete #2
+)"},
+        {"formatted statistics", {4, 6}, format_stats, {}, 0, 0, "2 objects, 2 bindings", 70000, 64, R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2
+)"},
+        {"statistics with the ingress read failing", {4, 6}, get_stats, {{1, failing}}, 0, 13, "2 objects, 2 bindings", 70000, 64, R"(
+vok_$V_ingress_association_$S_get #1 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_ingress_association_$S_get
+)"},
+        {"formatted statistics with the egress read failing", {4, 6}, format_stats, {{2, failing}}, 0, 13, "2 objects, 2 bindings", 70000, 64, R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2 + vok_syshandle_get + vok_sys_status_get
+tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_egress_association_$S_get
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): data-plane call failed, $Gget_stats
+)"},
+        {"formatted statistics that are cut", {4, 6}, format_stats_in_no_room, {}, 0, 10, "2 objects, 2 bindings", 70000, 64, R"(
+vok_$V_ingress_association_$S_get #1
+vok_$V_egress_association_$S_get #2
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): no free session id, zel_fmt_end
+)"},
+    };
+    // clang-format on
+    for (const operation_row &row : rows)
+        run(row, before::session_1);
 }
 
 TEST_F(udp_session_life, every_operation_refuses_what_is_no_session)
@@ -336,7 +178,8 @@ TEST_F(udp_session_life, every_operation_refuses_what_is_no_session)
 
 TEST_F(udp_session_life, modify_sends_the_record_of_the_create_without_a_protocol)
 {
-    start_with_session(6, {});
+    record();
+    ASSERT_EQ(add(1, cfg(6)), 0u);
     std::vector<uint8_t> expected = calls.at(1).record;
     expected[0x33] = 0;                           // next header
     expected[0x34] = 0x70, expected[0x35] = 0x11; // 70000 cut to 16 bits
@@ -344,15 +187,16 @@ TEST_F(udp_session_life, modify_sends_the_record_of_the_create_without_a_protoco
     ASSERT_EQ(zel_core_term_udp_session_modify_ttl(1, 0), 0u);
     EXPECT_EQ(calls.back().record, expected);
     expected[0x34] = 0x00, expected[0x35] = 0x05;
-    ASSERT_EQ(modify_pmtu(), 0u);
+    ASSERT_EQ(zel_core_term_udp_session_modify_pmtu(1, 131072 + 1280), 0u);
     EXPECT_EQ(calls.back().record, expected);
 }
 
 TEST_F(udp_session_life, an_unbind_is_the_bind_without_its_dscp)
 {
     for (const int ip_version : {4, 6}) {
-        start_with_session(ip_version, {});
-        ASSERT_EQ(disconnect(), 0u);
+        record();
+        ASSERT_EQ(add(static_cast<uint32_t>(ip_version), cfg(ip_version)), 0u);
+        ASSERT_EQ(zel_core_term_udp_session_disconnect(static_cast<uint32_t>(ip_version)), 0u);
         ASSERT_EQ(calls.size(), 6u); // two creates, uplink and downlink bind, downlink and uplink unbind
         EXPECT_EQ(calls[4].record, calls[3].record);
         EXPECT_EQ(calls[5].record, calls[2].record);
@@ -365,7 +209,7 @@ TEST_F(udp_session_life, a_downlink_flow_of_0_counts_as_not_bound)
     const zel_core_term_udp_session_cfg_t configuration = cfg(4);
     ASSERT_EQ(zel_core_term_udp_session_add(1, &configuration, 1, 0, 0, 0, 0), 0u);
     record();
-    EXPECT_EQ(disconnect(), 0u);
+    EXPECT_EQ(zel_core_term_udp_session_disconnect(1), 0u);
     EXPECT_EQ(data_plane(), "2 objects, 1 bindings");
     const std::string all = trail();
     EXPECT_EQ(
@@ -380,7 +224,7 @@ TEST_F(udp_session_life, a_release_without_associations_says_so_and_an_add_notic
     // The data plane comes back to the caller, which releases the session that is just being added.
     on_call = [](int number) {
         if (number == 1) {
-            EXPECT_EQ(release(), 0u);
+            EXPECT_EQ(zel_core_term_udp_session_release(1), 0u);
         }
     };
     record();
@@ -405,7 +249,7 @@ TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
         const uint32_t id = static_cast<uint32_t>(ip_version);
         zel_core_term_udp_session_cfg_t c = cfg(ip_version);
         c.vrf_id = 7;
-        add(id, c);
+        ASSERT_EQ(add(id, c), 0u);
         const vok_cp_sim_header_t down = received(c);
         const std::size_t address_size = ip_version == 4 ? 4 : 16;
         const auto expect_up = [&](uint8_t ttl, uint32_t path_mtu) {
@@ -460,8 +304,8 @@ TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
 
 TEST_F(udp_session_life, statistics_lie_where_the_interface_says_as_far_as_they_could_be_read)
 {
-    add(4, cfg(4));
-    add(6, cfg(6));
+    ASSERT_EQ(add(4, cfg(4)), 0u);
+    ASSERT_EQ(add(6, cfg(6)), 0u);
     for (const int ip_version : {4, 6}) {
         const vok_cp_sim_header_t down = received(cfg(ip_version));
         vok_cp_sim_receive(&down, 100);
@@ -496,7 +340,7 @@ TEST_F(udp_session_life, statistics_lie_where_the_interface_says_as_far_as_they_
 
 TEST_F(udp_session_life, formatted_statistics_stay_in_their_buffer)
 {
-    add(1, cfg(4));
+    ASSERT_EQ(add(1, cfg(4)), 0u);
     const std::string lines = "IPv4 ingress: 0 packets, 0 octets\nIPv4 egress: 0 packets, 0 octets\n\n";
     const std::string fields = "IPv4 ingress\n  packets: 0\n  octets: 0\nIPv4 egress\n  packets: 0\n  octets: 0\n\n";
     for (const auto &[whole, option] : {std::pair{lines, uint8_t{0}}, {fields, uint8_t{1}}}) {
