@@ -22,18 +22,23 @@ const char *name_of(vok_cp_sim_kind_t kind)
     case VOK_CP_SIM_IPV4_EGRESS: return "IPv4 egress";
     case VOK_CP_SIM_IPV6_INGRESS: return "IPv6 ingress";
     case VOK_CP_SIM_IPV6_EGRESS: return "IPv6 egress";
+    case VOK_CP_SIM_L2TPV3_INTERFACE: return "L2TPv3 ingress interface";
+    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: return "L2TPv3 ingress flow";
+    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: return "L2TPv3 egress flow";
     }
     return "unknown";
 }
 
 std::string from_to(const vok_cp_sim_header_t &h)
 {
+    if (h.protocol != 17)
+        return address_text(h.ip_version, h.src_addr) + " -> " + address_text(h.ip_version, h.dst_addr);
     return to_text(h.ip_version, h.src_addr, h.src_port) + " -> " + to_text(h.ip_version, h.dst_addr, h.dst_port);
 }
 
 std::string protocol_name(unsigned number)
 {
-    return number == 17 ? "UDP" : "protocol " + std::to_string(number);
+    return number == 17 ? "UDP" : number == 115 ? "L2TPv3" : "protocol " + std::to_string(number);
 }
 
 /// What a header sets beside its addresses; nothing for one that is only matched.
@@ -63,6 +68,20 @@ std::string bind_kind(const vok_bind_record &r)
     }
 }
 
+text_table::row describe(const vok_cp_sim_object_t &o)
+{
+    const vok_cp_sim_header_t &h = o.header;
+    text_table::row row = {hex(o.handle, 0), name_of(o.kind)};
+    if (h.ip_version != 0)
+        row.insert(row.end(),
+                   {std::to_string(h.vrf_id), from_to(h), protocol_name(h.protocol) + sending(h, o.path_mtu)});
+    else if (h.l2tp_session_id != 0)
+        row.insert(row.end(), {"", "", "session " + std::to_string(h.l2tp_session_id)});
+    else if (h.l2tp_connection_id != 0)
+        row.insert(row.end(), {"", "", "control connection " + std::to_string(h.l2tp_connection_id)});
+    return row;
+}
+
 } // namespace
 
 void show_data_plane(std::ostream &out)
@@ -71,11 +90,7 @@ void show_data_plane(std::ostream &out)
     text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
 
     vok_cp_sim_walk_objects(
-        [](void *table, const vok_cp_sim_object_t *o) {
-            static_cast<text_table *>(table)->add(
-                {hex(o->handle, 0), name_of(o->kind), std::to_string(o->header.vrf_id), from_to(o->header),
-                 protocol_name(o->header.protocol) + sending(o->header, o->path_mtu)});
-        },
+        [](void *table, const vok_cp_sim_object_t *o) { static_cast<text_table *>(table)->add(describe(*o)); },
         &objects);
     vok_cp_sim_walk_bindings(
         [](void *table, const vok_cp_sim_binding_t *b) {
@@ -105,7 +120,9 @@ std::string to_text(const vok_cp_sim_arrival_t &a)
     switch (a.fate) {
     case VOK_CP_SIM_FORWARDED: return "ends at " + ovlin_flow(a.ovlin_flow_id) + " through " + hex(a.association, 0);
     case VOK_CP_SIM_NO_ASSOCIATION: return "dropped: no ingress association matches it";
-    case VOK_CP_SIM_NOT_BOUND: return "dropped: " + hex(a.association, 0) + " matches it, but is not bound to a flow";
+    case VOK_CP_SIM_NO_L2TPV3_FLOW: return "dropped: no L2TPv3 ingress flow has its id";
+    case VOK_CP_SIM_NOT_BOUND:
+        return "dropped: " + hex(a.association, 0) + " matches it, but no binding leads on to a flow";
     }
     return "unknown fate";
 }

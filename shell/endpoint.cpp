@@ -33,14 +33,15 @@ endpoint parse_endpoint(const std::string &text)
     return e;
 }
 
-std::string to_text(const endpoint &e)
+std::string address_text(int ip_version, const std::uint8_t (&address)[16])
 {
-    char address[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(e.ip_version == 6 ? AF_INET6 : AF_INET, e.address.data(), address, sizeof address);
-    return (e.ip_version == 6 ? "[" + std::string(address) + "]" : address) + ":" + std::to_string(e.port);
+    char text[INET6_ADDRSTRLEN] = "?";
+    inet_ntop(ip_version == 6 ? AF_INET6 : AF_INET, address, text, sizeof text);
+    return text;
 }
 
 std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port)
 {
-    return to_text({ip_version, std::to_array(address), port});
+    const std::string text = address_text(ip_version, address);
+    return (ip_version == 6 ? "[" + text + "]" : text) + ":" + std::to_string(port);
 }

@@ -16,6 +16,6 @@ struct endpoint {
 /// @throws std::invalid_argument with what is wrong
 endpoint parse_endpoint(const std::string &text);
 
-/// The reverse of parse_endpoint().
-std::string to_text(const endpoint &e);
+/// The reverse, of addresses in network byte order.
+std::string address_text(int ip_version, const std::uint8_t (&address)[16]);
 std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port);

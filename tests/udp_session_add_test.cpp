@@ -157,7 +157,7 @@ TEST_F(udp_session_add, accepts_every_limit_and_cuts_the_rat_session_to_20_bits)
     ASSERT_EQ(zel_core_term_start(), 0u);
     const zel_core_term_udp_session_cfg_t configuration = cfg(6);
     record();
-    EXPECT_EQ(zel_core_term_udp_session_add(70000, &configuration, 0xFFF, 2, 0x100005, 255, 0), 0u);
+    EXPECT_EQ(zel_core_term_udp_session_add(70000, &configuration, 0xFFF, 2, 0x100005, 63, 0), 0u);
     EXPECT_EQ(zel_core_term_udp_session_add(1, &configuration, 0, 0xFFF, 0, 0, 0), 0u);
     EXPECT_EQ(trail(), R"(vok_ipv6_ingress_association_create
 vok_ipv6_egress_association_create

@@ -1,7 +1,7 @@
 /**
  * @file
- * The data-plane acceleration library: IP associations with their counters, and the bindings that join them to
- * ovlin flows.
+ * The data-plane acceleration library: IP associations with their counters, L2TPv3 flows, and the bindings that
+ * join them to each other and to ovlin flows.
  *
  * Every operation returns a 32-bit status, 0 for success; vok_sys_status_get() gives the text of any
  * other. Records are passed by address and read during the call only. All fields are in the machine's
@@ -189,6 +189,39 @@ ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, srcPort, 0x36, 2);
 ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, dstPort, 0x38, 2);
 ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, param3a, 0x3a, 1);
 
+/** The L2TPv3 ingress interface. */
+typedef struct vok_l2tpv3_ingress_interface_record {
+    uint32_t param00; /**< 0 */
+} vok_l2tpv3_ingress_interface_record;
+
+ZEL_LAYOUT_SIZE(vok_l2tpv3_ingress_interface_record, 4);
+
+/** flowType of L2TPv3 flow records */
+enum { VOK_L2TPV3_SESSION_WITH_CRC = 1, VOK_L2TPV3_SESSION = 2, VOK_L2TPV3_CONTROL_CONNECTION = 3 };
+
+/** The received L2TPv3 packets of one control connection or one session. */
+typedef struct vok_l2tpv3_ingress_flow_record {
+    uint8_t flowType;
+    uint8_t reserved_01[7];
+    uint64_t ingressInterfaceHandle;
+    uint32_t identifier; /**< control connection id or local session id, as flowType says */
+    uint8_t reserved_14[4];
+} vok_l2tpv3_ingress_flow_record;
+
+ZEL_LAYOUT_SIZE(vok_l2tpv3_ingress_flow_record, 24);
+ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, flowType, 0, 1);
+ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, ingressInterfaceHandle, 8, 8);
+ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, identifier, 16, 4);
+
+/** The sending side of one L2TPv3 session. */
+typedef struct vok_l2tpv3_egress_flow_record {
+    uint8_t flowType; /**< that of the session's ingress flow */
+    uint8_t reserved_01[7];
+} vok_l2tpv3_egress_flow_record;
+
+ZEL_LAYOUT_SIZE(vok_l2tpv3_egress_flow_record, 8);
+ZEL_LAYOUT_FIELD(vok_l2tpv3_egress_flow_record, flowType, 0, 1);
+
 /** The counters of an IPv4 association, either way. */
 typedef struct vok_ip_association_stats {
     uint64_t packets;
@@ -259,6 +292,22 @@ uint32_t vok_ipv6_ingress_association_statistics_get(uint64_t type, uint64_t han
                                                      vok_ipv6_ingress_association_stats *stats);
 uint32_t vok_ipv6_egress_association_statistics_get(uint64_t type, uint64_t handle,
                                                     vok_ipv6_egress_association_stats *stats);
+
+/**
+ * Adds the L2TPv3 ingress interface, the receiving end of IPv4 ingress associations that carry L2TPv3; or creates an
+ * L2TPv3 flow.
+ *
+ * @param type   the handle block's l2tpv3_flow_type
+ * @param handle receives the object's handle, never 0, on success
+ */
+uint32_t vok_l2tpv3_ingress_interface_add(uint64_t type, const vok_l2tpv3_ingress_interface_record *record,
+                                          uint64_t *handle);
+uint32_t vok_l2tpv3_ingress_flow_create(uint64_t type, const vok_l2tpv3_ingress_flow_record *record, uint64_t *handle);
+uint32_t vok_l2tpv3_egress_flow_create(uint64_t type, const vok_l2tpv3_egress_flow_record *record, uint64_t *handle);
+
+/** Deletes an L2TPv3 flow. */
+uint32_t vok_l2tpv3_ingress_flow_delete(uint64_t type, uint64_t handle);
+uint32_t vok_l2tpv3_egress_flow_delete(uint64_t type, uint64_t handle);
 
 /**
  * Makes the binding that the record describes, or removes the one of the same kind, direction, source and

@@ -36,6 +36,7 @@ enum {
     VOK_CP_SIM_DUPLICATE_BINDING = 0x108, /**< that binding exists already */
     VOK_CP_SIM_NO_SUCH_BINDING = 0x109,   /**< an unbind of a binding that does not exist */
     VOK_CP_SIM_OBJECT_IN_USE = 0x10a,     /**< a delete of an object that a binding still uses */
+    VOK_CP_SIM_DSCP_TOO_LARGE = 0x10b,    /**< a DSCP of more than 6 bits */
     VOK_CP_SIM_INJECTED = 0x1ff           /**< free for observers: an injected fault */
 };
 
@@ -44,10 +45,13 @@ typedef enum vok_cp_sim_kind {
     VOK_CP_SIM_IPV4_INGRESS,
     VOK_CP_SIM_IPV4_EGRESS,
     VOK_CP_SIM_IPV6_INGRESS,
-    VOK_CP_SIM_IPV6_EGRESS
+    VOK_CP_SIM_IPV6_EGRESS,
+    VOK_CP_SIM_L2TPV3_INTERFACE,
+    VOK_CP_SIM_L2TPV3_INGRESS_FLOW,
+    VOK_CP_SIM_L2TPV3_EGRESS_FLOW
 } vok_cp_sim_kind_t;
 
-/** An IP packet's header as far as the data plane matches and sets it. */
+/** A packet's header as far as the data plane matches and sets it. */
 typedef struct vok_cp_sim_header {
     uint8_t ip_version;   /**< 4 or 6 */
     uint8_t protocol;     /**< IP protocol number */
@@ -56,7 +60,9 @@ typedef struct vok_cp_sim_header {
     uint8_t dst_addr[16];
     uint16_t src_port;
     uint16_t dst_port;
-    uint8_t ttl; /**< TTL or hop limit; not matched; sending: 0 is the data plane's own default */
+    uint32_t l2tp_session_id;    /**< L2TPv3, received: of a session's packet; 0 in a control message ... */
+    uint32_t l2tp_connection_id; /**< ... which carries this instead */
+    uint8_t ttl;                 /**< TTL or hop limit; not matched; sending: 0 is the data plane's own default */
 } vok_cp_sim_header_t;
 
 /** An object that the data plane holds. */
@@ -66,7 +72,7 @@ typedef struct vok_cp_sim_object {
     const void *record;         /**< the record that it was last given, of the type that belongs to its kind */
     size_t record_size;         /**< bytes */
     uint32_t binding_count;     /**< how many bindings use it */
-    vok_cp_sim_header_t header; /**< the packets that it matches (a port of 0: any port) or sends */
+    vok_cp_sim_header_t header; /**< the packets that it matches (a port of 0: any port) or sends, where it does */
     uint32_t path_mtu;          /**< bytes; 0: none given */
 } vok_cp_sim_object_t;
 
@@ -116,6 +122,7 @@ void vok_cp_sim_walk_bindings(void (*visit)(void *context, const vok_cp_sim_bind
 typedef enum vok_cp_sim_fate {
     VOK_CP_SIM_FORWARDED,
     VOK_CP_SIM_NO_ASSOCIATION, /**< dropped: no ingress association matches it */
+    VOK_CP_SIM_NO_L2TPV3_FLOW, /**< dropped: no L2TPv3 ingress flow has its session or control connection id */
     VOK_CP_SIM_NOT_BOUND       /**< dropped: no binding leads on from where it came to */
 } vok_cp_sim_fate_t;
 
@@ -137,9 +144,10 @@ typedef struct vok_cp_sim_departure {
 } vok_cp_sim_departure_t;
 
 /**
- * Receives a packet: the first ingress association, in the order of creation, that matches all of its header takes
- * it to the ovlin flow of its binding. An association's port of 0 matches every port. Only a packet that ends at a
- * flow is counted.
+ * Receives a packet: the first ingress association, in the order of creation, that matches its IP header takes it to
+ * the ovlin flow of its binding; or, bound to the L2TPv3 ingress interface, to the ingress flow there that has its
+ * L2TPv3 id, and that one to the ovlin flow of its binding. An association's port of 0 matches every port. Only a
+ * packet that ends at an ovlin flow is counted, at the association.
  *
  * @param header the packet
  * @param octets its size
@@ -147,8 +155,9 @@ typedef struct vok_cp_sim_departure {
 vok_cp_sim_arrival_t vok_cp_sim_receive(const vok_cp_sim_header_t *header, uint32_t octets);
 
 /**
- * Sends a packet from an ovlin flow through the egress association that the flow's first binding leads to. Only a
- * packet that leaves is counted.
+ * Sends a packet from an ovlin flow through the egress association that the flow's binding leads to, directly or by
+ * way of an L2TPv3 egress flow; the DSCP is that of the binding to the association. Only a packet that leaves is
+ * counted.
  */
 vok_cp_sim_departure_t vok_cp_sim_send(uint32_t ovlin_flow_id, uint32_t octets);
 

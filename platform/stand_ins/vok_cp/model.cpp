@@ -1,14 +1,19 @@
 #include "model.h"
 
+#include <cstring>
+
 namespace vok_cp {
 
 const kind_traits &traits(vok_cp_sim_kind_t kind)
 {
     static const kind_traits table[] = {
-        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, true, ip_ingress_fields},
-        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, false, ip_egress_fields},
-        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, true, ipv6_ingress_fields},
-        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, false, ipv6_egress_create_fields},
+        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, ip_ingress_fields},
+        {VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, ip_egress_fields},
+        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, ipv6_ingress_fields},
+        {VOK_CP_SIM_IPV6_ASSOCIATION_TYPE, ipv6_egress_create_fields},
+        {VOK_CP_SIM_L2TPV3_FLOW_TYPE, l2tpv3_ingress_interface_fields},
+        {VOK_CP_SIM_L2TPV3_FLOW_TYPE, l2tpv3_ingress_flow_fields},
+        {VOK_CP_SIM_L2TPV3_FLOW_TYPE, l2tpv3_egress_flow_fields},
     };
     return table[kind];
 }
@@ -25,12 +30,26 @@ binding_key key_of(const vok_bind_record &r)
     return {r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID};
 }
 
-status check_ovlin_end(std::uint64_t type, std::uint64_t handle)
+/// A set of kinds, as bits.
+template <typename... Kinds> constexpr unsigned kinds(Kinds... k)
 {
-    if (type != VOK_CP_SIM_OVLIN_FLOW_TYPE)
-        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
-    return handle == 0 ? VOK_CP_SIM_OK : VOK_CP_SIM_RESERVED_NOT_ZERO;
+    return (0u | ... | (1u << k));
 }
+
+/// What a binding of a kind and a direction may join; no kinds at an end: an ovlin flow ID.
+struct binding_rule {
+    std::uint32_t kind, direction;
+    unsigned sources, destinations;
+};
+
+constexpr binding_rule binding_rules[] = {
+    {VOK_BIND_F2F, VOK_INGRESS, kinds(VOK_CP_SIM_IPV4_INGRESS), kinds(VOK_CP_SIM_L2TPV3_INTERFACE)},
+    {VOK_BIND_F2F, VOK_EGRESS, kinds(VOK_CP_SIM_L2TPV3_EGRESS_FLOW), kinds(VOK_CP_SIM_IPV4_EGRESS)},
+    {VOK_BIND_F2ID, VOK_EGRESS, kinds(VOK_CP_SIM_IPV4_INGRESS, VOK_CP_SIM_IPV6_INGRESS, VOK_CP_SIM_L2TPV3_INGRESS_FLOW),
+     kinds()},
+    {VOK_BIND_ID2F, VOK_EGRESS, kinds(),
+     kinds(VOK_CP_SIM_IPV4_EGRESS, VOK_CP_SIM_IPV6_EGRESS, VOK_CP_SIM_L2TPV3_EGRESS_FLOW)},
+};
 
 } // namespace
 
@@ -42,6 +61,8 @@ status model::create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const
     if (record.data() == nullptr || handle == nullptr)
         return VOK_CP_SIM_NULL_ARGUMENT;
     if (const status wrong = check_record(record, traits(kind).fields))
+        return wrong;
+    if (const status wrong = check_flow_record(kind, record))
         return wrong;
     *handle = next_handle_++;
     objects_.emplace(*handle, object{kind, {record.begin(), record.end()}});
@@ -86,6 +107,8 @@ status model::bind(std::uint64_t instance, const vok_bind_record *record)
 {
     if (const status wrong = check_binding(instance, record))
         return wrong;
+    if (record->dscpRef != nullptr && *record->dscpRef > 63)
+        return VOK_CP_SIM_DSCP_TOO_LARGE;
     binding made{*record, record->dscpRef != nullptr, record->dscpRef != nullptr ? *record->dscpRef : std::uint8_t{0}};
     made.record.dscpRef = nullptr;
     if (!bindings_.emplace(key_of(*record), made).second)
@@ -118,10 +141,35 @@ object *model::find(vok_cp_sim_kind_t kind, std::uint64_t handle)
     return found != objects_.end() && found->second.kind == kind ? &found->second : nullptr;
 }
 
-status model::check_end(std::uint64_t type, std::uint64_t handle, bool receives) const
+status model::check_flow_record(vok_cp_sim_kind_t kind, std::span<const std::byte> record) const
 {
+    const auto flow_type = static_cast<unsigned>(record[0]);
+    if (kind == VOK_CP_SIM_L2TPV3_EGRESS_FLOW)
+        return flow_type == VOK_L2TPV3_SESSION_WITH_CRC || flow_type == VOK_L2TPV3_SESSION ? VOK_CP_SIM_OK
+                                                                                           : VOK_CP_SIM_WRONG_CONSTANT;
+    if (kind != VOK_CP_SIM_L2TPV3_INGRESS_FLOW)
+        return VOK_CP_SIM_OK;
+    if (flow_type < VOK_L2TPV3_SESSION_WITH_CRC || flow_type > VOK_L2TPV3_CONTROL_CONNECTION)
+        return VOK_CP_SIM_WRONG_CONSTANT;
+    vok_l2tpv3_ingress_flow_record flow;
+    std::memcpy(&flow, record.data(), sizeof flow);
+    const auto interface = objects_.find(flow.ingressInterfaceHandle);
+    return interface != objects_.end() && interface->second.kind == VOK_CP_SIM_L2TPV3_INTERFACE
+               ? VOK_CP_SIM_OK
+               : VOK_CP_SIM_UNKNOWN_HANDLE;
+}
+
+status model::check_flow_end(std::uint64_t type, std::uint64_t handle, std::uint32_t flow_id, unsigned kinds) const
+{
+    if (kinds == 0) {
+        if (type != VOK_CP_SIM_OVLIN_FLOW_TYPE)
+            return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+        return handle == 0 ? VOK_CP_SIM_OK : VOK_CP_SIM_RESERVED_NOT_ZERO;
+    }
+    if (flow_id != 0)
+        return VOK_CP_SIM_RESERVED_NOT_ZERO;
     const auto found = objects_.find(handle);
-    if (found == objects_.end() || traits(found->second.kind).receives != receives)
+    if (found == objects_.end() || (kinds & 1u << found->second.kind) == 0)
         return VOK_CP_SIM_UNKNOWN_HANDLE;
     return traits(found->second.kind).type_handle == type ? VOK_CP_SIM_OK : VOK_CP_SIM_WRONG_TYPE_HANDLE;
 }
@@ -137,23 +185,16 @@ status model::check_binding(std::uint64_t instance, const vok_bind_record *recor
     const vok_bind_record &r = *record;
     const bool session_type_known =
         r.srcSessionType == VOK_SESSION_TYPE_L2TP || r.srcSessionType == VOK_SESSION_TYPE_UDP;
-    if (r.direction != VOK_EGRESS || !session_type_known || r.srcSessionType != r.dstSessionType)
+    if (!session_type_known || r.srcSessionType != r.dstSessionType)
         return VOK_CP_SIM_WRONG_CONSTANT;
-    switch (r.bindKind) {
-    case VOK_BIND_ID2F:
-        if (const status wrong = check_ovlin_end(r.srcTypeHandle, r.srcFlowHandle))
+    for (const binding_rule &rule : binding_rules) {
+        if (rule.kind != r.bindKind || rule.direction != r.direction)
+            continue;
+        if (const status wrong = check_flow_end(r.srcTypeHandle, r.srcFlowHandle, r.srcFlowID, rule.sources))
             return wrong;
-        if (r.dstFlowID != 0)
-            return VOK_CP_SIM_RESERVED_NOT_ZERO;
-        return check_end(r.dstTypeHandle, r.destFlowHandle, false);
-    case VOK_BIND_F2ID:
-        if (const status wrong = check_ovlin_end(r.dstTypeHandle, r.destFlowHandle))
-            return wrong;
-        if (r.srcFlowID != 0)
-            return VOK_CP_SIM_RESERVED_NOT_ZERO;
-        return check_end(r.srcTypeHandle, r.srcFlowHandle, true);
-    default: return VOK_CP_SIM_WRONG_CONSTANT;
+        return check_flow_end(r.dstTypeHandle, r.destFlowHandle, r.dstFlowID, rule.destinations);
     }
+    return VOK_CP_SIM_WRONG_CONSTANT;
 }
 
 void model::count_binding(const vok_bind_record &record, std::uint32_t change)

@@ -17,7 +17,6 @@ namespace vok_cp {
 /// A kind's place in the data plane.
 struct kind_traits {
     std::uint64_t type_handle;
-    bool receives; ///< the source of bindings; otherwise it sends and is their destination
     std::span<const field> fields;
 };
 
@@ -74,8 +73,11 @@ public:
     const std::map<binding_key, binding> &bindings() const { return bindings_; }
 
 private:
+    const binding *binding_from(std::uint64_t source_handle, std::uint32_t source_flow_id, std::uint32_t kind) const;
+    std::uint64_t l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_t &header) const;
     object *find(vok_cp_sim_kind_t kind, std::uint64_t handle);
-    status check_end(std::uint64_t type, std::uint64_t handle, bool receives) const;
+    status check_flow_record(vok_cp_sim_kind_t kind, std::span<const std::byte> record) const;
+    status check_flow_end(std::uint64_t type, std::uint64_t handle, std::uint32_t flow_id, unsigned kinds) const;
     status check_binding(std::uint64_t instance, const vok_bind_record *record) const;
     void count_binding(const vok_bind_record &record, std::uint32_t change);
 

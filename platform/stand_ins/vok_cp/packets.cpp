@@ -90,6 +90,14 @@ vok_cp_sim_header_t header_of(const object &o)
         const auto r = record_of<vok_ipv6_egress_record>(o);
         return header(r, 6, r.nextHeader, r.hopLimit);
     }
+    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: {
+        const auto r = record_of<vok_l2tpv3_ingress_flow_record>(o);
+        vok_cp_sim_header_t h{};
+        (r.flowType == VOK_L2TPV3_CONTROL_CONNECTION ? h.l2tp_connection_id : h.l2tp_session_id) = r.identifier;
+        return h;
+    }
+    case VOK_CP_SIM_L2TPV3_INTERFACE:
+    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: break;
     }
     return {};
 }
@@ -103,34 +111,65 @@ std::uint32_t path_mtu_of(const object &o)
     }
 }
 
+const binding *model::binding_from(std::uint64_t source_handle, std::uint32_t source_flow_id, std::uint32_t kind) const
+{
+    const auto found = std::ranges::find_if(bindings_, [=](const auto &entry) {
+        const binding_key &key = entry.first;
+        return key.kind == kind && key.source_handle == source_handle && key.source_flow_id == source_flow_id;
+    });
+    return found != bindings_.end() ? &found->second : nullptr;
+}
+
+std::uint64_t model::l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_t &h) const
+{
+    for (const auto &[handle, o] : objects_) {
+        if (o.kind != VOK_CP_SIM_L2TPV3_INGRESS_FLOW)
+            continue;
+        const auto r = record_of<vok_l2tpv3_ingress_flow_record>(o);
+        const vok_cp_sim_header_t wanted = header_of(o);
+        if (r.ingressInterfaceHandle == interface && wanted.l2tp_session_id == h.l2tp_session_id &&
+            wanted.l2tp_connection_id == h.l2tp_connection_id)
+            return handle;
+    }
+    return 0;
+}
+
 vok_cp_sim_arrival_t model::receive(const vok_cp_sim_header_t &h, std::uint32_t octets)
 {
-    const auto association = std::ranges::find_if(objects_, [&](const auto &entry) {
-        return traits(entry.second.kind).receives && matches(header_of(entry.second), h);
+    const auto found = std::ranges::find_if(objects_, [&](const auto &entry) {
+        const bool receives =
+            entry.second.kind == VOK_CP_SIM_IPV4_INGRESS || entry.second.kind == VOK_CP_SIM_IPV6_INGRESS;
+        return receives && matches(header_of(entry.second), h);
     });
-    if (association == objects_.end())
+    if (found == objects_.end())
         return {VOK_CP_SIM_NO_ASSOCIATION, 0, 0};
-    auto &[handle, object] = *association;
-    for (const auto &[key, binding] : bindings_) {
-        if (key.kind == VOK_BIND_F2ID && key.source_handle == handle) {
-            count(object, octets);
-            return {VOK_CP_SIM_FORWARDED, handle, key.destination_flow_id};
-        }
+    auto &[association, object] = *found;
+
+    const binding *last = binding_from(association, 0, VOK_BIND_F2ID);
+    if (const binding *to_interface = binding_from(association, 0, VOK_BIND_F2F)) {
+        const std::uint64_t flow = l2tp_flow(to_interface->record.destFlowHandle, h);
+        if (flow == 0)
+            return {VOK_CP_SIM_NO_L2TPV3_FLOW, association, 0};
+        last = binding_from(flow, 0, VOK_BIND_F2ID);
     }
-    return {VOK_CP_SIM_NOT_BOUND, handle, 0};
+    if (last == nullptr)
+        return {VOK_CP_SIM_NOT_BOUND, association, 0};
+    count(object, octets);
+    return {VOK_CP_SIM_FORWARDED, association, last->record.dstFlowID};
 }
 
 vok_cp_sim_departure_t model::send(std::uint32_t ovlin_flow_id, std::uint32_t octets)
 {
-    for (const auto &[key, binding] : bindings_) {
-        if (key.kind == VOK_BIND_ID2F && key.source_flow_id == ovlin_flow_id) {
-            object &association = objects_.at(key.destination_handle);
-            count(association, octets);
-            return {VOK_CP_SIM_FORWARDED,     key.destination_handle, header_of(association),
-                    path_mtu_of(association), binding.has_dscp,       binding.dscp};
-        }
-    }
-    return {VOK_CP_SIM_NOT_BOUND, 0, {}, 0, false, 0};
+    const binding *last = binding_from(0, ovlin_flow_id, VOK_BIND_ID2F);
+    if (last != nullptr && objects_.at(last->record.destFlowHandle).kind == VOK_CP_SIM_L2TPV3_EGRESS_FLOW)
+        last = binding_from(last->record.destFlowHandle, 0, VOK_BIND_F2F);
+    if (last == nullptr)
+        return {VOK_CP_SIM_NOT_BOUND, 0, {}, 0, false, 0};
+    object &association = objects_.at(last->record.destFlowHandle);
+    count(association, octets);
+    return {VOK_CP_SIM_FORWARDED,   last->record.destFlowHandle,
+            header_of(association), path_mtu_of(association),
+            last->has_dscp,         last->dscp};
 }
 
 } // namespace vok_cp

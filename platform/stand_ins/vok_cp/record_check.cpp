@@ -67,6 +67,20 @@ constexpr field ipv6_egress[] = {
     FIELD(vok_ipv6_egress_record, param3a, rule::constant, 0x40),
 };
 
+constexpr field l2tpv3_ingress_interface[] = {
+    FIELD(vok_l2tpv3_ingress_interface_record, param00, rule::constant, 0),
+};
+
+constexpr field l2tpv3_ingress_flow[] = {
+    FIELD(vok_l2tpv3_ingress_flow_record, flowType),
+    FIELD(vok_l2tpv3_ingress_flow_record, ingressInterfaceHandle),
+    FIELD(vok_l2tpv3_ingress_flow_record, identifier),
+};
+
+constexpr field l2tpv3_egress_flow[] = {
+    FIELD(vok_l2tpv3_egress_flow_record, flowType),
+};
+
 constexpr field bind[] = {
     FIELD(vok_bind_record, bindKind),
     FIELD(vok_bind_record, direction),
@@ -109,6 +123,9 @@ constinit const std::span<const field> ip_egress_fields = ip_egress;
 constinit const std::span<const field> ipv6_ingress_fields = ipv6_ingress;
 constinit const std::span<const field> ipv6_egress_create_fields = ipv6_egress<udp>;
 constinit const std::span<const field> ipv6_egress_modify_fields = ipv6_egress<0>;
+constinit const std::span<const field> l2tpv3_ingress_interface_fields = l2tpv3_ingress_interface;
+constinit const std::span<const field> l2tpv3_ingress_flow_fields = l2tpv3_ingress_flow;
+constinit const std::span<const field> l2tpv3_egress_flow_fields = l2tpv3_egress_flow;
 constinit const std::span<const field> bind_fields = bind;
 
 status check_record(std::span<const std::byte> record, std::span<const field> fields)

@@ -29,6 +29,9 @@ extern const std::span<const field> ip_egress_fields;
 extern const std::span<const field> ipv6_ingress_fields;
 extern const std::span<const field> ipv6_egress_create_fields;
 extern const std::span<const field> ipv6_egress_modify_fields;
+extern const std::span<const field> l2tpv3_ingress_interface_fields;
+extern const std::span<const field> l2tpv3_ingress_flow_fields;
+extern const std::span<const field> l2tpv3_egress_flow_fields;
 extern const std::span<const field> bind_fields;
 
 /// The first thing wrong with `record`, read from its start to its end, or VOK_CP_SIM_OK.

@@ -171,6 +171,34 @@ status vok_ipv6_egress_association_statistics_get(std::uint64_t type, std::uint6
     return read_stats(__func__, VOK_CP_SIM_IPV6_EGRESS, type, handle, stats);
 }
 
+status vok_l2tpv3_ingress_interface_add(std::uint64_t type, const vok_l2tpv3_ingress_interface_record *record,
+                                        std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_L2TPV3_INTERFACE, type, record, handle);
+}
+
+status vok_l2tpv3_ingress_flow_create(std::uint64_t type, const vok_l2tpv3_ingress_flow_record *record,
+                                      std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_L2TPV3_INGRESS_FLOW, type, record, handle);
+}
+
+status vok_l2tpv3_egress_flow_create(std::uint64_t type, const vok_l2tpv3_egress_flow_record *record,
+                                     std::uint64_t *handle)
+{
+    return create(__func__, VOK_CP_SIM_L2TPV3_EGRESS_FLOW, type, record, handle);
+}
+
+status vok_l2tpv3_ingress_flow_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_L2TPV3_INGRESS_FLOW, type, handle);
+}
+
+status vok_l2tpv3_egress_flow_delete(std::uint64_t type, std::uint64_t handle)
+{
+    return remove(__func__, VOK_CP_SIM_L2TPV3_EGRESS_FLOW, type, handle);
+}
+
 status vok_bind(std::uint64_t instance, const vok_bind_record *record)
 {
     return perform(call_with(__func__, instance, record), [=] { return data_plane.bind(instance, record); });
@@ -209,6 +237,7 @@ const char *vok_sys_status_get(std::uint64_t handle, std::uint32_t reported)
     case VOK_CP_SIM_DUPLICATE_BINDING: return "the binding exists already";
     case VOK_CP_SIM_NO_SUCH_BINDING: return "no such binding";
     case VOK_CP_SIM_OBJECT_IN_USE: return "a binding still uses the object";
+    case VOK_CP_SIM_DSCP_TOO_LARGE: return "a DSCP has at most 6 bits";
     case VOK_CP_SIM_INJECTED: return "injected fault";
     default: return "unknown status";
     }
