@@ -5,6 +5,8 @@
 #ifndef ZEL_CORE_TERM_ZEL_CORE_TERM_H
 #define ZEL_CORE_TERM_ZEL_CORE_TERM_H
 
+#include "zel_l2tp_control_connection.h"
+#include "zel_l2tp_session.h"
 #include "zel_ovlin_session_handler.h"
 #include "zel_term.h"
 #include "zel_udp_session.h"

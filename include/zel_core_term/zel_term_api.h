@@ -15,9 +15,10 @@
 enum {
     ZEL_CORE_TERM_SUCCESS = 0,
     ZEL_CORE_TERM_NULL_OUTPUT = 2,            /**< a required output pointer is NULL */
+    ZEL_CORE_TERM_FELL_BACK = 2,              /**< control connection modify: the old configuration is in force */
     ZEL_CORE_TERM_OUT_OF_RANGE = 3,           /**< an identifier or argument is out of range */
     ZEL_CORE_TERM_SESSION_FREE = 4,           /**< the UDP session id is not in use */
-    ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the UDP session id is already in use */
+    ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the id is already in use */
     ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION = 7, /**< neither IPv4 nor IPv6, or not the one that the operation needs */
     ZEL_CORE_TERM_NO_FREE_SESSION = 10,       /**< all UDP session ids are in use */
     ZEL_CORE_TERM_DATA_PLANE_FAILED = 13      /**< a data-plane call failed, or the library is not started */

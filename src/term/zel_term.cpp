@@ -2,6 +2,7 @@
 
 #include "term/tick.h"
 #include "term/zel_trace.h"
+#include "zel_core_term/zel_l2tp_control_connection.h"
 #include "zel_core_term/zel_udp_session.h"
 
 #define ZEL_MODULE "zel_term"
@@ -25,23 +26,24 @@ u32 zel_core_term_start()
     } steps[] = {
         {"zel_init_attach", attach},
         {"zel_udp_session_start", zel_udp_session_start},
+        {"zel_l2tp_start", zel_l2tp_start},
     };
 
-    trace_enter(ZEL_HERE, category::general);
-    u32 result = ZEL_CORE_TERM_SUCCESS;
+    const traced_function traced(ZEL_HERE, category::general);
     for (const auto &step : steps) {
-        if (result = step.run(); result != ZEL_CORE_TERM_SUCCESS) {
+        if (const u32 result = step.run()) {
             report(ZEL_HERE, result, step.name);
             ZEL_TRACE(tn_zel_term, EXCEPTION, ZEL_HERE, category::general, "%s(): ", "zel_core_term_start failed");
-            break;
+            return result;
         }
     }
-    trace_exit(ZEL_HERE, category::general);
-    return result;
+    return ZEL_CORE_TERM_SUCCESS;
 }
 
 u32 zel_core_term_stop()
 {
+    if (const u32 result = zel_l2tp_stop())
+        return report(ZEL_HERE, result, "zel_l2tp_stop");
     if (const u32 result = zel_udp_session_stop())
         return report(ZEL_HERE, result, "zel_udp_session_stop");
     handle_block = {};

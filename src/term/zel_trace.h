@@ -27,6 +27,8 @@ namespace category {
 inline constexpr char general[] = "GENERAL";
 inline constexpr char session_api_delay[] = "SESSION_API_DELAY";
 inline constexpr char udp_session[] = "UDP_SESSION";
+inline constexpr char l2tp_control_connection[] = "L2TP_CONTROL_CONNECTION";
+inline constexpr char l2tp_session[] = "L2TP_SESSION";
 
 } // namespace category
 
@@ -40,17 +42,27 @@ inline constexpr char udp_session[] = "UDP_SESSION";
                                     zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));       \
     } while (false)
 
-/// Entry into a function.
-inline void trace_enter(trace_site site, const char *category)
+/// A handle as the messages print it, with %p.
+inline const void *as_pointer(u64 handle)
 {
-    ZEL_TRACE(tn_zel_term, FN_ENTER, site, category, "%s()", nullptr);
+    return reinterpret_cast<const void *>(handle);
 }
 
-/// Return from it.
-inline void trace_exit(trace_site site, const char *category)
-{
-    ZEL_TRACE(tn_zel_term, FN_EXIT, site, category, "%s()", nullptr);
-}
+/// Reports the entry into a function, and on every path the return from it.
+class traced_function {
+public:
+    traced_function(trace_site site, const char *category) : site_(site), category_(category)
+    {
+        ZEL_TRACE(tn_zel_term, FN_ENTER, site_, category_, "%s()", nullptr);
+    }
+    ~traced_function() { ZEL_TRACE(tn_zel_term, FN_EXIT, site_, category_, "%s()", nullptr); }
+    traced_function(const traced_function &) = delete;
+    traced_function &operator=(const traced_function &) = delete;
+
+private:
+    trace_site site_;
+    const char *category_;
+};
 
 /// Reports a result code other than 0 together with the argument or the step that it concerns, and returns it.
 /// The code's text is asked for only when the event is enabled.

@@ -1,12 +1,12 @@
 #include "zel_core_term/zel_udp_session.h"
 
 #include "term/binding.h"
+#include "term/session_type.h"
 #include "term/timed_call.h"
 #include "term/zel_trace.h"
 #include "udp/udp_session_records.h"
 #include "udp/udp_session_table.h"
 #include "zel_core_ic.h"
-#include "zel_core_term/zel_ovlin_session_handler.h"
 #include "zel_fmt.h"
 
 #define ZEL_MODULE "zel_udp_session"
@@ -21,22 +21,19 @@ static const zel_handles_t *udp_handles; ///< null while the module is stopped
 
 u32 zel_udp_session_start()
 {
-    trace_enter(ZEL_HERE, category::udp_session);
+    const traced_function traced(ZEL_HERE, category::udp_session);
     udp_handles = zel_getHandles();
     udp_session_table.free_all();
-    const u32 result = zel_core_ic_ovlin_capabilities_get(&udp_ovlin_capabilities);
-    if (result != ZEL_CORE_TERM_SUCCESS)
-        report(ZEL_HERE, result, "zel_core_ic_ovlin_capabilities_get");
-    trace_exit(ZEL_HERE, category::udp_session);
-    return result;
+    if (const u32 result = zel_core_ic_ovlin_capabilities_get(&udp_ovlin_capabilities))
+        return report(ZEL_HERE, result, "zel_core_ic_ovlin_capabilities_get");
+    return ZEL_CORE_TERM_SUCCESS;
 }
 
 u32 zel_udp_session_stop()
 {
-    trace_enter(ZEL_HERE, category::udp_session);
+    const traced_function traced(ZEL_HERE, category::udp_session);
     udp_session_table.free_all();
     udp_handles = nullptr;
-    trace_exit(ZEL_HERE, category::udp_session);
     return ZEL_CORE_TERM_SUCCESS;
 }
 
@@ -186,10 +183,9 @@ static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp
 {
     if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
         return rejection;
-    if (session_type_flag != 0)
-        if (const u32 refusal = zel_ovlin_session_handler_set_session_type(udp_handles->ovlin_flow_type, tn_ul_pcep_id,
-                                                                           VOK_SESSION_TYPE_UDP))
-            return report(ZEL_HERE, refusal, "zel_ovlin_session_handler_set_session_type");
+    if (const u32 refusal = set_session_type(ZEL_HERE, session_type_flag, udp_handles->ovlin_flow_type, tn_ul_pcep_id,
+                                             VOK_SESSION_TYPE_UDP))
+        return refusal;
 
     udp_session_entry &entry = udp_session_table[udp_session_id];
     const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);

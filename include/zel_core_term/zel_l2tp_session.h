@@ -1,0 +1,113 @@
+/**
+ * @file
+ * L2TPv3 sessions, each carried by a control connection.
+ *
+ * A session is named by its own ovlin session id, tn_ovlin_session_id_session, 48 to 336. The library does not keep
+ * which control connection carries it: every operation is told, and works with that connection's egress association
+ * at the time of the call.
+ *
+ * Operations run to their end on the caller's thread; the caller serialises them.
+ */
+#ifndef ZEL_CORE_TERM_ZEL_L2TP_SESSION_H
+#define ZEL_CORE_TERM_ZEL_L2TP_SESSION_H
+
+#include <stdint.h>
+
+#include <zel_layout.h>
+
+#include "zel_term_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** The lowest and the highest tn_ovlin_session_id_session; a session's table index is its id less the lowest. */
+enum { ZEL_CORE_TERM_L2TP_SESSION_ID_MIN = 48, ZEL_CORE_TERM_L2TP_SESSION_ID_MAX = 336 };
+
+/** A session; a field of 0 means that the object or binding does not exist. */
+typedef struct l2tp_session_entry {
+    uint8_t dscp; /**< set when the add has succeeded */
+    uint8_t reserved_01[7];
+    uint32_t src_flow_id; /**< ovlin flow that the session sends for */
+    uint32_t dst_flow_id; /**< ovlin flow that the session's received packets end at */
+    uint64_t ingress_flow_handle;
+    uint64_t egress_flow_handle;
+} l2tp_session_entry;
+
+ZEL_LAYOUT_SIZE(l2tp_session_entry, 32);
+ZEL_LAYOUT_FIELD(l2tp_session_entry, dscp, 0, 1);
+ZEL_LAYOUT_FIELD(l2tp_session_entry, src_flow_id, 8, 4);
+ZEL_LAYOUT_FIELD(l2tp_session_entry, dst_flow_id, 12, 4);
+ZEL_LAYOUT_FIELD(l2tp_session_entry, ingress_flow_handle, 16, 8);
+ZEL_LAYOUT_FIELD(l2tp_session_entry, egress_flow_handle, 24, 8);
+
+/** The sessions by tn_ovlin_session_id_session - 48. To be read only. */
+ZEL_CORE_TERM_API extern l2tp_session_entry
+    l2tp_session_table[ZEL_CORE_TERM_L2TP_SESSION_ID_MAX - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + 1];
+
+/**
+ * Adds a session: its L2TPv3 ingress flow, bound to the ovlin flow ((tn_pcep << 20) | low 20 bits of
+ * rat_ovlin_session_id), and its L2TPv3 egress flow, to which the ovlin flow ((tn_pcep << 20) |
+ * tn_ovlin_session_id_session) is bound and which is bound to the control connection's egress association. A session
+ * that is there already is overwritten and its data-plane objects are forgotten: remove it first.
+ *
+ * @param dscp                             DSCP of the session's sent packets
+ * @param crc                              0: flowType 2; any other value: flowType 1
+ * @param tn_pcep                          at most the ovlin capabilities' max_tn_pcep_id
+ * @param rat_ovlin_session_id             at most the capabilities' max_rat_ovlin_session_id
+ * @param l2tp_local_session_id            L2TPv3 session id of the received packets, not checked
+ * @param tn_ovlin_session_id_control_conn the control connection, 0 to 48
+ * @param tn_ovlin_session_id_session      48 to 336
+ * @param session_type_flag                not 0: zel_ovlin_session_handler_set_session_type() is called for tn_pcep
+ *                                         with session type 1 before each of the two egress binds
+ *
+ * @return 0: added.
+ *         3: an id is out of range; 13 with the L2TP side stopped: nothing was done.
+ *         13: a data-plane call failed, as for a control connection that is not there. What the table entry shows was
+ *         taken down again and the id is free. Unbinds are tried by what the entry and the control connection show,
+ *         whether their binds were made or not; the data plane keeps what could not be taken down.
+ *         Any other: the code of the session-type hook; undone likewise, except that after a 3 nothing is undone: the
+ *         id keeps what was built, until it is removed.
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_add(uint8_t dscp, uint8_t crc, uint32_t tn_pcep,
+                                                          uint32_t rat_ovlin_session_id, uint32_t l2tp_local_session_id,
+                                                          uint32_t tn_ovlin_session_id_control_conn,
+                                                          uint32_t tn_ovlin_session_id_session,
+                                                          uint8_t session_type_flag);
+
+/**
+ * Removes a session, of which nothing needs to be there: its three bindings and its two flows.
+ *
+ * @return 0 in every case. The id is free, except that with an id out of range or the L2TP side stopped nothing was
+ *         done; what failed is reported by trace events, and the data plane keeps it
+ */
+ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_rem(uint32_t tn_ovlin_session_id_control_conn,
+                                                          uint32_t tn_ovlin_session_id_session);
+
+/**
+ * Unbinds a session from its control connection's egress association, before that is replaced; a part of the control
+ * connection's modify. The session keeps everything else; its table entry does not change.
+ *
+ * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused
+ */
+ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin_session_id_control_conn,
+                                                               uint32_t tn_ovlin_session_id_session);
+
+/**
+ * Binds a session to its control connection's egress association, with the DSCP that it was added with; a part of the
+ * control connection's modify. Its table entry does not change.
+ *
+ * @param tn_pcep           as given to the add
+ * @param session_type_flag as for the add
+ * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused;
+ *         any other: the code of the session-type hook, nothing was bound
+ */
+ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_bind_part(uint32_t tn_ovlin_session_id_control_conn,
+                                                             uint32_t tn_ovlin_session_id_session, uint32_t tn_pcep,
+                                                             uint8_t session_type_flag);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,591 @@
+#include "zel_core_term/zel_l2tp_control_connection.h"
+
+#include <cstring>
+#include <span>
+
+#include "l2tp/ip_associations.h"
+#include "term/binding.h"
+#include "term/session_type.h"
+#include "term/timed_call.h"
+#include "zel_core_term/zel_l2tp_session.h"
+
+#define ZEL_MODULE "zel_l2tp_control_connection"
+#define TRACE_API_CALL(...)                                                                                            \
+    ZEL_TRACE(tn_zel_term, API_CALL, ZEL_HERE, category::l2tp_control_connection, "%s(): ", __VA_ARGS__)
+#define TRACE_ERROR(...)                                                                                               \
+    ZEL_TRACE(tn_zel_term, ERROR, ZEL_HERE, category::l2tp_control_connection, "%s(): ", __VA_ARGS__)
+
+using namespace zel;
+
+l2tp_control_entry l2tp_control_table[ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX + 1];
+u64 l2tp_control_ingress_interface;
+
+/// IP protocol number
+static constexpr u8 protocol_l2tpv3 = 115;
+
+static constinit ip_associations ipv4_ingress_associations{};
+static constinit ip_associations ipv4_egress_associations{};
+
+/// The ids that name a control connection and its ovlin flows.
+struct control_ids {
+    u32 tn_ovlin_session_id;
+    u32 tn_pcep_id;
+    u32 rat_ovlin_session_id;
+
+    l2tp_control_entry &entry() const { return l2tp_control_table[tn_ovlin_session_id]; }
+};
+
+/// What the steps of an add make a control connection from.
+struct control_request {
+    control_ids ids;
+    const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg;
+    u8 dscp;
+    u8 session_type_flag;
+    u32 controlConnId = 0; ///< of no use to the modify, which keeps the flow that it names
+
+    l2tp_control_entry &entry() const { return ids.entry(); }
+};
+
+struct control_step {
+    const char *name;
+    u32 (*run)(const control_request &);
+};
+
+struct control_release_step {
+    const char *name;
+    u32 (*run)(const control_ids &);
+};
+
+/// Keeps ids away from the table that lie outside it, and everything away from a stopped library.
+static u32 check_id(trace_site site, u32 tn_ovlin_session_id)
+{
+    if (tn_ovlin_session_id > ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX)
+        return report(site, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_ovlin_session_id out-of-range");
+    if (zel_handles == nullptr)
+        return report(site, ZEL_CORE_TERM_DATA_PLANE_FAILED, "not started");
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// ---- The IPv4 associations that connections share
+
+void zel_l2tp_reset_ip_associations_handling()
+{
+    ipv4_ingress_associations.clear();
+    ipv4_egress_associations.clear();
+}
+
+/// An IPv4 address as it stands in the configuration.
+static u32 address_word(const u8 (&address)[16])
+{
+    u32 word;
+    std::memcpy(&word, address, sizeof word);
+    return word;
+}
+
+static association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
+{
+    return {address_word(cfg.local_addr), address_word(cfg.remote_addr), cfg.vrf_id};
+}
+
+/// Takes a share of the association with that key, when there is one.
+static bool share_association(ip_associations &table, const association_key &key, u64 &handle)
+{
+    ip_association *const association = table.find(key);
+    if (association == nullptr)
+        return false;
+    ++association->user_count;
+    handle = association->association_handle;
+    return true;
+}
+
+/// @return false when the table is full
+static bool save_new_ip_association(ip_associations &table, const association_key &key, u64 handle)
+{
+    if (table.add(key, handle))
+        return true;
+    TRACE_ERROR("Cannot add a new control connection in array as max connection limit has reached: %d",
+                ip_associations::capacity);
+    return false;
+}
+
+static ip_association *find_or_report(trace_site site, ip_associations &table, u64 handle)
+{
+    ip_association *const association = table.find(handle);
+    if (association == nullptr)
+        ZEL_TRACE(tn_zel_term, ERROR, site, category::l2tp_control_connection,
+                  "%s(): ", "Couldn't locate control connection with given control flow handle: %p",
+                  as_pointer(handle));
+    return association;
+}
+
+/// Gives a share back. @return whether the association has no user any more and must be deleted
+static bool ip_association_delete_needed(ip_associations &table, u64 handle)
+{
+    ip_association *const association = find_or_report(ZEL_HERE, table, handle);
+    return association != nullptr && table.release(*association);
+}
+
+static bool bind_flow_needed(u32 tn_ovlin_session_id)
+{
+    ip_association *const association = find_or_report(
+        ZEL_HERE, ipv4_ingress_associations, l2tp_control_table[tn_ovlin_session_id].ipv4_ingress_association_handle);
+    return association != nullptr && request_bind(*association);
+}
+
+static bool unbind_flow_needed(u32 tn_ovlin_session_id)
+{
+    ip_association *const association = find_or_report(
+        ZEL_HERE, ipv4_ingress_associations, l2tp_control_table[tn_ovlin_session_id].ipv4_ingress_association_handle);
+    if (association == nullptr)
+        return false;
+    const bind_release released = release_bind(*association);
+    if (released == bind_release::was_not_requested)
+        TRACE_ERROR("Unexpected unbind: Possible problem with bind and unbind count not matched");
+    return released == bind_release::last_one;
+}
+
+// ---- Bindings, each bound and unbound by one description
+
+#define IPV4_TO_L2TP "(F2F, INGRESS, ipv4->l2tp"
+#define L2TP_TO_OVLIN "(F2ID, EGRESS, l2tp->ovlin"
+#define OVLIN_TO_IPV4 "(ID2F, EGRESS, ovlin->ipv4"
+
+static vok_bind_record ipv4_to_l2tp(const control_ids &ids)
+{
+    return binding(
+        VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP,
+        {.type_handle = zel_handles->ipv4_association_type,
+         .flow_handle = ids.entry().ipv4_ingress_association_handle,
+         .flow_id = 0},
+        {.type_handle = zel_handles->l2tpv3_flow_type, .flow_handle = l2tp_control_ingress_interface, .flow_id = 0});
+}
+
+static vok_bind_record l2tp_to_ovlin(const control_ids &ids)
+{
+    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+                   {.type_handle = zel_handles->l2tpv3_flow_type,
+                    .flow_handle = ids.entry().l2tp_ingress_flow_handle,
+                    .flow_id = 0},
+                   {.type_handle = zel_handles->ovlin_flow_type,
+                    .flow_handle = 0,
+                    .flow_id = ovlin_flow_id(ids.tn_pcep_id, ids.rat_ovlin_session_id)});
+}
+
+static vok_bind_record ovlin_to_ipv4(const control_ids &ids)
+{
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+                   {.type_handle = zel_handles->ovlin_flow_type,
+                    .flow_handle = 0,
+                    .flow_id = ovlin_flow_id(ids.tn_pcep_id, ids.tn_ovlin_session_id)},
+                   {.type_handle = zel_handles->ipv4_association_type,
+                    .flow_handle = ids.entry().ipv4_egress_association_handle,
+                    .flow_id = 0});
+}
+
+static u32 bind(trace_site site, const char *description, const vok_bind_record &record)
+{
+    return timed_call(site, description, vok_bind, zel_handles->vok_instance, &record);
+}
+
+static u32 unbind(trace_site site, const char *description, const vok_bind_record &record)
+{
+    return timed_call(site, description, vok_unbind, zel_handles->vok_instance, &record);
+}
+
+// ---- Deletes of associations
+
+static u32 delete_ingress_association(trace_site site, u64 handle)
+{
+    return timed_call(site, "vok_ip_ingress_association_delete", vok_ip_ingress_association_delete,
+                      zel_handles->ipv4_association_type, handle);
+}
+
+static u32 delete_egress_association(trace_site site, u64 handle)
+{
+    return timed_call(site, "vok_ip_egress_association_delete", vok_ip_egress_association_delete,
+                      zel_handles->ipv4_association_type, handle);
+}
+
+#define INGRESS_DELETE_ANNOUNCEMENT "tn_ovlin_session_id=%d: vok_ip_ingress_association_delete"
+#define EGRESS_DELETE_ANNOUNCEMENT "tn_ovlin_session_id=%d: vok_ip_egress_association_delete"
+
+// ---- Steps of the add; the modify takes four of them
+
+static u32 l2tp_control_add_l2tp_ingress_interface(const control_request &)
+{
+    if (l2tp_control_ingress_interface != 0)
+        return ZEL_CORE_TERM_SUCCESS;
+    const vok_l2tpv3_ingress_interface_record record{};
+    TRACE_API_CALL("vok_l2tpv3_ingress_interface_add");
+    return timed_call(ZEL_HERE, "vok_l2tpv3_ingress_interface_add", vok_l2tpv3_ingress_interface_add,
+                      zel_handles->l2tpv3_flow_type, &record, &l2tp_control_ingress_interface);
+}
+
+static u32 l2tp_control_create_ipv4_ingress_association(const control_request &request)
+{
+    const association_key key = key_of(*request.ip_cfg);
+    u64 &handle = request.entry().ipv4_ingress_association_handle;
+    if (share_association(ipv4_ingress_associations, key, handle))
+        return ZEL_CORE_TERM_SUCCESS;
+
+    vok_ip_ingress_record record{};
+    record.rulesMask = 0x9c;
+    record.ipVrdId = key.vrf_id;
+    record.dstAddr = __builtin_bswap32(key.local_addr);
+    record.dstPrefixLen = 32;
+    record.srcAddr = __builtin_bswap32(key.remote_addr);
+    record.srcPrefixLen = 32;
+    record.prot = protocol_l2tpv3;
+    record.param38 = 1;
+    TRACE_API_CALL("vok_ip_ingress_association_create(tn_ovlin_session_id=%u, dstAddr=0x%08x, dstPort=%d, "
+                   "srcAddr=0x%08x, srcPort=%d, prot=%d, ipVrdId=%d, rulesMask=0x%x)",
+                   request.ids.tn_ovlin_session_id, record.dstAddr, record.dstPort, record.srcAddr, record.srcPort,
+                   record.prot, record.ipVrdId, record.rulesMask);
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_ingress_association_create", vok_ip_ingress_association_create,
+                                       zel_handles->ipv4_association_type, &record, &handle))
+        return failure;
+    if (save_new_ip_association(ipv4_ingress_associations, key, handle))
+        return ZEL_CORE_TERM_SUCCESS;
+    TRACE_API_CALL(INGRESS_DELETE_ANNOUNCEMENT, request.ids.tn_ovlin_session_id);
+    delete_ingress_association(ZEL_HERE, handle);
+    handle = 0;
+    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+}
+
+static u32 l2tp_control_create_l2tp_ingress_flow(const control_request &request)
+{
+    vok_l2tpv3_ingress_flow_record record{};
+    record.flowType = VOK_L2TPV3_CONTROL_CONNECTION;
+    record.ingressInterfaceHandle = l2tp_control_ingress_interface;
+    record.identifier = request.controlConnId;
+    TRACE_API_CALL("tn_ovlin_session_id=%d: vok_l2tpv3_ingress_flow_create(flowType=%d, controlConnId=%d",
+                   request.ids.tn_ovlin_session_id, record.flowType, record.identifier);
+    return timed_call(ZEL_HERE, "vok_l2tpv3_ingress_flow_create", vok_l2tpv3_ingress_flow_create,
+                      zel_handles->l2tpv3_flow_type, &record, &request.entry().l2tp_ingress_flow_handle);
+}
+
+static u32 l2tp_control_bind_ipv4_to_l2tp(const control_request &request)
+{
+    if (!bind_flow_needed(request.ids.tn_ovlin_session_id))
+        return ZEL_CORE_TERM_SUCCESS;
+    const vok_bind_record record = ipv4_to_l2tp(request.ids);
+    TRACE_API_CALL("vok_bind" IPV4_TO_L2TP ", srcFlowHandle=%p, dstFlowID=0x%08x, tn_ovlin_session_id=%u)",
+                   as_pointer(record.srcFlowHandle), record.dstFlowID, request.ids.tn_ovlin_session_id);
+    return bind(ZEL_HERE, "vok_bind" IPV4_TO_L2TP ")", record);
+}
+
+static u32 l2tp_control_bind_l2tp_to_ovlin(const control_request &request)
+{
+    const vok_bind_record record = l2tp_to_ovlin(request.ids);
+    TRACE_API_CALL("vok_bind" L2TP_TO_OVLIN ", srcFlowHandle=%p, dstFlowID=%u): tn_ovlin_session_id=%u "
+                   "rat_ovlin_session_id=%u tn_pcep_id=%u)",
+                   as_pointer(record.srcFlowHandle), record.dstFlowID, request.ids.tn_ovlin_session_id,
+                   request.ids.rat_ovlin_session_id, request.ids.tn_pcep_id);
+    return bind(ZEL_HERE, "vok_bind" L2TP_TO_OVLIN ")", record);
+}
+
+static u32 l2tp_control_create_ipv4_egress_association(const control_request &request)
+{
+    const association_key key = key_of(*request.ip_cfg);
+    u64 &handle = request.entry().ipv4_egress_association_handle;
+    if (share_association(ipv4_egress_associations, key, handle))
+        return ZEL_CORE_TERM_SUCCESS;
+
+    vok_ip_egress_record record{};
+    record.rulesMask = 0x0e;
+    record.ipVrdId = key.vrf_id;
+    record.dstAddr = __builtin_bswap32(key.remote_addr);
+    record.srcAddr = __builtin_bswap32(key.local_addr);
+    record.prot = protocol_l2tpv3;
+    record.ttl = request.ip_cfg->ttl;
+    TRACE_API_CALL("vok_ip_egress_association_create(dstAddr=0x%08x, dstPort=%d, srcAddr=0x%08x, srcPort=%d, prot=%d, "
+                   "ipVrdId=%d, rulesMask=0x%x, mtu=%d, ttl=%d)",
+                   record.dstAddr, record.dstPort, record.srcAddr, record.srcPort, record.prot, record.ipVrdId,
+                   record.rulesMask, record.mtu, record.ttl);
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_egress_association_create", vok_ip_egress_association_create,
+                                       zel_handles->ipv4_association_type, &record, &handle))
+        return failure;
+    if (save_new_ip_association(ipv4_egress_associations, key, handle))
+        return ZEL_CORE_TERM_SUCCESS;
+    TRACE_API_CALL(EGRESS_DELETE_ANNOUNCEMENT, request.ids.tn_ovlin_session_id);
+    delete_egress_association(ZEL_HERE, handle);
+    handle = 0;
+    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+}
+
+static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
+{
+    if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
+                                             request.ids.tn_pcep_id, VOK_SESSION_TYPE_L2TP))
+        return refusal;
+    vok_bind_record record = ovlin_to_ipv4(request.ids);
+    record.dscpRef = &request.dscp;
+    TRACE_API_CALL("vok_bind" OVLIN_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id=%u, "
+                   "tn_pcep_id=%u, dscp=%u",
+                   record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.tn_ovlin_session_id,
+                   request.ids.tn_pcep_id, request.dscp);
+    return bind(ZEL_HERE, "vok_bind" OVLIN_TO_IPV4 ")", record);
+}
+
+// ---- Steps of the removal; the add's undo and the modify take them too
+
+static u32 l2tp_control_unbind_ovlin_from_ipv4(const control_ids &ids)
+{
+    const vok_bind_record record = ovlin_to_ipv4(ids);
+    TRACE_API_CALL("vok_unbind" OVLIN_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id=%u, "
+                   "tn_pcep_id=%u",
+                   record.srcFlowID, as_pointer(record.destFlowHandle), ids.tn_ovlin_session_id, ids.tn_pcep_id);
+    return unbind(ZEL_HERE, "vok_unbind" OVLIN_TO_IPV4 ")", record);
+}
+
+static u32 l2tp_control_delete_ipv4_egress_association(const control_ids &ids)
+{
+    u64 &handle = ids.entry().ipv4_egress_association_handle;
+    if (handle == 0)
+        return ZEL_CORE_TERM_SUCCESS;
+    if (ip_association_delete_needed(ipv4_egress_associations, handle)) {
+        TRACE_API_CALL(EGRESS_DELETE_ANNOUNCEMENT, ids.tn_ovlin_session_id);
+        if (const u32 failure = delete_egress_association(ZEL_HERE, handle))
+            return failure;
+    }
+    handle = 0;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+static u32 l2tp_control_unbind_l2tp_from_ovlin(const control_ids &ids)
+{
+    const vok_bind_record record = l2tp_to_ovlin(ids);
+    TRACE_API_CALL("vok_unbind" L2TP_TO_OVLIN ", srcFlowHandle=%p, dstFlowID=%u): tn_ovlin_session_id=%u, "
+                   "rat_ovlin_session_id=%u, tn_pcep_id=%u)",
+                   as_pointer(record.srcFlowHandle), record.dstFlowID, ids.tn_ovlin_session_id,
+                   ids.rat_ovlin_session_id, ids.tn_pcep_id);
+    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_OVLIN ")", record);
+}
+
+static u32 l2tp_control_unbind_ipv4_from_l2tp(const control_ids &ids)
+{
+    if (!unbind_flow_needed(ids.tn_ovlin_session_id))
+        return ZEL_CORE_TERM_SUCCESS;
+    const vok_bind_record record = ipv4_to_l2tp(ids);
+    TRACE_API_CALL("vok_unbind" IPV4_TO_L2TP ", srcFlowHandle=%p, dstFlowID=0x%08x, tn_ovlin_session_id=%u)",
+                   as_pointer(record.srcFlowHandle), record.dstFlowID, ids.tn_ovlin_session_id);
+    return unbind(ZEL_HERE, "vok_unbind" IPV4_TO_L2TP ")", record);
+}
+
+static u32 l2tp_control_delete_l2tp_ingress_flow(const control_ids &ids)
+{
+    u64 &handle = ids.entry().l2tp_ingress_flow_handle;
+    if (handle == 0)
+        return ZEL_CORE_TERM_SUCCESS;
+    TRACE_API_CALL("tn_ovlin_session_id=%d: vok_l2tpv3_ingress_flow_delete", ids.tn_ovlin_session_id);
+    if (const u32 failure = timed_call(ZEL_HERE, "vok_l2tpv3_ingress_flow_delete", vok_l2tpv3_ingress_flow_delete,
+                                       zel_handles->l2tpv3_flow_type, handle))
+        return failure;
+    handle = 0;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+static u32 l2tp_control_delete_ipv4_ingress_association(const control_ids &ids)
+{
+    u64 &handle = ids.entry().ipv4_ingress_association_handle;
+    if (handle == 0)
+        return ZEL_CORE_TERM_SUCCESS;
+    if (ip_association_delete_needed(ipv4_ingress_associations, handle)) {
+        TRACE_API_CALL(INGRESS_DELETE_ANNOUNCEMENT, ids.tn_ovlin_session_id);
+        if (const u32 failure = delete_ingress_association(ZEL_HERE, handle))
+            return failure;
+    }
+    handle = 0;
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+/// Runs the steps up to the first that fails, which is reported at `site`, and returns its result.
+static u32 run_until_failure(trace_site site, std::span<const control_step> steps, const control_request &request)
+{
+    for (const control_step &step : steps)
+        if (const u32 failure = step.run(request))
+            return report(site, failure, step.name);
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+/// Runs all steps; those that fail are reported at `site`.
+static void run_all(trace_site site, std::span<const control_release_step> steps, const control_ids &ids)
+{
+    for (const control_release_step &step : steps)
+        if (const u32 failure = step.run(ids))
+            report(site, failure, step.name);
+}
+
+// ---- Add
+
+/// Follows the handles in the entry and not what was bound; failures are reported by the steps alone.
+static void undo_add(const control_ids &ids)
+{
+    l2tp_control_entry &entry = ids.entry();
+    if (entry.ipv4_egress_association_handle != 0) {
+        l2tp_control_unbind_ovlin_from_ipv4(ids);
+        l2tp_control_delete_ipv4_egress_association(ids);
+    }
+    if (entry.l2tp_ingress_flow_handle != 0) {
+        l2tp_control_unbind_l2tp_from_ovlin(ids);
+        l2tp_control_delete_l2tp_ingress_flow(ids);
+    }
+    if (entry.ipv4_ingress_association_handle != 0) {
+        l2tp_control_unbind_ipv4_from_l2tp(ids);
+        l2tp_control_delete_ipv4_ingress_association(ids);
+    }
+    entry = {};
+}
+
+u32 zel_core_term_l2tp_control_connection_add(u32 tn_ovlin_session_id,
+                                              const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg,
+                                              u32 controlConnId, u32 tn_pcep_id, u32 rat_ovlin_session_id, u8 dscp,
+                                              u8 session_type_flag)
+{
+    static constexpr control_step steps[] = {
+        {"l2tp_control_add_l2tp_ingress_interface", l2tp_control_add_l2tp_ingress_interface},
+        {"l2tp_control_create_ipv4_ingress_association", l2tp_control_create_ipv4_ingress_association},
+        {"l2tp_control_create_l2tp_ingress_flow", l2tp_control_create_l2tp_ingress_flow},
+        {"l2tp_control_bind_ipv4_to_l2tp", l2tp_control_bind_ipv4_to_l2tp},
+        {"l2tp_control_bind_l2tp_to_ovlin", l2tp_control_bind_l2tp_to_ovlin},
+        {"l2tp_control_create_ipv4_egress_association", l2tp_control_create_ipv4_egress_association},
+        {"l2tp_control_bind_ovlin_to_ipv4", l2tp_control_bind_ovlin_to_ipv4},
+    };
+
+    const traced_function traced(ZEL_HERE, category::l2tp_control_connection);
+    if (rat_ovlin_session_id > ovlin_capabilities.max_rat_ovlin_session_id)
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "rat_ovlin_session_id out-of-range");
+    if (tn_pcep_id > ovlin_capabilities.max_tn_pcep_id)
+        return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_pcep out-of-range");
+    if (const u32 rejection = check_id(ZEL_HERE, tn_ovlin_session_id))
+        return rejection;
+    const control_request request{
+        {tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id}, ip_cfg, dscp, session_type_flag, controlConnId};
+    const l2tp_control_entry &entry = request.entry();
+    if (entry.l2tp_ingress_flow_handle != 0 || entry.ipv4_ingress_association_handle != 0 ||
+        entry.ipv4_egress_association_handle != 0)
+        return report(ZEL_HERE, ZEL_CORE_TERM_SESSION_IN_USE, "(tn_ovlin_session_id)");
+
+    const u32 result = run_until_failure(ZEL_HERE, steps, request);
+    if (result != ZEL_CORE_TERM_SUCCESS && result != ZEL_CORE_TERM_OUT_OF_RANGE) // 3: by convention nothing was begun
+        undo_add(request.ids);
+    return result;
+}
+
+// ---- Removal
+
+u32 zel_core_term_l2tp_control_connection_rem(u32 tn_ovlin_session_id, u32 tn_pcep_id, u32 rat_ovlin_session_id)
+{
+    static constexpr control_release_step steps[] = {
+        {"l2tp_control_unbind_ovlin_from_ipv4", l2tp_control_unbind_ovlin_from_ipv4},
+        {"l2tp_control_delete_ipv4_egress_association", l2tp_control_delete_ipv4_egress_association},
+        {"l2tp_control_unbind_l2tp_from_ovlin", l2tp_control_unbind_l2tp_from_ovlin},
+        {"l2tp_control_unbind_ipv4_from_l2tp", l2tp_control_unbind_ipv4_from_l2tp},
+        {"l2tp_control_delete_l2tp_ingress_flow", l2tp_control_delete_l2tp_ingress_flow},
+        {"l2tp_control_delete_ipv4_ingress_association", l2tp_control_delete_ipv4_ingress_association},
+    };
+
+    const traced_function traced(ZEL_HERE, category::l2tp_control_connection);
+    if (check_id(ZEL_HERE, tn_ovlin_session_id) != ZEL_CORE_TERM_SUCCESS)
+        return ZEL_CORE_TERM_SUCCESS;
+    const control_ids ids{tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id};
+    run_all(ZEL_HERE, steps, ids);
+    ids.entry() = {};
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+// ---- Modify
+
+static u32 remove_sessions_for_modify(u32 tn_ovlin_session_id, std::span<const u32> sessions)
+{
+    for (const u32 session : sessions) {
+        TRACE_API_CALL("zel_l2tp_session_modify_unbind_part(tn_ovlin_session_id=%u)", tn_ovlin_session_id);
+        if (const u32 failure = zel_l2tp_session_modify_unbind_part(tn_ovlin_session_id, session))
+            return report(ZEL_HERE, failure, "zel_l2tp_session_modify_unbind_part");
+    }
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+static void remove_control_connection_for_modify(const control_ids &ids)
+{
+    static constexpr control_release_step steps[] = {
+        {"l2tp_control_unbind_ovlin_from_ipv4", l2tp_control_unbind_ovlin_from_ipv4},
+        {"l2tp_control_delete_ipv4_egress_association", l2tp_control_delete_ipv4_egress_association},
+        {"l2tp_control_unbind_ipv4_from_l2tp", l2tp_control_unbind_ipv4_from_l2tp},
+        {"l2tp_control_delete_ipv4_ingress_association", l2tp_control_delete_ipv4_ingress_association},
+    };
+    run_all(ZEL_HERE, steps, ids);
+}
+
+static u32 add_control_connection_for_modify(const control_request &request)
+{
+    static constexpr control_step steps[] = {
+        {"l2tp_control_create_ipv4_ingress_association", l2tp_control_create_ipv4_ingress_association},
+        {"l2tp_control_bind_ipv4_to_l2tp", l2tp_control_bind_ipv4_to_l2tp},
+        {"l2tp_control_create_ipv4_egress_association", l2tp_control_create_ipv4_egress_association},
+        {"l2tp_control_bind_ovlin_to_ipv4", l2tp_control_bind_ovlin_to_ipv4},
+    };
+    return run_until_failure(ZEL_HERE, steps, request);
+}
+
+static u32 add_sessions_for_modify(const control_request &request, std::span<const u32> sessions)
+{
+    for (const u32 session : sessions) {
+        TRACE_API_CALL("zel_l2tp_session_modify_bind_part(tn_ovlin_session_id=%u)", request.ids.tn_ovlin_session_id);
+        if (const u32 failure = zel_l2tp_session_modify_bind_part(request.ids.tn_ovlin_session_id, session,
+                                                                  request.ids.tn_pcep_id, request.session_type_flag))
+            return report(ZEL_HERE, failure, "zel_l2tp_session_modify_bind_part");
+    }
+    return ZEL_CORE_TERM_SUCCESS;
+}
+
+/// A modify's end: whether a configuration is in force, and its result.
+struct modify_end {
+    bool in_force;
+    u32 result;
+};
+
+/// Moves the connection and its sessions, to the old remote address and DSCP if need be. What fails for good is
+/// reported at `site`.
+static modify_end move(trace_site site, control_request request, std::span<const u32> sessions,
+                       zel_core_term_l2tp_control_connection_cfg_t &ip_cfg, u8 old_dscp, const u8 *old_remote_addr)
+{
+    const auto failed = [site](u32 result, const char *step) { return modify_end{false, report(site, result, step)}; };
+
+    if (const u32 failure = remove_sessions_for_modify(request.ids.tn_ovlin_session_id, sessions))
+        return failed(failure, "remove_sessions_for_modify");
+    remove_control_connection_for_modify(request.ids);
+    u32 result = ZEL_CORE_TERM_SUCCESS;
+    if (add_control_connection_for_modify(request) != ZEL_CORE_TERM_SUCCESS) {
+        result = ZEL_CORE_TERM_FELL_BACK;
+        remove_control_connection_for_modify(request.ids);
+        std::memcpy(ip_cfg.remote_addr, old_remote_addr, sizeof(u32));
+        request.dscp = old_dscp;
+        if (const u32 failure = add_control_connection_for_modify(request))
+            return failed(failure, "add_control_connection_for_modify");
+    }
+    if (const u32 failure = add_sessions_for_modify(request, sessions))
+        return failed(failure, "add_sessions_for_modify");
+    return {true, result};
+}
+
+u32 zel_core_term_l2tp_control_connection_modify(u32 tn_ovlin_session_id, const u32 *session_ids, u32 session_count,
+                                                 zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, u32 tn_pcep_id,
+                                                 u32 rat_ovlin_session_id, u8 dscp, u8 old_dscp,
+                                                 const u8 *old_remote_addr, u8 session_type_flag)
+{
+    const traced_function traced(ZEL_HERE, category::l2tp_control_connection);
+    if (const u32 rejection = check_id(ZEL_HERE, tn_ovlin_session_id))
+        return rejection;
+    const std::span sessions(session_ids, session_count);
+    const control_request request{
+        {tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id}, ip_cfg, dscp, session_type_flag};
+    const modify_end end = move(ZEL_HERE, request, sessions, *ip_cfg, old_dscp, old_remote_addr);
+    if (end.in_force)
+        return end.result;
+
+    for (const u32 session : sessions)
+        zel_core_term_l2tp_session_rem(tn_ovlin_session_id, session);
+    zel_core_term_l2tp_control_connection_rem(tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id);
+    return end.result;
+}
