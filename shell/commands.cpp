@@ -131,7 +131,8 @@ void list_commands(text_table &list, const CLI::App &app)
 
 std::string unknown_command(const CLI::App &app, const std::string &word)
 {
-    return "unknown command '" + word + "'; expected " + names_of_commands(app);
+    const std::string choices = names_of_commands(app);
+    return choices.empty() ? "not expected: " + word : "unknown command '" + word + "'; expected " + choices;
 }
 
 void require_same_version(const std::string &first_name, const endpoint &first, const std::string &second_name,
@@ -168,7 +169,10 @@ void commands::execute(const std::string &line)
     try {
         app.parse(line);
     } catch (const CLI::CallForHelp &) {
-        show_help(innermost(app));
+        const CLI::App &command = innermost(app);
+        if (const std::vector<std::string> rest = app.remaining(true); !rest.empty())
+            throw bad_line(unknown_command(command, rest.front()));
+        show_help(command);
     } catch (const CLI::ParseError &wrong) {
         const std::vector<std::string> rest = app.remaining(true);
         const CLI::App &command = innermost(app);
@@ -305,7 +309,7 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
 void commands::add_view_commands(CLI::App &app, line_options &o)
 {
     app.add_subcommand("objects", "the data plane's objects and bindings")->callback([this] { show_data_plane(out_); });
-    CLI::App *expect = app.add_subcommand("expect", "end the shell here unless the data plane is as expected");
+    CLI::App *expect = app.add_subcommand("expect", "fail unless the data plane is as expected");
     expect->add_option("WHAT", o.what, "empty: no object and no binding")->required()->check(CLI::IsMember({"empty"}));
     expect->callback([this] {
         const std::string counts = data_plane_counts();

@@ -133,5 +133,5 @@ std::string to_text(const vok_cp_sim_departure_t &d)
         return "dropped: the flow is not bound to an egress association";
     return "leaves through " + hex(d.association, 0) + " as " + from_to(d.header) + ", " +
            protocol_name(d.header.protocol) + ", vrf " + std::to_string(d.header.vrf_id) +
-           sending(d.header, d.path_mtu) + (d.has_dscp ? ", dscp " + std::to_string(d.dscp) : "");
+           sending(d.header, d.path_mtu) + (d.binding.has_dscp ? ", dscp " + std::to_string(d.binding.dscp) : "");
 }

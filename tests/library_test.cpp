@@ -54,8 +54,13 @@ INTERPOSED uint32_t zel_init_attach(zel_handles_t *block)
 
 INTERPOSED uint32_t zel_core_ic_ovlin_capabilities_get(ovlin_capabilities_t *capabilities)
 {
-    if (interposed.capabilities_result)
-        return *interposed.capabilities_result;
+    uint32_t result = 0;
+    if (!interposed.capabilities_result.empty()) {
+        result = interposed.capabilities_result.front();
+        interposed.capabilities_result.pop_front();
+    }
+    if (result != 0)
+        return result;
     if (!interposed.capabilities)
         return original<decltype(zel_core_ic_ovlin_capabilities_get)>(__func__)(capabilities);
     *capabilities = *interposed.capabilities;
@@ -66,6 +71,11 @@ INTERPOSED uint32_t zel_udp_session_stop()
 {
     return interposed.udp_stop_result ? *interposed.udp_stop_result
                                       : original<decltype(zel_udp_session_stop)>(__func__)();
+}
+
+INTERPOSED uint32_t zel_l2tp_stop()
+{
+    return interposed.l2tp_stop_result ? *interposed.l2tp_stop_result : original<decltype(zel_l2tp_stop)>(__func__)();
 }
 
 INTERPOSED const char *kiv_util_init_rc_str_get(uint32_t result_code)
@@ -232,7 +242,9 @@ void library_test::run(const operation_row &row, before what)
         uint32_t free_id = 0;
         EXPECT_EQ(zel_core_term_udp_session_free_id_get(&free_id), 0u);
         EXPECT_EQ(free_id, row.pmtu != 0 ? 2u : 1u);
-        if (row.pmtu != 0) {
+        if (row.pmtu == 0) {
+            EXPECT_EQ(add(1, cfg(ip_version)), 0u); // as if it had never been there
+        } else {
             zel_core_term_udp_session_cfg_t expected = cfg(ip_version);
             expected.pmtu = row.pmtu;
             expected.ttl = row.ttl;
@@ -241,7 +253,7 @@ void library_test::run(const operation_row &row, before what)
     }
 }
 
-uint32_t library_test::add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, bool session_type)
+uint32_t library_test::add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, uint8_t session_type)
 {
     return zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, session_type);
 }

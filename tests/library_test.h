@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -19,9 +20,9 @@
 /// They stand in front of the originals because the library calls them through the dynamic symbol.
 struct interposed {
     std::optional<uint32_t> attach_result;
-    std::optional<uint32_t> capabilities_result;
+    std::deque<uint32_t> capabilities_result; ///< of the next calls, first one first
     std::optional<ovlin_capabilities_t> capabilities;
-    std::optional<uint32_t> udp_stop_result;
+    std::optional<uint32_t> udp_stop_result, l2tp_stop_result;
     uint32_t session_type_result = 0;
     int texts_asked = 0;        ///< calls of kiv_util_init_rc_str_get()
     int messages_formatted = 0; ///< calls of zel_trace_internal_vformat_str()
@@ -76,7 +77,7 @@ protected:
     void run(const operation_row &row, before what);
 
     /// A session with uplink flow 1/id and downlink flow 2/5.
-    static uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, bool session_type = false);
+    static uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, uint8_t session_type = 0);
 
     /// Trails are the same over IPv4 and IPv6 but for names: after its first line break, `trail` has $V for "ip" or
     /// "ipv6" and $S for "stats" or "statistics" in the data plane's names, $F for "ipv4" or "ipv6" and $G for

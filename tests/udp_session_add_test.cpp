@@ -13,7 +13,7 @@ class udp_session_add : public library_test {};
 TEST_F(udp_session_add, calls_reports_and_undo)
 {
     const auto add_plain = [](int ip_version) { return add(1, cfg(ip_version)); };
-    const auto add_typed = [](int ip_version) { return add(1, cfg(ip_version), true); };
+    const auto add_typed = [](int ip_version) { return add(1, cfg(ip_version), 0x80); };
     // clang-format off
     const operation_row rows[] = {
         {"success", {4, 6}, add_plain, {}, 0, 0, "2 objects, 2 bindings", 70000, 64, R"(
@@ -118,8 +118,8 @@ TEST_F(udp_session_add, rejections_in_their_order)
     ASSERT_EQ(zel_core_term_start(), 0u);
     ASSERT_EQ(add(7, cfg(4)), 0u);
 
-    // Each row is wrong in its own way and in all the ways of the rows below it, down to the module being stopped
-    // once the first row has seen a session in use.
+    // Two rows with the module started; then each row is wrong in its own way and in all the ways of the rows below
+    // it, down to the module being stopped.
     const struct {
         uint32_t id, uplink_pcep, downlink_pcep, rat_session;
         int ip_version;
@@ -127,6 +127,7 @@ TEST_F(udp_session_add, rejections_in_their_order)
         const char *text;
     } rows[] = {
         {7, 21, 21, 1001, 5, 5, "session id already in use, (udp_session_id)"},
+        {8, 20, 20, 1000, 5, 7, "unsupported IP version, Unsupported IP Version"},
         {0, 21, 21, 1001, 5, 3, "identifier or argument out of range, (udp_session_id)"},
         {70001, 21, 21, 1001, 5, 3, "identifier or argument out of range, (udp_session_id)"},
         {UINT32_MAX, 21, 21, 1001, 5, 3, "identifier or argument out of range, (udp_session_id)"},
@@ -147,7 +148,11 @@ TEST_F(udp_session_add, rejections_in_their_order)
                   "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_add(): "s + row.text + "\n");
         stop_recording();
         EXPECT_EQ(data_plane(), "2 objects, 2 bindings");
-        ASSERT_EQ(zel_udp_session_stop(), 0u);
+        zel_core_term_udp_session_cfg_t stored;
+        EXPECT_EQ(zel_core_term_udp_session_cfg_get(8, &stored), 4u);
+        if (&row != &rows[0]) {
+            ASSERT_EQ(zel_udp_session_stop(), 0u);
+        }
     }
 }
 
@@ -258,6 +263,12 @@ TEST_F(udp_session_add, without_a_ttl_ipv4_sends_0_and_ipv6_128)
 
 TEST_F(udp_session_add, asks_for_no_text_when_every_event_is_off)
 {
+    record({{1, failing}});
+    EXPECT_EQ(add(1, cfg(4)), 13u);
+    EXPECT_EQ(interposed.texts_asked, 1); // when they are on, they ask
+    EXPECT_EQ(interposed.messages_formatted, 2);
+
+    interposed = {};
     listen = false;
     record({{4, failing}, {5, failing}});
     EXPECT_EQ(add(0, cfg(4)), 3u);

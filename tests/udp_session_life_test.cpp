@@ -123,10 +123,10 @@ vok_$V_egress_association_$S_get #2 + vok_syshandle_get + vok_sys_status_get
 tn_zel_term:EXCEPTION zel_udp_session GENERAL $Gget_stats(): injected fault, vok_$V_egress_association_$S_get
 tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): data-plane call failed, $Gget_stats
 )"},
-        {"formatted statistics that are cut", {4, 6}, format_stats_in_no_room, {}, 0, 10, "2 objects, 2 bindings", 70000, 64, R"(
+        {"formatted statistics that are cut", {4, 6}, format_stats_in_no_room, {}, 0, 21, "2 objects, 2 bindings", 70000, 64, R"(
 vok_$V_ingress_association_$S_get #1
 vok_$V_egress_association_$S_get #2
-tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): no free session id, zel_fmt_end
+tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_fmt_stats_get(): text cut, zel_fmt_end
 )"},
     };
     // clang-format on
@@ -155,6 +155,7 @@ TEST_F(udp_session_life, every_operation_refuses_what_is_no_session)
          [&](uint32_t id) { return zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0); }},
     };
     record();
+    const std::vector<uint8_t> zero(sizeof v4), untouched(sizeof v6, 0xAB);
     for (const auto &operation : operations) {
         for (const uint32_t id : {0u, 1u, 70000u, 70001u, UINT32_MAX}) {
             SCOPED_TRACE(operation.name + " "s + std::to_string(id));
@@ -166,13 +167,12 @@ TEST_F(udp_session_life, every_operation_refuses_what_is_no_session)
             EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_udp_session GENERAL "s + operation.name +
                                    "(): " + (in_range ? "session is free" : "identifier or argument out of range") +
                                    ", (udp_session_id)\n");
+            // The IPv4 counters are cleared before any check, the text emptied, the IPv6 counters left alone.
+            EXPECT_EQ(std::memcmp(&v4, zero.data(), sizeof v4) == 0, operation.name == "zel_udp_session_get_stats"s);
+            EXPECT_EQ(std::memcmp(&v6, untouched.data(), sizeof v6), 0);
+            EXPECT_EQ(text[0] == '\0', operation.name == "zel_core_term_udp_session_fmt_stats_get"s);
+            EXPECT_EQ(text[1], 'x');
         }
-        // The IPv4 counters are cleared before any check, the text emptied, the IPv6 counters left alone.
-        const std::vector<uint8_t> zero(sizeof v4), untouched(sizeof v6, 0xAB);
-        EXPECT_EQ(std::memcmp(&v4, zero.data(), sizeof v4) == 0, operation.name == "zel_udp_session_get_stats"s);
-        EXPECT_EQ(std::memcmp(&v6, untouched.data(), sizeof v6), 0);
-        EXPECT_EQ(text[0] == '\0', operation.name == "zel_core_term_udp_session_fmt_stats_get"s);
-        EXPECT_EQ(text[1], 'x');
     }
 }
 
@@ -263,8 +263,8 @@ TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
             EXPECT_EQ(up.header.vrf_id, 7u);
             EXPECT_EQ(up.header.ttl, ttl);
             EXPECT_EQ(up.path_mtu, path_mtu);
-            EXPECT_TRUE(up.has_dscp);
-            EXPECT_EQ(up.dscp, 46);
+            EXPECT_TRUE(up.binding.has_dscp);
+            EXPECT_EQ(up.binding.dscp, 46);
         };
 
         vok_cp_sim_arrival_t arrival = vok_cp_sim_receive(&down, 100);
@@ -279,8 +279,9 @@ TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
 
         // Whatever differs in the header is another packet.
         for (void (*change)(vok_cp_sim_header_t &) : std::initializer_list<void (*)(vok_cp_sim_header_t &)>{
-                 [](auto &h) { h.vrf_id = 8; }, [](auto &h) { h.protocol = 6; }, [](auto &h) { h.src_addr[3] ^= 1; },
-                 [](auto &h) { h.dst_addr[0] ^= 1; }, [](auto &h) { h.src_port = 1; }, [](auto &h) { h.dst_port = 1; },
+                 [](auto &h) { h.vrf_id = 8; }, [](auto &h) { h.protocol = 6; },
+                 [](auto &h) { h.src_addr[h.ip_version == 4 ? 3 : 15] ^= 1; }, [](auto &h) { h.dst_addr[0] ^= 1; },
+                 [](auto &h) { h.src_port = 1; }, [](auto &h) { h.dst_port = 1; },
                  [](auto &h) { h.ip_version ^= 2; }}) {
             vok_cp_sim_header_t other = down;
             change(other);
@@ -295,6 +296,9 @@ TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
 
         ASSERT_EQ(zel_core_term_udp_session_disconnect(id), 0u);
         EXPECT_EQ(vok_cp_sim_receive(&down, 100).fate, VOK_CP_SIM_NOT_BOUND);
+        char after[200];
+        ASSERT_EQ(zel_core_term_udp_session_fmt_stats_get(id, after, sizeof after, 0), 0u);
+        EXPECT_STREQ(after, text); // a dropped packet is not counted
         EXPECT_EQ(vok_cp_sim_send(0x00100000 + id, 1000).fate, VOK_CP_SIM_NOT_BOUND);
         ASSERT_EQ(zel_core_term_udp_session_release(id), 0u);
         EXPECT_EQ(vok_cp_sim_receive(&down, 100).fate, VOK_CP_SIM_NO_ASSOCIATION);
@@ -340,15 +344,25 @@ TEST_F(udp_session_life, statistics_lie_where_the_interface_says_as_far_as_they_
 
 TEST_F(udp_session_life, formatted_statistics_stay_in_their_buffer)
 {
-    ASSERT_EQ(add(1, cfg(4)), 0u);
-    const std::string lines = "IPv4 ingress: 0 packets, 0 octets\nIPv4 egress: 0 packets, 0 octets\n\n";
-    const std::string fields = "IPv4 ingress\n  packets: 0\n  octets: 0\nIPv4 egress\n  packets: 0\n  octets: 0\n\n";
-    for (const auto &[whole, option] : {std::pair{lines, uint8_t{0}}, {fields, uint8_t{1}}}) {
-        for (uint32_t size = 1; size <= whole.size() + 2; ++size) {
+    ASSERT_EQ(add(4, cfg(4)), 0u);
+    ASSERT_EQ(add(6, cfg(6)), 0u);
+    const struct {
+        uint32_t id;
+        uint8_t option;
+        std::string whole;
+    } rows[] = {
+        {4, 0, "IPv4 ingress: 0 packets, 0 octets\nIPv4 egress: 0 packets, 0 octets\n\n"},
+        {4, 1, "IPv4 ingress\n  packets: 0\n  octets: 0\nIPv4 egress\n  packets: 0\n  octets: 0\n\n"},
+        {6, 0, "IPv6 ingress: 0 packets, 0 octets\nIPv6 egress: 0 packets\n\n"},
+        {6, 1, "IPv6 ingress\n  packets: 0\n  octets: 0\nIPv6 egress\n  packets: 0\n\n"},
+        {6, 2, "\n"},
+    };
+    for (const auto &row : rows) {
+        for (uint32_t size = 1; size <= row.whole.size() + 2; ++size) {
             std::vector<char> buf(size + 1, 'x');
-            EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(1, buf.data(), size, option),
-                      size > whole.size() ? 0u : 10u);
-            EXPECT_EQ(buf.data(), whole.substr(0, size - 1)) << size;
+            EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(row.id, buf.data(), size, row.option),
+                      size > row.whole.size() ? 0u : 21u);
+            EXPECT_EQ(buf.data(), row.whole.substr(0, size - 1)) << size;
             EXPECT_EQ(buf[size], 'x');
         }
     }

@@ -64,7 +64,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_clock_freq_get(uint64_t *freq_hz);
 ZEL_CORE_TERM_API void zel_tracepoint(void);
 
 /**
- * Builds a trace message in the calling thread's buffer of 1024 bytes.
+ * Builds a trace message in the calling thread's buffer of 1024 bytes. The buffers are static thread-local storage, so
+ * that tracing never allocates; a process that loads the library by dlopen() must have so much of it left.
  *
  * @param prefix_fmt format with one "%s" for `func`; used only when `func` is given; its text is cut at 255
  *                   characters

@@ -149,7 +149,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  *         ingress association, egress association) and the id is free. The data plane keeps something that no
  *         session owns where taking it down failed too, and where a bind took effect although it failed: the failed
  *         bind itself is not undone.
- *         4: the table was emptied while the add ran, which a caller that serialises never sees; undone likewise.
+ *         4: the id was freed while the add ran, which a caller that serialises never sees; undone likewise, as far as
+ *         the table still shows it.
  *         Any other: the code of the session-type hook; undone likewise, except that after a 3 or a 5 of the hook
  *         nothing is undone: the id stays in use with both associations and no binding, until it is released.
  */
@@ -164,8 +165,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id
  *
  * @param udp_session_id the session, in use, connected or not
  * @param pmtu           bytes; all 32 bits are kept in the configuration, the low 16 go to the data plane
- * @return 0: changed. 3: the id is outside 1 to 70,000; 4: it is free; 7: the session is not over IPv6; 13: the data
- *         plane refused: nothing was changed
+ * @return 0: changed. 3: the id is outside 1 to 70,000; 4: it is free; 7: the session is not over IPv6: nothing was
+ *         done. 13: the data plane refused: the session's configuration is unchanged
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_pmtu(uint32_t udp_session_id, uint32_t pmtu);
 
@@ -226,7 +227,7 @@ ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_i
  * @param buf            receives the text; must be valid and at least one byte. It is set to the empty text before
  *                       anything else, and stays empty when the counters cannot be read
  * @param buf_size       bytes of `buf`, passed on to the formatters
- * @param fmt_option     passed on to the formatters
+ * @param fmt_option     passed on to the formatters; what they answer is not looked at
  * @return 0. 3: the id is outside 1 to 70,000; 4: it is free; 13: the data plane refused. Any other: the code of
  *         zel_fmt_end(), with the text as far as it was made
  */

@@ -129,8 +129,9 @@ typedef enum vok_cp_sim_fate {
 /** A received packet's way through the data plane. What it did not come to is 0. */
 typedef struct vok_cp_sim_arrival {
     vok_cp_sim_fate_t fate;
-    uint64_t association;   /**< the ingress association that matched */
-    uint32_t ovlin_flow_id; /**< where it ends */
+    uint64_t association;         /**< the ingress association that matched */
+    uint32_t ovlin_flow_id;       /**< where it ends */
+    vok_cp_sim_binding_t binding; /**< that took it there; valid until the data plane changes */
 } vok_cp_sim_arrival_t;
 
 /** The way of a packet from an ovlin flow, and the header that it leaves with. What it did not come to is 0. */
@@ -138,9 +139,8 @@ typedef struct vok_cp_sim_departure {
     vok_cp_sim_fate_t fate;
     uint64_t association; /**< the egress association that sends it */
     vok_cp_sim_header_t header;
-    uint32_t path_mtu; /**< bytes; 0: none given */
-    bool has_dscp;     /**< the binding sets a DSCP */
-    uint8_t dscp;
+    uint32_t path_mtu;            /**< bytes; 0: none given */
+    vok_cp_sim_binding_t binding; /**< that took it there, with the DSCP; valid until the data plane changes */
 } vok_cp_sim_departure_t;
 
 /**

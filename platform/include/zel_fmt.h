@@ -22,7 +22,7 @@ extern "C" {
  * @param buf_size   bytes of the whole buffer, its NUL included
  * @param fmt_option 0: one line; 1: a heading and each field with its name on a line of its own
  * @param record     the statistics record of that kind of association
- * @return 0; 2 when a pointer is NULL; 3 when the buffer holds no terminated text or the option is unknown
+ * @return 0; 2 when a pointer is NULL; 20 when the buffer holds no terminated text or the option is unknown
  */
 uint32_t zel_fmt_ipv4_ingress_assoc_stats(char *buf, uint32_t buf_size, uint8_t fmt_option, const void *record);
 uint32_t zel_fmt_ipv4_egress_assoc_stats(char *buf, uint32_t buf_size, uint8_t fmt_option, const void *record);
@@ -32,7 +32,7 @@ uint32_t zel_fmt_ipv6_egress_assoc_stats(char *buf, uint32_t buf_size, uint8_t f
 /**
  * Closes the text with an empty line.
  *
- * @return 0; 2 when `buf` is NULL; 3 when the buffer holds no terminated text; 10 when the text was cut
+ * @return 0; 2 when `buf` is NULL; 20 when the buffer holds no terminated text; 21 when the text was cut
  */
 uint32_t zel_fmt_end(char *buf, uint32_t buf_size);
 

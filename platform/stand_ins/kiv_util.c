@@ -11,6 +11,8 @@ const char *kiv_util_init_rc_str_get(uint32_t result_code)
     case 7: return "unsupported IP version";
     case 10: return "no free session id";
     case 13: return "data-plane call failed";
+    case 20: return "bad formatter argument";
+    case 21: return "text cut";
     default: return "unknown result code";
     }
 }

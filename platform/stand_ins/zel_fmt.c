@@ -8,7 +8,7 @@
 
 #include "vok_cp.h"
 
-enum { success = 0, null_argument = 2, bad_argument = 3, text_cut = 10 };
+enum { success = 0, null_argument = 2, bad_argument = 20, text_cut = 21 };
 
 /* A text that was cut fills its buffer to the last byte, so nothing can follow it, not even the end. */
 static __attribute__((format(printf, 3, 4))) uint32_t append(char *buf, uint32_t buf_size, const char *format, ...)

@@ -41,6 +41,16 @@ const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *f
 
 namespace zel {
 
+traced_function::traced_function(trace_site site, const char *category) : site_(site), category_(category)
+{
+    ZEL_TRACE(tn_zel_term, FN_ENTER, site_, category_, "%s()", nullptr);
+}
+
+traced_function::~traced_function()
+{
+    ZEL_TRACE(tn_zel_term, FN_EXIT, site_, category_, "%s()", nullptr);
+}
+
 u32 report(trace_site site, u32 result_code, const char *concerned)
 {
     ZEL_TRACE(tn_zel_init, EXCEPTION, site, category::general, "%s(): ", "%s, %s",

@@ -51,11 +51,8 @@ inline const void *as_pointer(u64 handle)
 /// Reports the entry into a function, and on every path the return from it.
 class traced_function {
 public:
-    traced_function(trace_site site, const char *category) : site_(site), category_(category)
-    {
-        ZEL_TRACE(tn_zel_term, FN_ENTER, site_, category_, "%s()", nullptr);
-    }
-    ~traced_function() { ZEL_TRACE(tn_zel_term, FN_EXIT, site_, category_, "%s()", nullptr); }
+    traced_function(trace_site site, const char *category);
+    ~traced_function();
     traced_function(const traced_function &) = delete;
     traced_function &operator=(const traced_function &) = delete;
 

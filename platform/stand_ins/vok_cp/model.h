@@ -47,6 +47,12 @@ struct binding {
     std::uint8_t dscp;
 };
 
+/// A binding as the simulation interface shows it.
+inline vok_cp_sim_binding_t shown(const binding &b)
+{
+    return {&b.record, b.has_dscp, b.dscp};
+}
+
 /// What an object's record says of the packets that it matches or sends.
 vok_cp_sim_header_t header_of(const object &o);
 std::uint32_t path_mtu_of(const object &o);

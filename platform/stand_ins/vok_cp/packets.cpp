@@ -30,13 +30,12 @@ void put(std::uint8_t (&address)[16], vok_ipv6_address ipv6) // by value: a pack
     }
 }
 
-/// @param protocol 0, which an egress record may leave it at, is UDP
 template <typename Record>
 vok_cp_sim_header_t header(const Record &r, std::uint8_t ip_version, std::uint8_t protocol, std::uint8_t ttl)
 {
     vok_cp_sim_header_t h{};
     h.ip_version = ip_version;
-    h.protocol = protocol != 0 ? protocol : udp;
+    h.protocol = protocol;
     h.vrf_id = r.ipVrdId;
     put(h.src_addr, r.srcAddr);
     put(h.dst_addr, r.dstAddr);
@@ -44,6 +43,12 @@ vok_cp_sim_header_t header(const Record &r, std::uint8_t ip_version, std::uint8_
     h.dst_port = r.dstPort;
     h.ttl = ttl;
     return h;
+}
+
+/// An egress record may leave the protocol 0, and then sends UDP.
+std::uint8_t protocol_sent(std::uint8_t protocol)
+{
+    return protocol != 0 ? protocol : udp;
 }
 
 bool port_matches(std::uint16_t wanted, std::uint16_t port)
@@ -80,7 +85,7 @@ vok_cp_sim_header_t header_of(const object &o)
     }
     case VOK_CP_SIM_IPV4_EGRESS: {
         const auto r = record_of<vok_ip_egress_record>(o);
-        return header(r, 4, r.prot, r.ttl);
+        return header(r, 4, protocol_sent(r.prot), r.ttl);
     }
     case VOK_CP_SIM_IPV6_INGRESS: {
         const auto r = record_of<vok_ipv6_ingress_record>(o);
@@ -88,7 +93,7 @@ vok_cp_sim_header_t header_of(const object &o)
     }
     case VOK_CP_SIM_IPV6_EGRESS: {
         const auto r = record_of<vok_ipv6_egress_record>(o);
-        return header(r, 6, r.nextHeader, r.hopLimit);
+        return header(r, 6, protocol_sent(r.nextHeader), r.hopLimit);
     }
     case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: {
         const auto r = record_of<vok_l2tpv3_ingress_flow_record>(o);
@@ -142,20 +147,20 @@ vok_cp_sim_arrival_t model::receive(const vok_cp_sim_header_t &h, std::uint32_t 
         return receives && matches(header_of(entry.second), h);
     });
     if (found == objects_.end())
-        return {VOK_CP_SIM_NO_ASSOCIATION, 0, 0};
+        return {VOK_CP_SIM_NO_ASSOCIATION, 0, 0, {}};
     auto &[association, object] = *found;
 
     const binding *last = binding_from(association, 0, VOK_BIND_F2ID);
     if (const binding *to_interface = binding_from(association, 0, VOK_BIND_F2F)) {
         const std::uint64_t flow = l2tp_flow(to_interface->record.destFlowHandle, h);
         if (flow == 0)
-            return {VOK_CP_SIM_NO_L2TPV3_FLOW, association, 0};
+            return {VOK_CP_SIM_NO_L2TPV3_FLOW, association, 0, {}};
         last = binding_from(flow, 0, VOK_BIND_F2ID);
     }
     if (last == nullptr)
-        return {VOK_CP_SIM_NOT_BOUND, association, 0};
+        return {VOK_CP_SIM_NOT_BOUND, association, 0, {}};
     count(object, octets);
-    return {VOK_CP_SIM_FORWARDED, association, last->record.dstFlowID};
+    return {VOK_CP_SIM_FORWARDED, association, last->record.dstFlowID, shown(*last)};
 }
 
 vok_cp_sim_departure_t model::send(std::uint32_t ovlin_flow_id, std::uint32_t octets)
@@ -164,12 +169,11 @@ vok_cp_sim_departure_t model::send(std::uint32_t ovlin_flow_id, std::uint32_t oc
     if (last != nullptr && objects_.at(last->record.destFlowHandle).kind == VOK_CP_SIM_L2TPV3_EGRESS_FLOW)
         last = binding_from(last->record.destFlowHandle, 0, VOK_BIND_F2F);
     if (last == nullptr)
-        return {VOK_CP_SIM_NOT_BOUND, 0, {}, 0, false, 0};
+        return {VOK_CP_SIM_NOT_BOUND, 0, {}, 0, {}};
     object &association = objects_.at(last->record.destFlowHandle);
     count(association, octets);
-    return {VOK_CP_SIM_FORWARDED,   last->record.destFlowHandle,
-            header_of(association), path_mtu_of(association),
-            last->has_dscp,         last->dscp};
+    return {VOK_CP_SIM_FORWARDED, last->record.destFlowHandle, header_of(association), path_mtu_of(association),
+            shown(*last)};
 }
 
 } // namespace vok_cp

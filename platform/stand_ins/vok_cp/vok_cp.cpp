@@ -47,7 +47,7 @@ template <typename Effect> status perform(const vok_cp_sim_call_t &call, Effect 
 
 template <typename Record> std::span<const std::byte> bytes_of(const Record *record)
 {
-    return {reinterpret_cast<const std::byte *>(record), sizeof(Record)};
+    return {reinterpret_cast<const std::byte *>(record), record != nullptr ? sizeof(Record) : 0};
 }
 
 template <typename Record>
@@ -272,7 +272,7 @@ void vok_cp_sim_walk_objects(void (*visit)(void *, const vok_cp_sim_object_t *),
 void vok_cp_sim_walk_bindings(void (*visit)(void *, const vok_cp_sim_binding_t *), void *context)
 {
     for (const auto &[key, binding] : data_plane.bindings()) {
-        const vok_cp_sim_binding_t shown{&binding.record, binding.has_dscp, binding.dscp};
+        const vok_cp_sim_binding_t shown = vok_cp::shown(binding);
         visit(context, &shown);
     }
 }
