@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <set>
@@ -9,6 +10,7 @@
 #include <string>
 
 #include "event_listener.h"
+#include "zel_core_term/zel_l2tp_control_connection.h"
 
 namespace CLI {
 class App;
@@ -29,19 +31,33 @@ public:
     /// @throws bad_line
     void execute(const std::string &line);
 
-private:
     struct line_options;
+
+private:
+    /// What a control connection was added with, or moved to.
+    struct connection {
+        zel_core_term_l2tp_control_connection_cfg_t cfg;
+        std::uint32_t pcep, rat_session;
+        std::uint8_t dscp, session_type;
+    };
 
     void add_library_commands(CLI::App &app);
     void add_udp_commands(CLI::App &app, line_options &options);
+    void add_l2tp_commands(CLI::App &app, line_options &options);
+    void add_connection_commands(CLI::App &l2tp, line_options &options);
+    void add_session_commands(CLI::App &l2tp, line_options &options);
     void add_packet_commands(CLI::App &app, line_options &options);
     void add_view_commands(CLI::App &app, line_options &options);
     void show_result(const std::string &operation, std::uint32_t result_code);
     void show_help(const CLI::App &asked);
     void show_udp_sessions();
-    void show_events(bool on);
+    void show_events(const std::string &which);
+    const connection &known_connection(std::uint32_t id) const;
+    void forget_removed_connections();
 
     std::ostream &out_;
     std::unique_ptr<event_listener> listener_;
-    std::set<std::uint32_t> udp_sessions_; ///< the ids that were added and not released
+    std::map<std::uint32_t, connection> connections_;
+    std::map<std::uint32_t, std::uint32_t> l2tp_sessions_; ///< by id: the control connection that carries it
+    std::set<std::uint32_t> udp_sessions_;                 ///< the ids that were added and not released
 };

@@ -82,6 +82,25 @@ text_table::row describe(const vok_cp_sim_object_t &o)
     return row;
 }
 
+struct counts {
+    int objects = 0, interfaces = 0, bindings = 0;
+};
+
+counts count_data_plane()
+{
+    counts c;
+    vok_cp_sim_walk_objects(
+        [](void *context, const vok_cp_sim_object_t *o) {
+            auto &counted = *static_cast<counts *>(context);
+            ++counted.objects;
+            counted.interfaces += o->kind == VOK_CP_SIM_L2TPV3_INTERFACE;
+        },
+        &c);
+    vok_cp_sim_walk_bindings(
+        [](void *context, const vok_cp_sim_binding_t *) { ++static_cast<counts *>(context)->bindings; }, &c);
+    return c;
+}
+
 } // namespace
 
 void show_data_plane(std::ostream &out)
@@ -108,11 +127,20 @@ void show_data_plane(std::ostream &out)
 
 std::string data_plane_counts()
 {
-    int objects = 0, bindings = 0;
-    vok_cp_sim_walk_objects([](void *count, const vok_cp_sim_object_t *) { ++*static_cast<int *>(count); }, &objects);
-    vok_cp_sim_walk_bindings([](void *count, const vok_cp_sim_binding_t *) { ++*static_cast<int *>(count); },
-                             &bindings);
-    return std::to_string(objects) + " objects, " + std::to_string(bindings) + " bindings";
+    const counts c = count_data_plane();
+    return std::to_string(c.objects) + " objects, " + std::to_string(c.bindings) + " bindings";
+}
+
+bool data_plane_is_empty()
+{
+    const counts c = count_data_plane();
+    return c.objects == 0 && c.bindings == 0;
+}
+
+bool data_plane_is_only_interface()
+{
+    const counts c = count_data_plane();
+    return c.objects == 1 && c.interfaces == 1 && c.bindings == 0;
 }
 
 std::string to_text(const vok_cp_sim_arrival_t &a)

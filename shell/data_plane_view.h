@@ -12,5 +12,11 @@ void show_data_plane(std::ostream &out);
 /// "2 objects, 1 bindings"
 std::string data_plane_counts();
 
+/// No object and no binding.
+bool data_plane_is_empty();
+
+/// One L2TPv3 ingress interface and nothing else.
+bool data_plane_is_only_interface();
+
 std::string to_text(const vok_cp_sim_arrival_t &arrival);
 std::string to_text(const vok_cp_sim_departure_t &departure);

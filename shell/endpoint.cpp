@@ -17,6 +17,14 @@ std::uint16_t parse_port(const std::string &text)
     return port;
 }
 
+endpoint parse_address(int ip_version, const std::string &text, std::uint16_t port)
+{
+    endpoint e{ip_version, {}, port};
+    if (inet_pton(ip_version == 6 ? AF_INET6 : AF_INET, text.c_str(), e.address.data()) != 1)
+        throw std::invalid_argument("'" + text + "' is not an IPv" + std::to_string(ip_version) + " address");
+    return e;
+}
+
 } // namespace
 
 endpoint parse_endpoint(const std::string &text)
@@ -26,11 +34,14 @@ endpoint parse_endpoint(const std::string &text)
     if (colon == std::string::npos || (!bracketed && text.find(':') != colon))
         throw std::invalid_argument("'" + text + "' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)");
 
-    endpoint e{bracketed ? 6 : 4, {}, parse_port(text.substr(colon + 1))};
-    const std::string address = bracketed ? text.substr(1, colon - 2) : text.substr(0, colon);
-    if (inet_pton(bracketed ? AF_INET6 : AF_INET, address.c_str(), e.address.data()) != 1)
-        throw std::invalid_argument("'" + address + "' is not an IPv" + std::to_string(e.ip_version) + " address");
-    return e;
+    const std::uint16_t port = parse_port(text.substr(colon + 1));
+    return bracketed ? parse_address(6, text.substr(1, colon - 2), port)
+                     : parse_address(4, text.substr(0, colon), port);
+}
+
+endpoint parse_ipv4(const std::string &text)
+{
+    return parse_address(4, text, 0);
 }
 
 std::string address_text(int ip_version, const std::uint8_t (&address)[16])

@@ -127,8 +127,7 @@ std::string hex(uint32_t value)
 library_test::library_test()
 {
     interposed = {};
-    vok_cp_sim_reset();
-    EXPECT_EQ(zel_core_term_start(), 0u);
+    reset();
     recording = this;
 }
 
@@ -139,6 +138,13 @@ library_test::~library_test()
     interposed = {};
     vok_cp_sim_reset();
     zel_core_term_stop();
+}
+
+void library_test::reset()
+{
+    vok_cp_sim_reset();
+    l2tp_control_ingress_interface = 0; // it outlives stop and start, but not a data plane that is empty again
+    EXPECT_EQ(zel_core_term_start(), 0u);
 }
 
 void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
@@ -188,7 +194,7 @@ std::vector<uint8_t> library_test::handle_bytes(int number) const
 
 std::string library_test::name(uint64_t handle) const
 {
-    return "#" + std::to_string(static_cast<int64_t>(handle - handles_before_));
+    return handle == 0 ? "none" : "#" + std::to_string(static_cast<int64_t>(handle - handles_before_));
 }
 
 vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *call)
@@ -205,8 +211,8 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         line += " " + test.name(call->handle);
     if (line.ends_with("bind")) {
         const auto &r = *static_cast<const vok_bind_record *>(call->record);
-        line += r.bindKind == VOK_BIND_ID2F ? " " + hex(r.srcFlowID) + " -> " + test.name(r.destFlowHandle)
-                                            : " " + test.name(r.srcFlowHandle) + " -> " + hex(r.dstFlowID);
+        line += " " + (r.bindKind == VOK_BIND_ID2F ? hex(r.srcFlowID) : test.name(r.srcFlowHandle)) + " -> " +
+                (r.bindKind == VOK_BIND_F2ID ? hex(r.dstFlowID) : test.name(r.destFlowHandle));
         if (r.dscpRef != nullptr)
             seen.dscp = *r.dscpRef;
         std::fill_n(seen.record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
@@ -224,8 +230,7 @@ void library_test::run(const operation_row &row, before what)
 {
     for (const int ip_version : row.ip_versions) {
         SCOPED_TRACE(std::string(row.what) + " over IPv" + std::to_string(ip_version));
-        vok_cp_sim_reset();
-        ASSERT_EQ(zel_core_term_start(), 0u);
+        reset();
         record();
         if (what == before::session_1) {
             ASSERT_EQ(add(1, cfg(ip_version)), 0u);

@@ -43,6 +43,9 @@ protected:
     std::vector<std::string> keep_delays_of; ///< delay warnings with one of these texts are kept
     bool listen = true;                      ///< false: no event is enabled while trail() collects
 
+    /// A library that was just started over an empty data plane.
+    static void reset();
+
     /// Starts to collect anew. The n-th data-plane call from now, those that only serve a failure's text not
     /// counted, is answered as `faults` says.
     void record(std::map<int, vok_cp_sim_answer_t> faults = {});

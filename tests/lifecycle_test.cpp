@@ -56,12 +56,14 @@ TEST_F(lifecycle, start_and_stop_with_each_step_failing)
 
     interposed.capabilities_result = {2, 2};
     EXPECT_EQ(zel_core_term_start(), 2u);
-    const std::string no_capabilities = "required output pointer is NULL, zel_core_ic_ovlin_capabilities_get\n";
+    const std::string no_capabilities =
+        "output pointer is NULL, or fell back to the old configuration, zel_core_ic_ovlin_capabilities_get\n";
     EXPECT_EQ(trail(),
               start_trail(enter("zel_udp_session", "UDP_SESSION", "zel_udp_session_start") +
                           "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_udp_session_start(): " + no_capabilities +
                           exit("zel_udp_session", "UDP_SESSION", "zel_udp_session_start") + start_exception +
-                          "required output pointer is NULL, zel_udp_session_start\n" + term_failed));
+                          "output pointer is NULL, or fell back to the old configuration, zel_udp_session_start\n" +
+                          term_failed));
     EXPECT_EQ(zel_getHandles()->vok_instance, VOK_CP_SIM_INSTANCE);
     EXPECT_EQ(zel_getHandles()->ovlin_flow_type, VOK_CP_SIM_OVLIN_FLOW_TYPE);
     EXPECT_EQ(zel_handles, nullptr);
@@ -71,7 +73,8 @@ TEST_F(lifecycle, start_and_stop_with_each_step_failing)
     EXPECT_EQ(trail(), start_trail(udp_started + l2tp_starts +
                                    "tn_zel_init:EXCEPTION zel_l2tp GENERAL zel_l2tp_start(): " + no_capabilities +
                                    exit("zel_l2tp", "L2TP_CONTROL_CONNECTION", "zel_l2tp_start") + start_exception +
-                                   "required output pointer is NULL, zel_l2tp_start\n" + term_failed));
+                                   "output pointer is NULL, or fell back to the old configuration, zel_l2tp_start\n" +
+                                   term_failed));
     EXPECT_EQ(zel_handles, zel_getHandles());
     interposed.capabilities_result.clear();
 
@@ -176,7 +179,7 @@ TEST_F(udp_queries, capabilities)
     record();
     EXPECT_EQ(zel_core_term_udp_session_capabilities_get(nullptr), 2u);
     EXPECT_EQ(trail(), "tn_zel_init:EXCEPTION zel_udp_session GENERAL zel_core_term_udp_session_capabilities_get(): "
-                       "required output pointer is NULL, capabilities == NULL\n");
+                       "output pointer is NULL, or fell back to the old configuration, capabilities == NULL\n");
     zel_core_term_udp_session_capabilities_t capabilities;
     EXPECT_EQ(zel_core_term_udp_session_capabilities_get(&capabilities), 0u);
     EXPECT_EQ(capabilities.max_udp_sessions, 70'000u);

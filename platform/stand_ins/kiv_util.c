@@ -4,7 +4,7 @@ const char *kiv_util_init_rc_str_get(uint32_t result_code)
 {
     switch (result_code) {
     case 0: return "success";
-    case 2: return "required output pointer is NULL";
+    case 2: return "output pointer is NULL, or fell back to the old configuration";
     case 3: return "identifier or argument out of range";
     case 4: return "session is free";
     case 5: return "session id already in use";

@@ -1,0 +1,64 @@
+// The commands that take packets through the stand-in data plane.
+#include <algorithm>
+
+#include "data_plane_view.h"
+#include "line_options.h"
+
+namespace {
+
+constexpr std::uint8_t protocol_udp = 17, protocol_l2tpv3 = 115;
+
+vok_cp_sim_header_t received(const endpoint &from, const endpoint &to, std::uint8_t protocol, std::uint32_t vrf)
+{
+    vok_cp_sim_header_t header{};
+    header.ip_version = static_cast<std::uint8_t>(from.ip_version);
+    header.protocol = protocol;
+    header.vrf_id = vrf;
+    std::ranges::copy(from.address, header.src_addr);
+    std::ranges::copy(to.address, header.dst_addr);
+    header.src_port = from.port;
+    header.dst_port = to.port;
+    return header;
+}
+
+} // namespace
+
+void commands::add_packet_commands(CLI::App &app, line_options &o)
+{
+    CLI::App *packet = app.add_subcommand("packet", "the data plane receives a packet")->require_subcommand(1);
+    CLI::App *udp = packet->add_subcommand("udp", "a UDP packet");
+    add_endpoint(udp, "--from", o.remote, "its source, IPv6 as [2001:db8::1]:2152");
+    add_endpoint(udp, "--to", o.local, "its destination, of the same IP version");
+    add_number(udp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
+    add_number(udp, "--octets", o.octets, "its size")->capture_default_str();
+    udp->callback([this, &o] {
+        const endpoint from = parse_endpoint(o.remote), to = parse_endpoint(o.local);
+        require_same_version("--from", from, "--to", to);
+        const vok_cp_sim_header_t header = received(from, to, protocol_udp, o.vrf);
+        out_ << "packet " << to_text(vok_cp_sim_receive(&header, o.octets)) << '\n';
+    });
+
+    CLI::App *l2tp = packet->add_subcommand("l2tp", "an L2TPv3 packet over IPv4");
+    add_ipv4(l2tp, "--from", o.remote, "its source");
+    add_ipv4(l2tp, "--to", o.local, "its destination");
+    CLI::Option *session = add_number(l2tp, "--session", o.local_session_id, "the session id that it carries");
+    CLI::Option *control_message = add_number(l2tp, "--connection", o.connection_id,
+                                              "a control message: the control connection id that it carries");
+    add_number(l2tp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
+    add_number(l2tp, "--octets", o.octets, "its size")->capture_default_str();
+    l2tp->callback([this, &o, session, control_message] {
+        if (session->empty() == control_message->empty())
+            throw bad_line("--session or --connection is required, and not both");
+        vok_cp_sim_header_t header = received(parse_ipv4(o.remote), parse_ipv4(o.local), protocol_l2tpv3, o.vrf);
+        header.l2tp_session_id = o.local_session_id;
+        header.l2tp_connection_id = o.connection_id;
+        out_ << "packet " << to_text(vok_cp_sim_receive(&header, o.octets)) << '\n';
+    });
+
+    CLI::App *send = app.add_subcommand("send", "an ovlin flow sends a packet");
+    send->add_option("FLOW", o.flow, "ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)")
+        ->required()
+        ->check(readable_by(parse_flow));
+    add_number(send, "--octets", o.octets, "its size")->capture_default_str();
+    send->callback([this, &o] { out_ << "packet " << to_text(vok_cp_sim_send(parse_flow(o.flow), o.octets)) << '\n'; });
+}
