@@ -87,6 +87,8 @@ protected:
     /// "zel_udp_session_" or "zel_ipv6_udp_session_" in the library's.
     static std::string for_version(const char *trail, int ip_version);
 
+    uint64_t handles_before() const { return handles_before_; }
+
     static zel_core_term_udp_session_cfg_t cfg(int ip_version);
     static std::string data_plane();                     ///< "objects, bindings" by number
     std::vector<uint8_t> handle_bytes(int number) const; ///< of handle #number

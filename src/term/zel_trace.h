@@ -19,7 +19,8 @@ struct trace_site {
 #define ZEL_LITERAL_OF(token) #token
 #define ZEL_LITERAL(macro) ZEL_LITERAL_OF(macro)
 
-/// The trace site of the statement that it stands in; never inside a lambda, whose __func__ is another.
+/// The trace site of the statement that it stands in; never inside a lambda, whose __func__ is another. In a statement
+/// of several lines it is the first or the last of them, as the compiler has it.
 #define ZEL_HERE (::zel::trace_site{__func__, ZEL_MODULE ":" ZEL_LITERAL(__LINE__)})
 
 namespace category {

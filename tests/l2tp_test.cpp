@@ -1,0 +1,720 @@
+// L2TPv3 control connections and sessions: what they send, what they report, what sharing and faults leave.
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "l2tp/ip_associations.h"
+#include "library_test.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+constexpr uint8_t peer_a = 7, peer_b = 9; ///< last byte of 198.51.100.x
+
+class l2tp : public library_test {
+protected:
+    static zel_core_term_l2tp_control_connection_cfg_t configuration(uint8_t peer, uint32_t vrf = 0x01020304)
+    {
+        zel_core_term_l2tp_control_connection_cfg_t cfg{};
+        std::memcpy(cfg.local_addr, "\xc0\x00\x02\x01 not read", 13);
+        std::memcpy(cfg.remote_addr, "\xc6\x33\x64", 3);
+        cfg.remote_addr[3] = peer;
+        cfg.vrf_id = vrf;
+        cfg.ttl = 64;
+        return cfg;
+    }
+
+    static uint32_t connect(uint32_t id, uint8_t peer = peer_a, uint8_t session_type = 0)
+    {
+        const auto cfg = configuration(peer);
+        return zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, session_type);
+    }
+    static uint32_t remove(uint32_t id) { return zel_core_term_l2tp_control_connection_rem(id, 3, 10 + id); }
+    static uint32_t add_session(uint32_t id, uint32_t connection = 1, uint8_t session_type = 0)
+    {
+        return zel_core_term_l2tp_session_add(46, id % 2, 5, 0x12345, 50000 + id, connection, id, session_type);
+    }
+    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions, uint8_t dscp = 40,
+                         zel_core_term_l2tp_control_connection_cfg_t *used = nullptr)
+    {
+        auto cfg = configuration(to);
+        const auto old = configuration(peer_a);
+        const uint32_t result = zel_core_term_l2tp_control_connection_modify(
+            1, sessions.data(), static_cast<uint32_t>(sessions.size()), &cfg, 3, 11, dscp, 48, old.remote_addr, 0);
+        if (used != nullptr)
+            *used = cfg;
+        return result;
+    }
+
+    static bool is_free(uint32_t connection)
+    {
+        static const l2tp_control_entry free{};
+        return std::memcmp(&l2tp_control_table[connection], &free, sizeof free) == 0;
+    }
+    static bool is_free_session(uint32_t session)
+    {
+        static const l2tp_session_entry free{};
+        return std::memcmp(&l2tp_session_table[session - 48], &free, sizeof free) == 0;
+    }
+
+    /// The fate of a packet for a connection's control messages, or with a session id for that session.
+    static vok_cp_sim_fate_t receive(uint8_t peer, uint32_t connection, uint32_t session = 0)
+    {
+        const auto cfg = configuration(peer);
+        vok_cp_sim_header_t h{};
+        h.ip_version = 4;
+        h.protocol = 115;
+        h.vrf_id = cfg.vrf_id;
+        std::memcpy(h.src_addr, cfg.remote_addr, 4);
+        std::memcpy(h.dst_addr, cfg.local_addr, 4);
+        (session != 0 ? h.l2tp_session_id : h.l2tp_connection_id) = session != 0 ? 50000 + session : 1000 + connection;
+        return vok_cp_sim_receive(&h, 100).fate;
+    }
+    /// "peer dscp" that a packet from an ovlin flow leaves with, or "lost".
+    static std::string send(uint32_t flow)
+    {
+        const vok_cp_sim_departure_t d = vok_cp_sim_send(flow, 100);
+        return d.fate == VOK_CP_SIM_FORWARDED
+                   ? std::to_string(d.header.dst_addr[3]) + " " + std::to_string(d.binding.dscp)
+                   : "lost";
+    }
+
+    /// The calls of a trail and what the operation itself reports, without what only announces or repeats.
+    static std::string essence(const std::string &trail)
+    {
+        std::istringstream lines(trail);
+        std::string line, kept;
+        while (std::getline(lines, line)) {
+            const std::string call = line.substr(0, line.find(" + "));
+            if (line.starts_with("vok_") || line.starts_with("session type"))
+                kept += call + (call == line ? "\n" : " fails\n");
+            else if (line.find(":ERROR ") != std::string::npos || line.find("tn_zel_init:") == 0)
+                kept += line.substr(line.rfind("(): ") + 4) + "\n";
+        }
+        return kept;
+    }
+};
+
+TEST_F(l2tp, everything_that_is_called_and_reported_in_two_lives)
+{
+    record();
+    EXPECT_EQ(connect(1, peer_a, 1), 0u);
+    EXPECT_EQ(connect(2), 0u); // shares
+    EXPECT_EQ(add_session(101, 1, 0x80), 0u);
+    EXPECT_EQ(add_session(100, 1), 0u);
+    EXPECT_EQ(move(peer_b, {101, 100}), 0u);
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 101), 0u);
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 100), 0u);
+    EXPECT_EQ(remove(1), 0u);
+    EXPECT_EQ(remove(2), 0u);
+    EXPECT_EQ(remove(3), 0u); // never there
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 336), 0u);
+    std::ifstream file(ZEL_SOURCE_DIR "/../tests/expected/l2tp_trail.txt");
+    std::string expected(std::istreambuf_iterator<char>(file), {});
+    std::string got = trail();
+    for (std::size_t at = 0; (at = got.find("Handle=0x", at)) != std::string::npos; at += 7) {
+        std::size_t digits = 0;
+        const uint64_t handle = std::stoull(got.substr(at + 7), &digits, 16);
+        got.replace(at + 7, digits, "#" + std::to_string(handle - handles_before()));
+    }
+    EXPECT_EQ(got, expected);
+    EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+}
+
+/// A record of which only these bytes are not zero.
+std::vector<uint8_t> golden(std::size_t size, const std::map<std::size_t, std::vector<uint8_t>> &bytes)
+{
+    std::vector<uint8_t> all(size);
+    for (const auto &[offset, some] : bytes)
+        std::copy(some.begin(), some.end(), all.begin() + static_cast<std::ptrdiff_t>(offset));
+    return all;
+}
+
+TEST_F(l2tp, records_and_table_entries_byte_for_byte)
+{
+    record();
+    ASSERT_EQ(connect(1), 0u);
+    ASSERT_EQ(add_session(101), 0u);
+    const std::vector<uint8_t> interface = handle_bytes(1), ingress = handle_bytes(2), flow = handle_bytes(3),
+                               egress = handle_bytes(4), in = handle_bytes(5), out = handle_bytes(6);
+    const std::vector<uint8_t> ip = {0x0a}, l2tp_type = {0x0e}, ovlin = {0x11}, high = {0x5a}, one = {1};
+    const std::vector<uint8_t> local = {1, 2, 0, 0xc0}, remote = {7, 100, 51, 198}, vrf = {4, 3, 2, 1};
+    // clang-format off
+    const auto bind = [&](uint8_t kind, uint8_t direction, const std::vector<uint8_t> &source_type, const std::vector<uint8_t> &source,
+                          const std::vector<uint8_t> &source_id, const std::vector<uint8_t> &type, const std::vector<uint8_t> &destination,
+                          const std::vector<uint8_t> &id) {
+        return golden(96, {{0, {kind}}, {4, {direction}}, {8, one}, {0x10, source_type}, {0x17, high}, {0x18, source}, {0x20, source_id},
+                           {0x24, one}, {0x28, type}, {0x2f, high}, {0x30, destination}, {0x38, id}, {0x3c, one}, {0x54, one}});
+    };
+    const std::pair<const char *, std::vector<uint8_t>> expected[] = {
+        {"vok_l2tpv3_ingress_interface_add", golden(4, {})},
+        {"vok_ip_ingress_association_create", golden(128, {{0, {0x9c}}, {0x10, vrf}, {0x20, local}, {0x24, {32}}, {0x28, remote},
+                                                           {0x2c, {32}}, {0x30, {115}}, {0x38, one}})},
+        {"vok_l2tpv3_ingress_flow_create", golden(24, {{0, {3}}, {8, interface}, {16, {0xe9, 3}}})},
+        {"vok_bind", bind(3, 1, ip, ingress, {}, l2tp_type, interface, {})},
+        {"vok_bind", bind(5, 2, l2tp_type, flow, {}, ovlin, {}, {11, 0, 0x30, 0})},
+        {"vok_ip_egress_association_create", golden(56, {{0, {0x0e}}, {0x10, vrf}, {0x14, remote}, {0x18, local}, {0x1c, {115}}, {0x35, {64}}})},
+        {"vok_bind", bind(6, 2, ovlin, {}, {1, 0, 0x30, 0}, ip, egress, {})},
+        {"vok_l2tpv3_ingress_flow_create", golden(24, {{0, one}, {8, interface}, {16, {0xb5, 0xc3}}})},
+        {"vok_bind", bind(5, 2, l2tp_type, in, {}, ovlin, {}, {0x45, 0x23, 0x51, 0})},
+        {"vok_l2tpv3_egress_flow_create", golden(8, {{0, one}})},
+        {"vok_bind", bind(6, 2, ovlin, {}, {101, 0, 0x50, 0}, l2tp_type, out, {})},
+        {"vok_bind", bind(3, 2, l2tp_type, out, {}, ip, egress, {})},
+    };
+    // clang-format on
+    ASSERT_EQ(calls.size(), std::size(expected));
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(calls[i].operation, expected[i].first);
+        EXPECT_EQ(calls[i].record, expected[i].second) << i << ": " << calls[i].operation;
+        const std::optional<uint8_t> dscp = i == 6    ? std::optional<uint8_t>(48)
+                                            : i >= 10 ? std::optional<uint8_t>(46)
+                                                      : std::nullopt;
+        EXPECT_EQ(calls[i].dscp, dscp) << i;
+    }
+    const auto bytes_of = [](const auto &entry) {
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
+        return std::vector<uint8_t>(bytes, bytes + sizeof entry);
+    };
+    EXPECT_EQ(bytes_of(l2tp_control_table[1]), golden(32, {{8, flow}, {16, ingress}, {24, egress}}));
+    EXPECT_EQ(bytes_of(l2tp_session_table[53]),
+              golden(32, {{0, {46}}, {8, {101, 0, 0x50, 0}}, {12, {0x45, 0x23, 0x51, 0}}, {16, in}, {24, out}}));
+
+    ASSERT_EQ(add_session(48), 0u); // without CRC
+    EXPECT_EQ(calls[12].record[0], 2);
+    EXPECT_EQ(calls[14].record[0], 2);
+    EXPECT_NE(l2tp_session_table[0].egress_flow_handle, 0u);
+
+    // Every unbind is the bind of the same binding, byte for byte.
+    const auto seen = calls;
+    record();
+    zel_core_term_l2tp_session_rem(1, 101);
+    remove(1);
+    for (const auto &[unbind, bound] : {std::pair{0, 11}, {1, 10}, {3, 8}, {5, 6}, {7, 4}, {8, 3}}) {
+        EXPECT_EQ(calls.at(static_cast<std::size_t>(unbind)).operation, "vok_unbind") << unbind;
+        EXPECT_EQ(calls[static_cast<std::size_t>(unbind)].record, seen[static_cast<std::size_t>(bound)].record)
+            << unbind;
+    }
+}
+
+/// An add that fails at one of its calls: what it does from there on when every undo works.
+struct failing_add {
+    int call;
+    const char *undo;
+};
+
+class l2tp_faults : public l2tp {
+protected:
+    /// The add with that call failing, and then with every subset of the later calls failing too: the result is 13 each
+    /// time and the entry is free; with all undos working, the calls are the row's and the data plane is as before.
+    void expect_undone(const failing_add &row, const std::function<void()> &prepare,
+                       const std::function<uint32_t()> &add, const std::function<bool()> &entry_is_free)
+    {
+        std::size_t undo_calls = 1;
+        for (unsigned subset = 0; subset < 1u << undo_calls; ++subset) {
+            SCOPED_TRACE("call " + std::to_string(row.call) + ", undos failing: " + std::to_string(subset));
+            reset();
+            prepare();
+            const std::string data_plane_before = data_plane();
+            std::map<int, vok_cp_sim_answer_t> faults = {{row.call, failing}};
+            for (int i = 0; i < 16; ++i)
+                if ((subset & 1u << i) != 0)
+                    faults[row.call + 1 + i] = failing;
+            record(faults);
+            EXPECT_EQ(add(), 13u);
+            EXPECT_TRUE(entry_is_free());
+            if (subset == 0) {
+                undo_calls = calls.size() - static_cast<std::size_t>(row.call);
+                const std::string all = essence(trail());
+                EXPECT_EQ(all.substr(all.find(" fails\n") + 7), row.undo + 1);
+                const std::string interface = row.call > 1 && data_plane_before == "0 objects, 0 bindings"
+                                                  ? "1 objects, 0 bindings"
+                                                  : data_plane_before;
+                EXPECT_EQ(data_plane(), interface);
+            }
+            stop_recording();
+        }
+    }
+};
+
+TEST_F(l2tp_faults, control_connection_add_fails_at_each_call_and_each_undo_too)
+{
+    const failing_add rows[] = {
+        {1, R"(
+data-plane call failed, l2tp_control_add_l2tp_ingress_interface
+)"},
+        {2, R"(
+data-plane call failed, l2tp_control_create_ipv4_ingress_association
+)"},
+        {3, R"(
+data-plane call failed, l2tp_control_create_l2tp_ingress_flow
+Unexpected unbind: Possible problem with bind and unbind count not matched
+vok_ip_ingress_association_delete #2
+)"},
+        {4, R"(
+data-plane call failed, l2tp_control_bind_ipv4_to_l2tp
+vok_unbind #3 -> 0x0030000b fails
+vok_l2tpv3_ingress_flow_delete #3
+vok_unbind #2 -> #1 fails
+vok_ip_ingress_association_delete #2
+)"},
+        {5, R"(
+data-plane call failed, l2tp_control_bind_l2tp_to_ovlin
+vok_unbind #3 -> 0x0030000b fails
+vok_l2tpv3_ingress_flow_delete #3
+vok_unbind #2 -> #1
+vok_ip_ingress_association_delete #2
+)"},
+        {6, R"(
+data-plane call failed, l2tp_control_create_ipv4_egress_association
+vok_unbind #3 -> 0x0030000b
+vok_l2tpv3_ingress_flow_delete #3
+vok_unbind #2 -> #1
+vok_ip_ingress_association_delete #2
+)"},
+        {7, R"(
+data-plane call failed, l2tp_control_bind_ovlin_to_ipv4
+vok_unbind 0x00300001 -> #4 fails
+vok_ip_egress_association_delete #4
+vok_unbind #3 -> 0x0030000b
+vok_l2tpv3_ingress_flow_delete #3
+vok_unbind #2 -> #1
+vok_ip_ingress_association_delete #2
+)"},
+    };
+    for (const failing_add &row : rows)
+        expect_undone(
+            row, [] {}, [] { return connect(1); }, [] { return is_free(1); });
+}
+
+TEST_F(l2tp_faults, session_add_fails_at_each_call_and_each_undo_too)
+{
+    const failing_add rows[] = {
+        {1, R"(
+data-plane call failed, l2tp_session_create_ingress_flow
+)"},
+        {2, R"(
+data-plane call failed, l2tp_session_bind_l2tp_to_ovlin
+vok_unbind #1 -> 0x00512345 fails
+vok_l2tpv3_ingress_flow_delete #1
+)"},
+        {3, R"(
+data-plane call failed, l2tp_session_create_egress_flow
+vok_unbind #1 -> 0x00512345
+vok_l2tpv3_ingress_flow_delete #1
+)"},
+        {4, R"(
+data-plane call failed, l2tp_session_bind_ovlin_to_l2tp
+vok_unbind #2 -> #-1 fails
+vok_unbind 0x00500064 -> #2 fails
+vok_l2tpv3_egress_flow_delete #2
+vok_unbind #1 -> 0x00512345
+vok_l2tpv3_ingress_flow_delete #1
+)"},
+        {5, R"(
+data-plane call failed, l2tp_session_bind_l2tp_to_ipv4
+vok_unbind #2 -> #-1 fails
+vok_unbind 0x00500064 -> #2
+vok_l2tpv3_egress_flow_delete #2
+vok_unbind #1 -> 0x00512345
+vok_l2tpv3_ingress_flow_delete #1
+)"},
+    };
+    for (const failing_add &row : rows)
+        expect_undone(
+            row, [] { ASSERT_EQ(connect(1), 0u); }, [] { return add_session(100); },
+            [] { return is_free_session(100); });
+
+    // Without its control connection a session has nothing to unbind there.
+    reset();
+    ASSERT_EQ(connect(2), 0u);
+    record();
+    EXPECT_EQ(add_session(100), 13u);
+    EXPECT_EQ(essence(trail()), R"(vok_l2tpv3_ingress_flow_create
+vok_bind #1 -> 0x00512345
+vok_l2tpv3_egress_flow_create
+vok_bind 0x00500064 -> #2
+vok_bind #2 -> none fails
+data-plane call failed, l2tp_session_bind_l2tp_to_ipv4
+vok_unbind 0x00500064 -> #2
+vok_l2tpv3_egress_flow_delete #2
+vok_unbind #1 -> 0x00512345
+vok_l2tpv3_ingress_flow_delete #1
+)");
+}
+
+TEST_F(l2tp, the_session_type_hook_refuses)
+{
+    ASSERT_EQ(connect(2, peer_b), 0u);
+    const std::string data_plane_before = data_plane();
+    interposed.session_type_result = 3; // which undoes nothing
+    EXPECT_EQ(connect(1, peer_a, 1), 3u);
+    EXPECT_EQ(data_plane(), "7 objects, 5 bindings");
+    EXPECT_NE(l2tp_control_table[1].ipv4_egress_association_handle, 0u);
+    EXPECT_EQ(remove(1), 0u);
+    EXPECT_EQ(add_session(100, 2, 1), 3u);
+    EXPECT_EQ(l2tp_session_table[52].dst_flow_id, 0x00512345u);
+    EXPECT_EQ(l2tp_session_table[52].src_flow_id, 0u); // stored after the hook
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(2, 100), 0u);
+    EXPECT_EQ(data_plane(), data_plane_before);
+
+    interposed.session_type_result = 9;
+    record();
+    EXPECT_EQ(connect(1, peer_a, 1), 9u);
+    EXPECT_EQ(add_session(100, 2, 1), 9u);
+    EXPECT_EQ(data_plane(), data_plane_before);
+    EXPECT_TRUE(is_free(1) && is_free_session(100));
+    EXPECT_NE(trail().find("session type hook: ovlin type 1, pcep 5, session type 1"), std::string::npos);
+}
+
+TEST_F(l2tp, connections_share_associations_until_the_last_is_removed)
+{
+    for (const std::vector<uint32_t> &order : {std::vector<uint32_t>{1, 2}, {2, 1}, {1, 2, 3}, {3, 1, 2}, {2, 3, 1}}) {
+        reset();
+        for (uint32_t id = 1; id <= order.size(); ++id)
+            ASSERT_EQ(connect(id), 0u);
+        std::size_t left = order.size();
+        for (const uint32_t id : order) {
+            // interface, two associations, a flow each; one F2F, an F2ID and an ID2F each
+            EXPECT_EQ(data_plane(),
+                      std::to_string(3 + left) + " objects, " + std::to_string(1 + 2 * left) + " bindings");
+            EXPECT_EQ(receive(peer_a, id), VOK_CP_SIM_FORWARDED);
+            EXPECT_EQ(send(0x00300000 + id), "7 48");
+            ASSERT_EQ(remove(id), 0u);
+            EXPECT_TRUE(is_free(id));
+            --left;
+        }
+        EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+    }
+    const auto other_vrf = configuration(peer_a, 5);
+    ASSERT_EQ(connect(1), 0u);
+    ASSERT_EQ(zel_core_term_l2tp_control_connection_add(2, &other_vrf, 1002, 3, 12, 48, 0), 0u);
+    EXPECT_EQ(data_plane(), "7 objects, 6 bindings");
+}
+
+TEST_F(l2tp, a_failed_add_that_shares_takes_the_binding_from_under_the_other)
+{
+    ASSERT_EQ(connect(1), 0u);
+    record({{1, failing}}); // the flow of the second, before it asks for the binding to the interface
+    EXPECT_EQ(connect(2), 13u);
+    EXPECT_EQ(essence(trail()), R"(vok_l2tpv3_ingress_flow_create fails
+data-plane call failed, l2tp_control_create_l2tp_ingress_flow
+vok_unbind #-3 -> #-4
+)");
+    EXPECT_EQ(receive(peer_a, 1), VOK_CP_SIM_NOT_BOUND);
+    EXPECT_EQ(send(0x00300001), "7 48");
+    remove(1);
+    EXPECT_NE(trail().find("unbind_flow_needed(): Unexpected unbind: Possible problem with bind and unbind count not "
+                           "matched"),
+              std::string::npos);
+    EXPECT_EQ(connect(1), 0u);
+    EXPECT_EQ(receive(peer_a, 1), VOK_CP_SIM_FORWARDED);
+}
+
+TEST_F(l2tp, a_full_association_table)
+{
+    for (uint32_t id = 0; id < 48; ++id)
+        ASSERT_EQ(connect(id, static_cast<uint8_t>(100 + id)), 0u);
+    const std::string data_plane_before = data_plane();
+    for (const bool delete_fails : {false, true}) {
+        record(delete_fails ? std::map<int, vok_cp_sim_answer_t>{{2, failing}} : std::map<int, vok_cp_sim_answer_t>{});
+        EXPECT_EQ(connect(48, peer_a), 13u);
+        EXPECT_TRUE(is_free(48));
+        const std::string all = trail();
+        EXPECT_NE(
+            all.find("tn_zel_term:ERROR zel_l2tp_control_connection L2TP_CONTROL_CONNECTION save_new_ip_association(): "
+                     "Cannot add a new control connection in array as max connection limit has reached: 48\n"
+                     "tn_zel_term:API_CALL zel_l2tp_control_connection L2TP_CONTROL_CONNECTION "
+                     "l2tp_control_create_ipv4_ingress_association(): tn_ovlin_session_id=48: "
+                     "vok_ip_ingress_association_delete\nvok_ip_ingress_association_delete #1"),
+            std::string::npos);
+        stop_recording();
+        EXPECT_EQ(data_plane() == data_plane_before, !delete_fails);
+    }
+    EXPECT_EQ(connect(48, 100), 0u); // one that shares still can
+}
+
+TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
+{
+    auto cfg = configuration(peer_a);
+    const uint32_t session = 100;
+    const auto modify = [&](uint32_t id) {
+        return zel_core_term_l2tp_control_connection_modify(id, &session, 1, &cfg, 3, 11, 0, 0, cfg.remote_addr, 0);
+    };
+    const struct {
+        const char *name;
+        std::function<uint32_t(uint32_t connection, uint32_t session)> call;
+        bool of_session, is_removal;
+    } operations[] = {
+        {"zel_core_term_l2tp_control_connection_add", [](uint32_t c, uint32_t) { return connect(c); }, false, false},
+        {"zel_core_term_l2tp_control_connection_rem", [](uint32_t c, uint32_t) { return remove(c); }, false, true},
+        {"zel_core_term_l2tp_control_connection_modify", [&](uint32_t c, uint32_t) { return modify(c); }, false, false},
+        {"zel_core_term_l2tp_session_add", [](uint32_t c, uint32_t s) { return add_session(s, c); }, true, false},
+        {"zel_core_term_l2tp_session_rem", zel_core_term_l2tp_session_rem, true, true},
+        {"zel_l2tp_session_modify_unbind_part", zel_l2tp_session_modify_unbind_part, true, false},
+        {"zel_l2tp_session_modify_bind_part",
+         [](uint32_t c, uint32_t s) { return zel_l2tp_session_modify_bind_part(c, s, 3, 0); }, true, false},
+    };
+    const std::string range = "identifier or argument out of range, ", failed = "data-plane call failed, ";
+    record();
+    for (const bool stopped : {false, true}) {
+        if (stopped) {
+            ASSERT_EQ(zel_l2tp_stop(), 0u);
+            trail();
+        }
+        for (const auto &operation : operations) {
+            const auto expect = [&](uint32_t connection, uint32_t s, uint32_t result, const std::string &text) {
+                SCOPED_TRACE(operation.name + " "s + std::to_string(connection) + " " + std::to_string(s));
+                EXPECT_EQ(operation.call(connection, s), operation.is_removal ? 0 : result);
+                std::string all = trail();
+                EXPECT_EQ(essence(all), text + "\n");
+                EXPECT_EQ(all.find(":FN_EXIT") != std::string::npos, all.find(":FN_ENTER") != std::string::npos);
+                EXPECT_EQ(all.find(":API_CALL"), std::string::npos);
+                EXPECT_NE(all.find(" GENERAL "s + operation.name), std::string::npos);
+            };
+            if (operation.of_session) {
+                expect(49, 47, 3, range + "tn_ovlin_session_id_control_conn out-of-range");
+                expect(48, 47, 3, range + "tn_ovlin_session_id_session out-of-range");
+                expect(48, 337, 3, range + "tn_ovlin_session_id_session out-of-range");
+            } else {
+                expect(49, 0, 3, range + "tn_ovlin_session_id out-of-range");
+            }
+            if (stopped)
+                expect(48, 336, 13, failed + "not started");
+        }
+    }
+    EXPECT_EQ(data_plane(), "0 objects, 0 bindings");
+
+    ASSERT_EQ(zel_l2tp_start(), 0u);
+    ASSERT_EQ(connect(48), 0u); // the last of each
+    ASSERT_EQ(add_session(336, 48), 0u);
+    trail();
+    EXPECT_EQ(connect(48), 5u);
+    EXPECT_EQ(essence(trail()), "session id already in use, (tn_ovlin_session_id)\n");
+    ASSERT_EQ(zel_l2tp_stop(), 0u); // forgets them, but not the interface
+    ASSERT_EQ(zel_l2tp_start(), 0u);
+    EXPECT_TRUE(is_free(48) && is_free_session(336));
+    trail();
+    ASSERT_EQ(connect(1), 0u);
+    EXPECT_EQ(trail().find("vok_l2tpv3_ingress_interface_add\n"), std::string::npos);
+}
+
+TEST_F(l2tp, adds_check_their_limits_in_order)
+{
+    interposed.capabilities = {1000, 20, {}};
+    ASSERT_EQ(zel_core_term_start(), 0u);
+    const auto cfg = configuration(peer_a);
+    record();
+    const auto expect = [this](uint32_t result, const char *text) {
+        EXPECT_EQ(result, 3u);
+        EXPECT_EQ(essence(trail()), "identifier or argument out of range, "s + text + " out-of-range\n");
+    };
+    const auto connection = [&](uint32_t pcep, uint32_t rat) {
+        return zel_core_term_l2tp_control_connection_add(49, &cfg, 1, pcep, rat, 0, 0);
+    };
+    expect(connection(21, 1001), "rat_ovlin_session_id");
+    expect(connection(21, 1000), "tn_pcep");
+    expect(connection(20, 1000), "tn_ovlin_session_id");
+    const auto session = [&](uint32_t pcep, uint32_t rat, uint32_t control_connection, uint32_t id) {
+        return zel_core_term_l2tp_session_add(0, 0, pcep, rat, 1, control_connection, id, 0);
+    };
+    expect(session(21, 1001, 1001, 1001), "rat_ovlin_session_id");
+    expect(session(21, 1000, 1001, 1001), "tn_ovlin_session_id_control_conn");
+    expect(session(21, 1000, 1000, 1001), "tn_ovlin_session_id_session");
+    expect(session(21, 1000, 1000, 1000), "tn_pcep");
+    expect(session(20, 1000, 1000, 1000), "tn_ovlin_session_id_control_conn");
+}
+
+// ---- Modify
+
+/// A modify of connection 1 with sessions 100, 101 and 102, which moves from peer a to peer b.
+class l2tp_modify : public l2tp {
+protected:
+    static constexpr uint32_t sessions[] = {100, 101, 102};
+
+    void connect_with_sessions()
+    {
+        reset();
+        ASSERT_EQ(connect(1), 0u);
+        for (const uint32_t id : sessions)
+            ASSERT_EQ(add_session(id), 0u);
+    }
+    static uint32_t move_all(zel_core_term_l2tp_control_connection_cfg_t *used = nullptr)
+    {
+        return move(peer_b, {std::begin(sessions), std::end(sessions)}, 40, used);
+    }
+
+    /// One peer's packets come in and go out for the connection and all sessions, the other's do not.
+    static void expect_at(uint8_t peer, const std::string &dscp)
+    {
+        const uint8_t other = peer == peer_a ? peer_b : peer_a;
+        EXPECT_EQ(receive(peer, 1), VOK_CP_SIM_FORWARDED);
+        EXPECT_EQ(receive(other, 1), VOK_CP_SIM_NO_ASSOCIATION);
+        EXPECT_EQ(send(0x00300001), std::to_string(peer) + " " + dscp);
+        for (const uint32_t id : sessions) {
+            EXPECT_EQ(receive(peer, 1, id), VOK_CP_SIM_FORWARDED);
+            EXPECT_EQ(send(0x00500000 + id), std::to_string(peer) + " 46"); // its own DSCP, as it was added with
+        }
+        EXPECT_EQ(data_plane(), "10 objects, 12 bindings");
+    }
+    static void expect_removed()
+    {
+        EXPECT_TRUE(is_free(1) && is_free_session(100) && is_free_session(101) && is_free_session(102));
+    }
+};
+
+TEST_F(l2tp_modify, comes_out_in_one_of_three_states_whichever_call_fails)
+{
+    // unbinds of the sessions, of the flow; egress delete, F2F unbind, ingress delete; and all of it again the other
+    // way
+    connect_with_sessions();
+    record();
+    ASSERT_EQ(move_all(), 0u);
+    const int calls_of_success = static_cast<int>(calls.size());
+    EXPECT_EQ(calls_of_success, 14);
+    expect_at(peer_b, "40");
+
+    enum { removed = 13, moved = 0, fell_back = 2 };
+    const int expected[] = {0,         removed,   removed,   removed,   moved,   moved,   moved,  moved,
+                            fell_back, fell_back, fell_back, fell_back, removed, removed, removed};
+    for (int first = 1; first <= calls_of_success; ++first) {
+        for (int second = first; second <= first + 12; ++second) { // equal: only one call fails
+            SCOPED_TRACE(std::to_string(first) + " and " + std::to_string(second));
+            connect_with_sessions();
+            record({{first, failing}, {second, failing}});
+            zel_core_term_l2tp_control_connection_cfg_t used;
+            const uint32_t result = move_all(&used);
+            stop_recording();
+            if (second == first) {
+                EXPECT_EQ(result, static_cast<uint32_t>(expected[first]));
+            } else {
+                EXPECT_TRUE(result == 0 || result == 2 || result == 13);
+            }
+            if (result == 13) {
+                expect_removed();
+                if (second == first) {
+                    EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+                }
+                continue;
+            }
+            EXPECT_EQ(used.remote_addr[3], result == 0 ? peer_b : peer_a);
+            const bool release_failed = (first >= 4 && first <= 7) || (second >= 4 && second <= 7);
+            if (!release_failed && second == first)
+                expect_at(result == 0 ? peer_b : peer_a, result == 0 ? "40" : "48");
+            for (const uint32_t id : sessions)
+                EXPECT_EQ(send(0x00500000 + id), (result == 0 ? "9"s : "7"s) + " 46");
+        }
+    }
+}
+
+TEST_F(l2tp_modify, says_nothing_of_its_own_when_it_falls_back)
+{
+    connect_with_sessions();
+    record({{11, failing}});
+    EXPECT_EQ(move_all(), 2u);
+    const std::string all = trail();
+    EXPECT_EQ(all.find(" GENERAL zel_core_term_l2tp_control_connection_modify()"), std::string::npos);
+    EXPECT_NE(all.find("GENERAL add_control_connection_for_modify(): data-plane call failed, "
+                       "l2tp_control_bind_ovlin_to_ipv4\n"),
+              std::string::npos);
+
+    // The same without sessions, failing for good.
+    reset();
+    ASSERT_EQ(connect(1), 0u);
+    record({{8, failing}, {12, failing}, {13, failing}});
+    EXPECT_EQ(move(peer_b, {}), 13u);
+    EXPECT_NE(trail().find("GENERAL zel_core_term_l2tp_control_connection_modify(): data-plane call failed, "
+                           "add_control_connection_for_modify\n"),
+              std::string::npos);
+    EXPECT_TRUE(is_free(1));
+}
+
+TEST_F(l2tp_modify, to_a_peer_that_another_connection_has)
+{
+    connect_with_sessions();
+    ASSERT_EQ(connect(2, peer_b), 0u);
+    record();
+    EXPECT_EQ(move_all(), 0u);
+    // #-13 is the interface; #-12 and #-10 the old associations; #-8, #-6 and #-4 the sessions' egress flows; #-1 the
+    // other connection's egress association
+    EXPECT_EQ(essence(trail()), R"(vok_unbind #-8 -> #-10
+vok_unbind #-6 -> #-10
+vok_unbind #-4 -> #-10
+vok_unbind 0x00300001 -> #-10
+vok_ip_egress_association_delete #-10
+vok_unbind #-12 -> #-13
+vok_ip_ingress_association_delete #-12
+vok_bind 0x00300001 -> #-1
+vok_bind #-8 -> #-1
+vok_bind #-6 -> #-1
+vok_bind #-4 -> #-1
+)");
+    EXPECT_EQ(send(0x00500064), "9 46");
+    EXPECT_EQ(remove(2), 0u); // the other one goes, and what they share stays
+    EXPECT_EQ(receive(peer_b, 1, 100), VOK_CP_SIM_FORWARDED);
+    expect_at(peer_b, "40");
+}
+
+TEST_F(l2tp_modify, a_session_outside_the_table_ends_it_and_the_hook_s_2_and_3_are_failures)
+{
+    connect_with_sessions();
+    record();
+    EXPECT_EQ(move(peer_b, {100, 337, 101, 102}), 3u);
+    expect_removed();
+    EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+
+    for (const uint32_t code : {2u, 3u}) {
+        connect_with_sessions();
+        interposed.session_type_result = code;
+        auto cfg = configuration(peer_b);
+        const auto old = configuration(peer_a);
+        EXPECT_EQ(zel_core_term_l2tp_control_connection_modify(1, sessions, 3, &cfg, 3, 11, 40, 48, old.remote_addr, 1),
+                  code);
+        expect_removed();
+        EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+        interposed.session_type_result = 0;
+    }
+}
+
+// ---- The table of shared associations by itself
+
+TEST(ip_associations, stay_dense_and_count)
+{
+    static zel::ip_associations table;
+    table.clear();
+    for (const zel::u32 n : {1u, 2u, 3u})
+        ASSERT_TRUE(table.add({n, 10 + n, 20 + n}, 30 + n));
+    *table.find(33u) = {{3, 13, 23}, 33, 5, 1, 7};
+    EXPECT_FALSE(table.release(*table.find(33u))); // four users left
+    EXPECT_TRUE(table.release(*table.find(32u)));  // the middle one goes; the last takes its place, all fields intact
+    ASSERT_EQ(table.count(), 2);
+    const zel::ip_association &moved = table[1];
+    EXPECT_EQ(moved.key, (zel::association_key{3, 13, 23}));
+    EXPECT_EQ(moved.association_handle, 33u);
+    EXPECT_EQ(moved.user_count, 4u);
+    EXPECT_EQ(moved.bound, 1);
+    EXPECT_EQ(moved.bind_count, 7);
+    EXPECT_EQ(table.find(32u), nullptr);
+    EXPECT_EQ(table.find({2, 12, 22}), nullptr);
+    for (const zel::association_key key : {zel::association_key{0, 13, 23}, {3, 0, 23}, {3, 13, 0}})
+        EXPECT_EQ(table.find(key), nullptr);
+    EXPECT_TRUE(table.release(*table.find(31u))); // the first, then the last
+    EXPECT_EQ(table[0].association_handle, 33u);
+}
+
+TEST(ip_associations, count_requests_for_the_binding)
+{
+    zel::ip_association a{};
+    EXPECT_TRUE(zel::request_bind(a));
+    EXPECT_FALSE(zel::request_bind(a));
+    EXPECT_EQ(a.bind_count, 2);
+    EXPECT_EQ(zel::release_bind(a), zel::bind_release::still_requested);
+    EXPECT_EQ(zel::release_bind(a), zel::bind_release::last_one);
+    EXPECT_EQ(a.bound, 0);
+    EXPECT_EQ(zel::release_bind(a), zel::bind_release::was_not_requested);
+    EXPECT_EQ(a.bind_count, -1);
+    EXPECT_TRUE(zel::request_bind(a));
+    EXPECT_EQ(a.bind_count, 1);
+}
+
+} // namespace
