@@ -152,44 +152,23 @@ static bool unbind_flow_needed(u32 tn_ovlin_session_id)
 
 static vok_bind_record ipv4_to_l2tp(const control_ids &ids)
 {
-    return binding(
-        VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP,
-        {.type_handle = zel_handles->ipv4_association_type,
-         .flow_handle = ids.entry().ipv4_ingress_association_handle,
-         .flow_id = 0},
-        {.type_handle = zel_handles->l2tpv3_flow_type, .flow_handle = l2tp_control_ingress_interface, .flow_id = 0});
+    return binding(VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP,
+                   flow_end(zel_handles->ipv4_association_type, ids.entry().ipv4_ingress_association_handle),
+                   flow_end(zel_handles->l2tpv3_flow_type, l2tp_control_ingress_interface));
 }
 
 static vok_bind_record l2tp_to_ovlin(const control_ids &ids)
 {
     return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
-                   {.type_handle = zel_handles->l2tpv3_flow_type,
-                    .flow_handle = ids.entry().l2tp_ingress_flow_handle,
-                    .flow_id = 0},
-                   {.type_handle = zel_handles->ovlin_flow_type,
-                    .flow_handle = 0,
-                    .flow_id = ovlin_flow_id(ids.tn_pcep_id, ids.rat_ovlin_session_id)});
+                   flow_end(zel_handles->l2tpv3_flow_type, ids.entry().l2tp_ingress_flow_handle),
+                   ovlin_end(zel_handles->ovlin_flow_type, ovlin_flow_id(ids.tn_pcep_id, ids.rat_ovlin_session_id)));
 }
 
 static vok_bind_record ovlin_to_ipv4(const control_ids &ids)
 {
     return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
-                   {.type_handle = zel_handles->ovlin_flow_type,
-                    .flow_handle = 0,
-                    .flow_id = ovlin_flow_id(ids.tn_pcep_id, ids.tn_ovlin_session_id)},
-                   {.type_handle = zel_handles->ipv4_association_type,
-                    .flow_handle = ids.entry().ipv4_egress_association_handle,
-                    .flow_id = 0});
-}
-
-static u32 bind(trace_site site, const char *description, const vok_bind_record &record)
-{
-    return timed_call(site, description, vok_bind, zel_handles->vok_instance, &record);
-}
-
-static u32 unbind(trace_site site, const char *description, const vok_bind_record &record)
-{
-    return timed_call(site, description, vok_unbind, zel_handles->vok_instance, &record);
+                   ovlin_end(zel_handles->ovlin_flow_type, ovlin_flow_id(ids.tn_pcep_id, ids.tn_ovlin_session_id)),
+                   flow_end(zel_handles->ipv4_association_type, ids.entry().ipv4_egress_association_handle));
 }
 
 // ---- Deletes of associations
@@ -271,7 +250,7 @@ static u32 l2tp_control_bind_ipv4_to_l2tp(const control_request &request)
     const vok_bind_record record = ipv4_to_l2tp(request.ids);
     TRACE_API_CALL("vok_bind" IPV4_TO_L2TP ", srcFlowHandle=%p, dstFlowID=0x%08x, tn_ovlin_session_id=%u)",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, request.ids.tn_ovlin_session_id);
-    return bind(ZEL_HERE, "vok_bind" IPV4_TO_L2TP ")", record);
+    return bind(ZEL_HERE, "vok_bind" IPV4_TO_L2TP ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_control_bind_l2tp_to_ovlin(const control_request &request)
@@ -281,7 +260,7 @@ static u32 l2tp_control_bind_l2tp_to_ovlin(const control_request &request)
                    "rat_ovlin_session_id=%u tn_pcep_id=%u)",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, request.ids.tn_ovlin_session_id,
                    request.ids.rat_ovlin_session_id, request.ids.tn_pcep_id);
-    return bind(ZEL_HERE, "vok_bind" L2TP_TO_OVLIN ")", record);
+    return bind(ZEL_HERE, "vok_bind" L2TP_TO_OVLIN ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_control_create_ipv4_egress_association(const control_request &request)
@@ -324,7 +303,7 @@ static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
                    "tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.tn_ovlin_session_id,
                    request.ids.tn_pcep_id, request.dscp);
-    return bind(ZEL_HERE, "vok_bind" OVLIN_TO_IPV4 ")", record);
+    return bind(ZEL_HERE, "vok_bind" OVLIN_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
 // ---- Steps of the removal; the add's undo and the modify take them too
@@ -335,7 +314,7 @@ static u32 l2tp_control_unbind_ovlin_from_ipv4(const control_ids &ids)
     TRACE_API_CALL("vok_unbind" OVLIN_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id=%u, "
                    "tn_pcep_id=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), ids.tn_ovlin_session_id, ids.tn_pcep_id);
-    return unbind(ZEL_HERE, "vok_unbind" OVLIN_TO_IPV4 ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" OVLIN_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_control_delete_ipv4_egress_association(const control_ids &ids)
@@ -359,7 +338,7 @@ static u32 l2tp_control_unbind_l2tp_from_ovlin(const control_ids &ids)
                    "rat_ovlin_session_id=%u, tn_pcep_id=%u)",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, ids.tn_ovlin_session_id,
                    ids.rat_ovlin_session_id, ids.tn_pcep_id);
-    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_OVLIN ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_OVLIN ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_control_unbind_ipv4_from_l2tp(const control_ids &ids)
@@ -369,7 +348,7 @@ static u32 l2tp_control_unbind_ipv4_from_l2tp(const control_ids &ids)
     const vok_bind_record record = ipv4_to_l2tp(ids);
     TRACE_API_CALL("vok_unbind" IPV4_TO_L2TP ", srcFlowHandle=%p, dstFlowID=0x%08x, tn_ovlin_session_id=%u)",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, ids.tn_ovlin_session_id);
-    return unbind(ZEL_HERE, "vok_unbind" IPV4_TO_L2TP ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" IPV4_TO_L2TP ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_control_delete_l2tp_ingress_flow(const control_ids &ids)

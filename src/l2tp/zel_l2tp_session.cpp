@@ -55,36 +55,23 @@ static u32 check_ids(trace_site site, session_ids ids)
 
 static vok_bind_record l2tp_to_ovlin(const l2tp_session_entry &entry)
 {
-    return binding(
-        VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
-        {.type_handle = zel_handles->l2tpv3_flow_type, .flow_handle = entry.ingress_flow_handle, .flow_id = 0},
-        {.type_handle = zel_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = entry.dst_flow_id});
+    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+                   flow_end(zel_handles->l2tpv3_flow_type, entry.ingress_flow_handle),
+                   ovlin_end(zel_handles->ovlin_flow_type, entry.dst_flow_id));
 }
 
 static vok_bind_record ovlin_to_l2tp(const l2tp_session_entry &entry)
 {
-    return binding(
-        VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
-        {.type_handle = zel_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = entry.src_flow_id},
-        {.type_handle = zel_handles->l2tpv3_flow_type, .flow_handle = entry.egress_flow_handle, .flow_id = 0});
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+                   ovlin_end(zel_handles->ovlin_flow_type, entry.src_flow_id),
+                   flow_end(zel_handles->l2tpv3_flow_type, entry.egress_flow_handle));
 }
 
 static vok_bind_record l2tp_to_ipv4(session_ids ids)
 {
-    return binding(
-        VOK_BIND_F2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
-        {.type_handle = zel_handles->l2tpv3_flow_type, .flow_handle = ids.entry().egress_flow_handle, .flow_id = 0},
-        {.type_handle = zel_handles->ipv4_association_type, .flow_handle = ids.egress_association(), .flow_id = 0});
-}
-
-static u32 bind(trace_site site, const char *description, const vok_bind_record &record)
-{
-    return timed_call(site, description, vok_bind, zel_handles->vok_instance, &record);
-}
-
-static u32 unbind(trace_site site, const char *description, const vok_bind_record &record)
-{
-    return timed_call(site, description, vok_unbind, zel_handles->vok_instance, &record);
+    return binding(VOK_BIND_F2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+                   flow_end(zel_handles->l2tpv3_flow_type, ids.entry().egress_flow_handle),
+                   flow_end(zel_handles->ipv4_association_type, ids.egress_association()));
 }
 
 // ---- Steps of the add
@@ -110,7 +97,7 @@ static u32 l2tp_session_bind_l2tp_to_ovlin(const session_request &request)
                    "rat_ovlin_session_id=%u, tn_pcep_id=%u",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, request.ids.index(),
                    request.rat_ovlin_session_id, request.tn_pcep);
-    return bind(ZEL_HERE, "vok_bind" L2TP_TO_OVLIN ")", record);
+    return bind(ZEL_HERE, "vok_bind" L2TP_TO_OVLIN ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_session_create_egress_flow(const session_request &request)
@@ -136,7 +123,7 @@ static u32 l2tp_session_bind_ovlin_to_l2tp(const session_request &request)
                    "l2tp_session_table_index=%u, tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.session, request.ids.index(),
                    request.tn_pcep, request.dscp);
-    return bind(ZEL_HERE, "vok_bind" OVLIN_TO_L2TP ")", record);
+    return bind(ZEL_HERE, "vok_bind" OVLIN_TO_L2TP ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_session_bind_l2tp_to_ipv4(const session_request &request)
@@ -150,7 +137,7 @@ static u32 l2tp_session_bind_l2tp_to_ipv4(const session_request &request)
                    "tn_ovlin_session_id_control_conn=%u, l2tp_session_table_index=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.control_conn, request.ids.index(),
                    request.dscp);
-    return bind(ZEL_HERE, "vok_bind" L2TP_TO_IPV4 ")", record);
+    return bind(ZEL_HERE, "vok_bind" L2TP_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
 // ---- Steps of the removal and of the add's undo; none changes the table entry
@@ -161,7 +148,7 @@ static u32 l2tp_session_unbind_l2tp_from_ipv4(session_ids ids)
     TRACE_API_CALL("vok_unbind" L2TP_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): "
                    "tn_ovlin_session_id_control_conn=%u, l2tp_session_table_index=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), ids.control_conn, ids.index());
-    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_IPV4 ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_session_unbind_ovlin_from_l2tp(session_ids ids)
@@ -169,7 +156,7 @@ static u32 l2tp_session_unbind_ovlin_from_l2tp(session_ids ids)
     const vok_bind_record record = ovlin_to_l2tp(ids.entry());
     TRACE_API_CALL("vok_unbind" OVLIN_TO_L2TP ", srcFlowID=0x%08x, destFlowHandle=%p): l2tp_session_table_index=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), ids.index());
-    return unbind(ZEL_HERE, "vok_unbind" OVLIN_TO_L2TP ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" OVLIN_TO_L2TP ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_session_delete_egress_flow(session_ids ids)
@@ -184,7 +171,7 @@ static u32 l2tp_session_unbind_l2tp_from_ovlin(session_ids ids)
     const vok_bind_record record = l2tp_to_ovlin(ids.entry());
     TRACE_API_CALL("vok_unbind" L2TP_TO_OVLIN ", srcFlowHandle=%p, dstFlowID=0x%08x): l2tp_session_table_index=%u",
                    as_pointer(record.srcFlowHandle), record.dstFlowID, ids.index());
-    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_OVLIN ")", record);
+    return unbind(ZEL_HERE, "vok_unbind" L2TP_TO_OVLIN ")", zel_handles->vok_instance, record);
 }
 
 static u32 l2tp_session_delete_ingress_flow(session_ids ids)

@@ -1,7 +1,7 @@
 /// The bindings between flows and ovlin flows, as the data plane's bind and unbind take them.
 #pragma once
 
-#include "term/types.h"
+#include "term/timed_call.h"
 #include "vok_cp.h"
 
 namespace zel {
@@ -12,12 +12,23 @@ constexpr u32 ovlin_flow_id(u32 pcep_id, u32 ovlin_session_id)
     return (pcep_id << 20) | (ovlin_session_id & 0xFFFFF);
 }
 
-/// One side of a binding: the handle of an association or flow, or an ovlin flow ID. The other is 0.
+/// One side of a binding.
 struct binding_end {
     u64 type_handle;
-    u64 flow_handle;
-    u32 flow_id;
+    u64 flow_handle; ///< 0 for an ovlin flow ID
+    u32 flow_id;     ///< 0 for a handle
 };
+
+/// An association or a flow.
+constexpr binding_end flow_end(u64 type_handle, u64 flow_handle)
+{
+    return {type_handle, flow_handle, 0};
+}
+
+constexpr binding_end ovlin_end(u64 type_handle, u32 flow_id)
+{
+    return {type_handle, 0, flow_id};
+}
 
 /// The record of a binding without DSCP: the one that unbinds it as it is, the one that binds it once a DSCP is
 /// added where it has one.
@@ -37,6 +48,16 @@ inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, bindin
     record.dstSessionType = session_type;
     record.param54 = 1;
     return record;
+}
+
+inline u32 bind(trace_site site, const char *description, u64 instance, const vok_bind_record &record)
+{
+    return timed_call(site, description, vok_bind, instance, &record);
+}
+
+inline u32 unbind(trace_site site, const char *description, u64 instance, const vok_bind_record &record)
+{
+    return timed_call(site, description, vok_unbind, instance, &record);
 }
 
 } // namespace zel

@@ -167,16 +167,15 @@ static void delete_association(trace_site site, const ip_family &family, const i
 
 static vok_bind_record uplink_binding(const udp_session_entry &entry, u32 flow_id)
 {
-    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_UDP,
-                   {.type_handle = udp_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = flow_id},
-                   {.type_handle = association_type_of(entry), .flow_handle = entry.egress_flow_handle, .flow_id = 0});
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_UDP, ovlin_end(udp_handles->ovlin_flow_type, flow_id),
+                   flow_end(association_type_of(entry), entry.egress_flow_handle));
 }
 
 static vok_bind_record downlink_binding(const udp_session_entry &entry, u32 flow_id)
 {
     return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_UDP,
-                   {.type_handle = association_type_of(entry), .flow_handle = entry.ingress_flow_handle, .flow_id = 0},
-                   {.type_handle = udp_handles->ovlin_flow_type, .flow_handle = 0, .flow_id = flow_id});
+                   flow_end(association_type_of(entry), entry.ingress_flow_handle),
+                   ovlin_end(udp_handles->ovlin_flow_type, flow_id));
 }
 
 static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp, u8 session_type_flag)
@@ -191,7 +190,7 @@ static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp
     const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);
     vok_bind_record record = uplink_binding(entry, flow_id);
     record.dscpRef = &dscp;
-    const u32 result = timed_call(ZEL_HERE, "vok_bind" UPLINK_BINDING, vok_bind, udp_handles->vok_instance, &record);
+    const u32 result = bind(ZEL_HERE, "vok_bind" UPLINK_BINDING, udp_handles->vok_instance, record);
     if (result == ZEL_CORE_TERM_SUCCESS)
         entry.ul_flow_id = flow_id;
     return result;
@@ -205,7 +204,7 @@ static u32 udp_session_connect_dl(u32 udp_session_id, u32 tn_dl_pcep_id, u32 rat
     udp_session_entry &entry = udp_session_table[udp_session_id];
     const u32 flow_id = ovlin_flow_id(tn_dl_pcep_id, rat_ovlin_session_id);
     const vok_bind_record record = downlink_binding(entry, flow_id);
-    const u32 result = timed_call(ZEL_HERE, "vok_bind" DOWNLINK_BINDING, vok_bind, udp_handles->vok_instance, &record);
+    const u32 result = bind(ZEL_HERE, "vok_bind" DOWNLINK_BINDING, udp_handles->vok_instance, record);
     if (result == ZEL_CORE_TERM_SUCCESS)
         entry.dl_flow_id = flow_id;
     return result;
@@ -229,7 +228,7 @@ static u32 udp_session_disconnect_ul(u32 udp_session_id)
         return rejection;
     const udp_session_entry &entry = udp_session_table[udp_session_id];
     const vok_bind_record record = uplink_binding(entry, entry.ul_flow_id);
-    return timed_call(ZEL_HERE, "vok_unbind" UPLINK_BINDING, vok_unbind, udp_handles->vok_instance, &record);
+    return unbind(ZEL_HERE, "vok_unbind" UPLINK_BINDING, udp_handles->vok_instance, record);
 }
 
 static u32 udp_session_disconnect_dl(u32 udp_session_id)
@@ -238,7 +237,7 @@ static u32 udp_session_disconnect_dl(u32 udp_session_id)
         return rejection;
     const udp_session_entry &entry = udp_session_table[udp_session_id];
     const vok_bind_record record = downlink_binding(entry, entry.dl_flow_id);
-    return timed_call(ZEL_HERE, "vok_unbind" DOWNLINK_BINDING, vok_unbind, udp_handles->vok_instance, &record);
+    return unbind(ZEL_HERE, "vok_unbind" DOWNLINK_BINDING, udp_handles->vok_instance, record);
 }
 
 // ---- Add
