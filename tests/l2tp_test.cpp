@@ -1,6 +1,5 @@
 // L2TPv3 control connections and sessions: what they send, what they report, what sharing and faults leave.
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 #include "l2tp/ip_associations.h"
@@ -96,251 +95,84 @@ protected:
     }
 };
 
-TEST_F(l2tp, everything_that_is_called_and_reported_in_two_lives)
+TEST_F(l2tp, whole_lives_with_records_and_table_entries)
 {
+    const auto entry = [this](const auto &e, std::initializer_list<std::size_t> handle_offsets) {
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&e);
+        return "\ntable entry\n" + dump({bytes, bytes + sizeof e}, handle_offsets) + "calls and events";
+    };
+    dump_records = true;
     record();
     EXPECT_EQ(connect(1, peer_a, 1), 0u);
-    EXPECT_EQ(connect(2), 0u); // shares
+    collect("control connection 1, the session type set first" + entry(l2tp_control_table[1], {8, 16, 24}));
+    EXPECT_EQ(connect(2), 0u);
+    collect("control connection 2, which shares" + entry(l2tp_control_table[2], {8, 16, 24}));
     EXPECT_EQ(add_session(101, 1, 0x80), 0u);
-    EXPECT_EQ(add_session(100, 1), 0u);
-    EXPECT_EQ(move(peer_b, {101, 100}), 0u);
+    collect("session 101 with CRC, the session type set first" + entry(l2tp_session_table[53], {16, 24}));
+    EXPECT_EQ(add_session(48, 1), 0u);
+    collect("session 48" + entry(l2tp_session_table[0], {16, 24}));
+    EXPECT_EQ(move(peer_b, {101, 48}), 0u);
+    collect("control connection 1 moves to another peer" + entry(l2tp_control_table[1], {8, 16, 24}));
     EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 101), 0u);
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 100), 0u);
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 48), 0u);
+    collect("both sessions are removed");
     EXPECT_EQ(remove(1), 0u);
     EXPECT_EQ(remove(2), 0u);
-    EXPECT_EQ(remove(3), 0u); // never there
+    collect("both control connections are removed");
+    EXPECT_EQ(remove(3), 0u);
     EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 336), 0u);
-    std::ifstream file(ZEL_SOURCE_DIR "/../tests/expected/l2tp_trail.txt");
-    std::string expected(std::istreambuf_iterator<char>(file), {});
-    std::string got = trail();
-    for (std::size_t at = 0; (at = got.find("Handle=0x", at)) != std::string::npos; at += 7) {
-        std::size_t digits = 0;
-        const uint64_t handle = std::stoull(got.substr(at + 7), &digits, 16);
-        got.replace(at + 7, digits, "#" + std::to_string(handle - handles_before()));
-    }
-    EXPECT_EQ(got, expected);
+    collect("what was never there is removed");
     EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+    expect_collected("l2tp_lives.txt");
 }
-
-/// A record of which only these bytes are not zero.
-std::vector<uint8_t> golden(std::size_t size, const std::map<std::size_t, std::vector<uint8_t>> &bytes)
-{
-    std::vector<uint8_t> all(size);
-    for (const auto &[offset, some] : bytes)
-        std::copy(some.begin(), some.end(), all.begin() + static_cast<std::ptrdiff_t>(offset));
-    return all;
-}
-
-TEST_F(l2tp, records_and_table_entries_byte_for_byte)
-{
-    record();
-    ASSERT_EQ(connect(1), 0u);
-    ASSERT_EQ(add_session(101), 0u);
-    const std::vector<uint8_t> interface = handle_bytes(1), ingress = handle_bytes(2), flow = handle_bytes(3),
-                               egress = handle_bytes(4), in = handle_bytes(5), out = handle_bytes(6);
-    const std::vector<uint8_t> ip = {0x0a}, l2tp_type = {0x0e}, ovlin = {0x11}, high = {0x5a}, one = {1};
-    const std::vector<uint8_t> local = {1, 2, 0, 0xc0}, remote = {7, 100, 51, 198}, vrf = {4, 3, 2, 1};
-    // clang-format off
-    const auto bind = [&](uint8_t kind, uint8_t direction, const std::vector<uint8_t> &source_type, const std::vector<uint8_t> &source,
-                          const std::vector<uint8_t> &source_id, const std::vector<uint8_t> &type, const std::vector<uint8_t> &destination,
-                          const std::vector<uint8_t> &id) {
-        return golden(96, {{0, {kind}}, {4, {direction}}, {8, one}, {0x10, source_type}, {0x17, high}, {0x18, source}, {0x20, source_id},
-                           {0x24, one}, {0x28, type}, {0x2f, high}, {0x30, destination}, {0x38, id}, {0x3c, one}, {0x54, one}});
-    };
-    const std::pair<const char *, std::vector<uint8_t>> expected[] = {
-        {"vok_l2tpv3_ingress_interface_add", golden(4, {})},
-        {"vok_ip_ingress_association_create", golden(128, {{0, {0x9c}}, {0x10, vrf}, {0x20, local}, {0x24, {32}}, {0x28, remote},
-                                                           {0x2c, {32}}, {0x30, {115}}, {0x38, one}})},
-        {"vok_l2tpv3_ingress_flow_create", golden(24, {{0, {3}}, {8, interface}, {16, {0xe9, 3}}})},
-        {"vok_bind", bind(3, 1, ip, ingress, {}, l2tp_type, interface, {})},
-        {"vok_bind", bind(5, 2, l2tp_type, flow, {}, ovlin, {}, {11, 0, 0x30, 0})},
-        {"vok_ip_egress_association_create", golden(56, {{0, {0x0e}}, {0x10, vrf}, {0x14, remote}, {0x18, local}, {0x1c, {115}}, {0x35, {64}}})},
-        {"vok_bind", bind(6, 2, ovlin, {}, {1, 0, 0x30, 0}, ip, egress, {})},
-        {"vok_l2tpv3_ingress_flow_create", golden(24, {{0, one}, {8, interface}, {16, {0xb5, 0xc3}}})},
-        {"vok_bind", bind(5, 2, l2tp_type, in, {}, ovlin, {}, {0x45, 0x23, 0x51, 0})},
-        {"vok_l2tpv3_egress_flow_create", golden(8, {{0, one}})},
-        {"vok_bind", bind(6, 2, ovlin, {}, {101, 0, 0x50, 0}, l2tp_type, out, {})},
-        {"vok_bind", bind(3, 2, l2tp_type, out, {}, ip, egress, {})},
-    };
-    // clang-format on
-    ASSERT_EQ(calls.size(), std::size(expected));
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        EXPECT_EQ(calls[i].operation, expected[i].first);
-        EXPECT_EQ(calls[i].record, expected[i].second) << i << ": " << calls[i].operation;
-        const std::optional<uint8_t> dscp = i == 6    ? std::optional<uint8_t>(48)
-                                            : i >= 10 ? std::optional<uint8_t>(46)
-                                                      : std::nullopt;
-        EXPECT_EQ(calls[i].dscp, dscp) << i;
-    }
-    const auto bytes_of = [](const auto &entry) {
-        const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
-        return std::vector<uint8_t>(bytes, bytes + sizeof entry);
-    };
-    EXPECT_EQ(bytes_of(l2tp_control_table[1]), golden(32, {{8, flow}, {16, ingress}, {24, egress}}));
-    EXPECT_EQ(bytes_of(l2tp_session_table[53]),
-              golden(32, {{0, {46}}, {8, {101, 0, 0x50, 0}}, {12, {0x45, 0x23, 0x51, 0}}, {16, in}, {24, out}}));
-
-    ASSERT_EQ(add_session(48), 0u); // without CRC
-    EXPECT_EQ(calls[12].record[0], 2);
-    EXPECT_EQ(calls[14].record[0], 2);
-    EXPECT_NE(l2tp_session_table[0].egress_flow_handle, 0u);
-
-    // Every unbind is the bind of the same binding, byte for byte.
-    const auto seen = calls;
-    record();
-    zel_core_term_l2tp_session_rem(1, 101);
-    remove(1);
-    for (const auto &[unbind, bound] : {std::pair{0, 11}, {1, 10}, {3, 8}, {5, 6}, {7, 4}, {8, 3}}) {
-        EXPECT_EQ(calls.at(static_cast<std::size_t>(unbind)).operation, "vok_unbind") << unbind;
-        EXPECT_EQ(calls[static_cast<std::size_t>(unbind)].record, seen[static_cast<std::size_t>(bound)].record)
-            << unbind;
-    }
-}
-
-/// An add that fails at one of its calls: what it does from there on when every undo works.
-struct failing_add {
-    int call;
-    const char *undo;
-};
 
 class l2tp_faults : public l2tp {
 protected:
-    /// The add with that call failing, and then with every subset of the later calls failing too: the result is 13 each
-    /// time and the entry is free; with all undos working, the calls are the row's and the data plane is as before.
-    void expect_undone(const failing_add &row, const std::function<void()> &prepare,
-                       const std::function<uint32_t()> &add, const std::function<bool()> &entry_is_free)
+    /// The add with each of its calls failing, and then with every subset of the later calls failing too: the result is
+    /// 13 each time and the entry is free; with all undos working the data plane is as before, and what was called and
+    /// reported is collected.
+    void fail_each_call(const std::string &what, int call_count, const std::function<void()> &prepare,
+                        const std::function<uint32_t()> &add, const std::function<bool()> &entry_is_free)
     {
-        std::size_t undo_calls = 1;
-        for (unsigned subset = 0; subset < 1u << undo_calls; ++subset) {
-            SCOPED_TRACE("call " + std::to_string(row.call) + ", undos failing: " + std::to_string(subset));
-            reset();
-            prepare();
-            const std::string data_plane_before = data_plane();
-            std::map<int, vok_cp_sim_answer_t> faults = {{row.call, failing}};
-            for (int i = 0; i < 16; ++i)
-                if ((subset & 1u << i) != 0)
-                    faults[row.call + 1 + i] = failing;
-            record(faults);
-            EXPECT_EQ(add(), 13u);
-            EXPECT_TRUE(entry_is_free());
-            if (subset == 0) {
-                undo_calls = calls.size() - static_cast<std::size_t>(row.call);
-                const std::string all = essence(trail());
-                EXPECT_EQ(all.substr(all.find(" fails\n") + 7), row.undo + 1);
-                const std::string interface = row.call > 1 && data_plane_before == "0 objects, 0 bindings"
-                                                  ? "1 objects, 0 bindings"
-                                                  : data_plane_before;
-                EXPECT_EQ(data_plane(), interface);
+        for (int call = 1; call <= call_count; ++call) {
+            std::size_t undo_calls = 1;
+            for (unsigned subset = 0; subset < 1u << undo_calls; ++subset) {
+                SCOPED_TRACE(what + ", call " + std::to_string(call) + ", undos failing: " + std::to_string(subset));
+                reset();
+                prepare();
+                const std::string data_plane_before = data_plane();
+                std::map<int, vok_cp_sim_answer_t> faults = {{call, failing}};
+                for (int i = 0; i < 16; ++i)
+                    if ((subset & 1u << i) != 0)
+                        faults[call + 1 + i] = failing;
+                record(faults);
+                EXPECT_EQ(add(), 13u);
+                EXPECT_TRUE(entry_is_free());
+                if (subset == 0) {
+                    undo_calls = calls.size() - static_cast<std::size_t>(call);
+                    collect(what + " fails at call " + std::to_string(call));
+                    const bool interface_stays = call > 1 && data_plane_before == "0 objects, 0 bindings";
+                    EXPECT_EQ(data_plane(), interface_stays ? "1 objects, 0 bindings" : data_plane_before);
+                }
+                stop_recording();
             }
-            stop_recording();
         }
     }
 };
 
-TEST_F(l2tp_faults, control_connection_add_fails_at_each_call_and_each_undo_too)
+TEST_F(l2tp_faults, adds_fail_at_each_call_and_each_undo_too)
 {
-    const failing_add rows[] = {
-        {1, R"(
-data-plane call failed, l2tp_control_add_l2tp_ingress_interface
-)"},
-        {2, R"(
-data-plane call failed, l2tp_control_create_ipv4_ingress_association
-)"},
-        {3, R"(
-data-plane call failed, l2tp_control_create_l2tp_ingress_flow
-Unexpected unbind: Possible problem with bind and unbind count not matched
-vok_ip_ingress_association_delete #2
-)"},
-        {4, R"(
-data-plane call failed, l2tp_control_bind_ipv4_to_l2tp
-vok_unbind #3 -> 0x0030000b fails
-vok_l2tpv3_ingress_flow_delete #3
-vok_unbind #2 -> #1 fails
-vok_ip_ingress_association_delete #2
-)"},
-        {5, R"(
-data-plane call failed, l2tp_control_bind_l2tp_to_ovlin
-vok_unbind #3 -> 0x0030000b fails
-vok_l2tpv3_ingress_flow_delete #3
-vok_unbind #2 -> #1
-vok_ip_ingress_association_delete #2
-)"},
-        {6, R"(
-data-plane call failed, l2tp_control_create_ipv4_egress_association
-vok_unbind #3 -> 0x0030000b
-vok_l2tpv3_ingress_flow_delete #3
-vok_unbind #2 -> #1
-vok_ip_ingress_association_delete #2
-)"},
-        {7, R"(
-data-plane call failed, l2tp_control_bind_ovlin_to_ipv4
-vok_unbind 0x00300001 -> #4 fails
-vok_ip_egress_association_delete #4
-vok_unbind #3 -> 0x0030000b
-vok_l2tpv3_ingress_flow_delete #3
-vok_unbind #2 -> #1
-vok_ip_ingress_association_delete #2
-)"},
-    };
-    for (const failing_add &row : rows)
-        expect_undone(
-            row, [] {}, [] { return connect(1); }, [] { return is_free(1); });
-}
-
-TEST_F(l2tp_faults, session_add_fails_at_each_call_and_each_undo_too)
-{
-    const failing_add rows[] = {
-        {1, R"(
-data-plane call failed, l2tp_session_create_ingress_flow
-)"},
-        {2, R"(
-data-plane call failed, l2tp_session_bind_l2tp_to_ovlin
-vok_unbind #1 -> 0x00512345 fails
-vok_l2tpv3_ingress_flow_delete #1
-)"},
-        {3, R"(
-data-plane call failed, l2tp_session_create_egress_flow
-vok_unbind #1 -> 0x00512345
-vok_l2tpv3_ingress_flow_delete #1
-)"},
-        {4, R"(
-data-plane call failed, l2tp_session_bind_ovlin_to_l2tp
-vok_unbind #2 -> #-1 fails
-vok_unbind 0x00500064 -> #2 fails
-vok_l2tpv3_egress_flow_delete #2
-vok_unbind #1 -> 0x00512345
-vok_l2tpv3_ingress_flow_delete #1
-)"},
-        {5, R"(
-data-plane call failed, l2tp_session_bind_l2tp_to_ipv4
-vok_unbind #2 -> #-1 fails
-vok_unbind 0x00500064 -> #2
-vok_l2tpv3_egress_flow_delete #2
-vok_unbind #1 -> 0x00512345
-vok_l2tpv3_ingress_flow_delete #1
-)"},
-    };
-    for (const failing_add &row : rows)
-        expect_undone(
-            row, [] { ASSERT_EQ(connect(1), 0u); }, [] { return add_session(100); },
-            [] { return is_free_session(100); });
-
-    // Without its control connection a session has nothing to unbind there.
+    fail_each_call(
+        "control connection add", 7, [] {}, [] { return connect(1); }, [] { return is_free(1); });
+    fail_each_call(
+        "session add", 5, [] { ASSERT_EQ(connect(1), 0u); }, [] { return add_session(100); },
+        [] { return is_free_session(100); });
     reset();
     ASSERT_EQ(connect(2), 0u);
     record();
-    EXPECT_EQ(add_session(100), 13u);
-    EXPECT_EQ(essence(trail()), R"(vok_l2tpv3_ingress_flow_create
-vok_bind #1 -> 0x00512345
-vok_l2tpv3_egress_flow_create
-vok_bind 0x00500064 -> #2
-vok_bind #2 -> none fails
-data-plane call failed, l2tp_session_bind_l2tp_to_ipv4
-vok_unbind 0x00500064 -> #2
-vok_l2tpv3_egress_flow_delete #2
-vok_unbind #1 -> 0x00512345
-vok_l2tpv3_ingress_flow_delete #1
-)");
+    EXPECT_EQ(add_session(100, 1), 13u);
+    collect("session add without its control connection, which leaves nothing to unbind there");
+    expect_collected("l2tp_faults.txt");
 }
 
 TEST_F(l2tp, the_session_type_hook_refuses)

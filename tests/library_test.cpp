@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
@@ -167,7 +168,8 @@ void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
         expect_location_leads_to_statement(e.location);
         const auto is_in_message = [&](const std::string &text) { return e.message.find(text) != std::string::npos; };
         if (e.category != "SESSION_API_DELAY" || std::ranges::any_of(keep_delays_of, is_in_message))
-            add_line(e.name + " " + e.location.substr(0, e.location.find(':')) + " " + e.category + " " + e.message);
+            add_line(e.name + " " + e.location.substr(0, e.location.find(':')) + " " + e.category + " " +
+                     with_handles_by_number(e.message));
     });
 }
 
@@ -188,12 +190,16 @@ std::string library_test::trail()
     return std::exchange(trail_, {});
 }
 
-std::vector<uint8_t> library_test::handle_bytes(int number) const
+/// Handles are the only numbers in messages that are wider than 32 bits.
+std::string library_test::with_handles_by_number(std::string message) const
 {
-    const uint64_t handle = handles_before_ + static_cast<uint64_t>(number);
-    std::vector<uint8_t> bytes(sizeof handle);
-    std::memcpy(bytes.data(), &handle, sizeof handle);
-    return bytes;
+    for (std::size_t at = 0; (at = message.find("0x", at)) != std::string::npos; ++at) {
+        std::size_t length = 0;
+        const uint64_t number = std::stoull(message.substr(at), &length, 16);
+        if (number > UINT32_MAX)
+            message.replace(at, length, name(number));
+    }
+    return message;
 }
 
 std::string library_test::name(uint64_t handle) const
@@ -222,6 +228,15 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         std::fill_n(seen.record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
     }
     test.add_line(line);
+    if (test.dump_records && !seen.record.empty()) {
+        test.trail_ += "    " + std::to_string(seen.record.size()) + " bytes" +
+                       (seen.dscp ? ", dscp " + std::to_string(*seen.dscp) : "") + "\n";
+        const bool binds = line.starts_with("vok_bind") || line.starts_with("vok_unbind");
+        const bool creates_flow = line.starts_with("vok_l2tpv3_ingress_flow_create");
+        test.trail_ += binds          ? test.dump(seen.record, {0x18, 0x30})
+                       : creates_flow ? test.dump(seen.record, {8})
+                                      : test.dump(seen.record, {});
+    }
     test.calls.push_back(seen);
     const int number = ++test.calls_counted_;
     if (test.on_call)
@@ -233,7 +248,6 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
 void library_test::run(const operation_row &row, before what)
 {
     for (const int ip_version : row.ip_versions) {
-        SCOPED_TRACE(std::string(row.what) + " over IPv" + std::to_string(ip_version));
         reset();
         record();
         if (what == before::session_1) {
@@ -242,49 +256,74 @@ void library_test::run(const operation_row &row, before what)
         trail();
         count_calls_anew(row.faults);
         interposed.session_type_result = row.session_type_result;
-        EXPECT_EQ(row.operation(ip_version), row.result);
-        EXPECT_EQ(trail(), for_version(row.trail, ip_version));
+        const uint32_t result = row.operation(ip_version);
+        collect(std::string(row.what) + " over IPv" + std::to_string(ip_version));
         stop_recording();
-        EXPECT_EQ(data_plane(), row.left);
-        zel_core_term_udp_session_cfg_t stored;
-        ASSERT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), row.pmtu != 0 ? 0u : 4u);
+        collected_ += "result " + std::to_string(result) + ", " + data_plane();
+
+        zel_core_term_udp_session_cfg_t stored, expected = cfg(ip_version);
+        const bool is_free = zel_core_term_udp_session_cfg_get(1, &stored) == ZEL_CORE_TERM_SESSION_FREE;
         uint32_t free_id = 0;
         EXPECT_EQ(zel_core_term_udp_session_free_id_get(&free_id), 0u);
-        EXPECT_EQ(free_id, row.pmtu != 0 ? 2u : 1u);
-        if (row.pmtu == 0) {
-            EXPECT_EQ(add(1, cfg(ip_version)), 0u); // as if it had never been there
+        EXPECT_EQ(free_id, is_free ? 1u : 2u) << row.what;
+        if (is_free) {
+            collected_ += ", session free\n";
+            EXPECT_EQ(add(1, cfg(ip_version)), 0u) << row.what; // as if it had never been there
         } else {
-            zel_core_term_udp_session_cfg_t expected = cfg(ip_version);
-            expected.pmtu = row.pmtu;
-            expected.ttl = row.ttl;
-            EXPECT_EQ(std::memcmp(&stored, &expected, sizeof stored), 0);
+            collected_ +=
+                ", session with pmtu " + std::to_string(stored.pmtu) + " and ttl " + std::to_string(stored.ttl) + "\n";
+            expected.pmtu = stored.pmtu;
+            expected.ttl = stored.ttl;
+            EXPECT_EQ(std::memcmp(&stored, &expected, sizeof stored), 0) << row.what;
         }
     }
+}
+
+void library_test::collect(const std::string &heading)
+{
+    collected_ += (collected_.empty() ? "== " : "\n== ") + heading + "\n" + trail();
+}
+
+void library_test::expect_collected(const char *file)
+{
+    const std::string path = std::string(ZEL_SOURCE_DIR "/../tests/expected/") + file;
+    if (std::getenv("ZEL_WRITE_EXPECTED") != nullptr) {
+        std::ofstream(path) << collected_;
+        return;
+    }
+    std::ifstream in(path);
+    EXPECT_EQ(collected_, std::string(std::istreambuf_iterator<char>(in), {})) << path;
+}
+
+std::string library_test::dump(std::vector<uint8_t> bytes, std::initializer_list<std::size_t> handle_offsets) const
+{
+    for (const std::size_t offset : handle_offsets) {
+        uint64_t handle;
+        std::memcpy(&handle, &bytes.at(offset), sizeof handle);
+        handle -= handle != 0 ? handles_before_ : 0;
+        std::memcpy(&bytes.at(offset), &handle, sizeof handle);
+    }
+    std::string text;
+    char hex_digits[24];
+    for (std::size_t line = 0; line < bytes.size(); line += 16) {
+        const std::size_t end = std::min(line + 16, bytes.size());
+        if (std::all_of(bytes.begin() + static_cast<std::ptrdiff_t>(line),
+                        bytes.begin() + static_cast<std::ptrdiff_t>(end), [](uint8_t b) { return b == 0; }))
+            continue;
+        std::snprintf(hex_digits, sizeof hex_digits, "    %02zx:", line);
+        text += hex_digits;
+        for (std::size_t i = line; i < end; ++i) {
+            std::snprintf(hex_digits, sizeof hex_digits, " %02x", bytes[i]);
+            text += hex_digits;
+        }
+        text += '\n';
+    }
+    return text;
 }
 
 uint32_t library_test::add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, uint8_t session_type)
 {
     return zel_core_term_udp_session_add(id, &cfg, 1, 2, 5, 46, session_type);
-}
-
-std::string library_test::for_version(const char *trail, int ip_version)
-{
-    static const std::map<char, std::pair<std::string, std::string>> names = {
-        {'V', {"ip", "ipv6"}},
-        {'S', {"stats", "statistics"}},
-        {'F', {"ipv4", "ipv6"}},
-        {'G', {"zel_udp_session_", "zel_ipv6_udp_session_"}},
-    };
-    std::string text;
-    for (const char *c = trail + 1; *c != '\0'; ++c) {
-        if (*c == '$') {
-            const auto &[v4, v6] = names.at(*++c);
-            text += ip_version == 4 ? v4 : v6;
-        } else {
-            text += *c;
-        }
-    }
-    return text;
 }
 
 zel_core_term_udp_session_cfg_t library_test::cfg(int ip_version)

@@ -41,6 +41,7 @@ protected:
     std::string trail();
 
     std::vector<std::string> keep_delays_of; ///< delay warnings with one of these texts are kept
+    bool dump_records = false;               ///< true: each call is followed by its record
     bool listen = true;                      ///< false: no event is enabled while trail() collects
 
     /// A library that was just started over an empty data plane.
@@ -62,47 +63,48 @@ protected:
     };
     std::vector<seen_call> calls; ///< since record()
 
-    /// One operation on an otherwise empty data plane.
+    /// One operation on session 1 of an otherwise empty data plane.
     struct operation_row {
         const char *what;
         std::vector<int> ip_versions;
         std::function<uint32_t(int ip_version)> operation;
         std::map<int, vok_cp_sim_answer_t> faults; ///< as for record()
         uint32_t session_type_result;              ///< of the session-type hook
-        uint32_t result;
-        const char *left; ///< in the data plane afterwards
-        uint32_t pmtu;
-        uint8_t ttl;       ///< of session 1 afterwards; a pmtu of 0: it is free
-        const char *trail; ///< see for_version()
     };
 
+    /// Collects, for expect_collected(), the trail of the operation, its result and what it leaves.
+    /// @param what whether session 1 was added before
     enum class before { nothing, session_1 };
     void run(const operation_row &row, before what);
+
+    /// Collects a heading and what trail() then has; takes it from there.
+    void collect(const std::string &heading);
+
+    /// Compares all that was collected with tests/expected/`file`. With ZEL_WRITE_EXPECTED in the environment the file
+    /// is written instead, to be read before it is kept.
+    void expect_collected(const char *file);
+
+    /// The bytes as hexadecimal lines with their offsets; lines of zeroes are left out, and the handles at
+    /// `handle_offsets` are shown by their number.
+    std::string dump(std::vector<uint8_t> bytes, std::initializer_list<std::size_t> handle_offsets) const;
 
     /// A session with uplink flow 1/id and downlink flow 2/5.
     static uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, uint8_t session_type = 0);
 
-    /// Trails are the same over IPv4 and IPv6 but for names: after its first line break, `trail` has $V for "ip" or
-    /// "ipv6" and $S for "stats" or "statistics" in the data plane's names, $F for "ipv4" or "ipv6" and $G for
-    /// "zel_udp_session_" or "zel_ipv6_udp_session_" in the library's.
-    static std::string for_version(const char *trail, int ip_version);
-
-    uint64_t handles_before() const { return handles_before_; }
-
     static zel_core_term_udp_session_cfg_t cfg(int ip_version);
-    static std::string data_plane();                     ///< "objects, bindings" by number
-    std::vector<uint8_t> handle_bytes(int number) const; ///< of handle #number
+    static std::string data_plane(); ///< "objects, bindings" by number
 
 private:
     friend struct interposed_functions;
     static vok_cp_sim_answer_t observe(void *self, const vok_cp_sim_call_t *call);
     void add_line(const std::string &line) { trail_ += line + "\n"; }
     std::string name(uint64_t handle) const;
+    std::string with_handles_by_number(std::string message) const;
 
     uint64_t handles_before_ = 0; ///< the last handle that the data plane gave before record()
     std::map<int, vok_cp_sim_answer_t> faults_;
     int calls_counted_ = 0;
-    std::string trail_;
+    std::string trail_, collected_;
     std::optional<event_listener> listener_;
 };
 
