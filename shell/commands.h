@@ -52,8 +52,7 @@ private:
     void show_help(const CLI::App &asked);
     void show_udp_sessions();
     void show_events(const std::string &which);
-    const connection &known_connection(std::uint32_t id) const;
-    void forget_removed_connections();
+    void forget_removed();
 
     std::ostream &out_;
     std::unique_ptr<event_listener> listener_;

@@ -36,16 +36,8 @@ void commands::add_l2tp_commands(CLI::App &app, line_options &o)
     add_session_commands(*l2tp, o);
 }
 
-const commands::connection &commands::known_connection(std::uint32_t id) const
-{
-    const auto found = connections_.find(id);
-    if (found == connections_.end())
-        throw bad_line("control connection " + std::to_string(id) + " was not added here");
-    return found->second;
-}
-
 /// Forgets what the library has removed.
-void commands::forget_removed_connections()
+void commands::forget_removed()
 {
     std::erase_if(connections_, [](const auto &known) {
         return known.first < std::size(l2tp_control_table) && !is_in_use(l2tp_control_table[known.first]);
@@ -87,11 +79,16 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
 
     CLI::App *remove = connection_command->add_subcommand("remove", "remove a control connection, its sessions first");
     add_number(remove, "ID", o.id, "the control connection")->required();
-    remove->callback([this, &o] {
-        const connection c = known_connection(o.id);
+    CLI::Option *pcep = add_number(remove, "--pcep", o.pcep, "PCEP id, if not the one that it was added with");
+    CLI::Option *rat_session =
+        add_number(remove, "--rat-session", o.rat_session, "RAT-side ovlin session id, likewise");
+    remove->callback([this, &o, pcep, rat_session] {
+        const auto known = connections_.find(o.id);
+        const connection c = known != connections_.end() ? known->second : connection{};
         show_result("l2tp connection remove " + std::to_string(o.id),
-                    zel_core_term_l2tp_control_connection_rem(o.id, c.pcep, c.rat_session));
-        forget_removed_connections();
+                    zel_core_term_l2tp_control_connection_rem(o.id, *pcep ? o.pcep : c.pcep,
+                                                              *rat_session ? o.rat_session : c.rat_session));
+        forget_removed();
     });
 
     CLI::App *modify =
@@ -101,7 +98,10 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
     CLI::Option *dscp =
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
     modify->callback([this, &o, dscp] {
-        const connection old = known_connection(o.id);
+        const auto known = connections_.find(o.id);
+        if (known == connections_.end())
+            throw bad_line("control connection " + std::to_string(o.id) + " was not added here");
+        const connection old = known->second;
         connection c = old;
         set_address(c.cfg.remote_addr, o.remote);
         if (*dscp)
@@ -118,7 +118,7 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
             out_ << "the old peer and DSCP are in force\n";
         else
             connections_[o.id] = c;
-        forget_removed_connections();
+        forget_removed();
     });
 
     connection_command->add_subcommand("show", "the control connections")->callback([this] {
@@ -158,12 +158,14 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
 
     CLI::App *remove = session->add_subcommand("remove", "remove a session");
     add_number(remove, "ID", o.id, "the session")->required();
-    remove->callback([this, &o] {
+    CLI::Option *carrier =
+        add_number(remove, "--connection", o.connection, "its control connection, if not the one that it was added to");
+    remove->callback([this, &o, carrier] {
         const auto known = l2tp_sessions_.find(o.id);
-        if (known == l2tp_sessions_.end())
-            throw bad_line("session " + std::to_string(o.id) + " was not added here");
-        show_result("l2tp session remove " + std::to_string(o.id), zel_core_term_l2tp_session_rem(known->second, o.id));
-        forget_removed_connections();
+        if (!*carrier && known != l2tp_sessions_.end())
+            o.connection = known->second;
+        show_result("l2tp session remove " + std::to_string(o.id), zel_core_term_l2tp_session_rem(o.connection, o.id));
+        forget_removed();
     });
 
     session->add_subcommand("show", "the sessions")->callback([this] {

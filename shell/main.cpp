@@ -46,7 +46,8 @@ int main(int argc, char **argv)
 {
     CLI::App app{"Drives libzel-core-term over a stand-in data plane. Reads a command a line, from FILE or from\n"
                  "standard input; '#' starts a comment line, 'help' lists the commands. From a file or a pipe it\n"
-                 "stops at the first line that cannot be carried out, and exits with 1."};
+                 "stops at the first line that cannot be carried out or whose expectation does not hold, and exits\n"
+                 "with 1. A result other than 0 is shown and does not stop it."};
     std::string file;
     app.add_option("FILE", file, "commands");
     try {

@@ -48,8 +48,7 @@ udp modify 1|--pmtu or --ttl is required
 udp release|ID is required
 l2tp connection|a command is missing; expected add, remove, modify, show
 l2tp connection add 1 --local 192.0.2.300|--local: '192.0.2.300' is not an IPv4 address
-l2tp connection remove 1|control connection 1 was not added here
-l2tp session remove 100|session 100 was not added here
+l2tp connection modify 1 --remote 192.0.2.2|control connection 1 was not added here
 packet l2tp --from 192.0.2.1 --to 192.0.2.2|--session or --connection is required, and not both
 packet udp --from 192.0.2.1:1 --to [::1]:1|--from is IPv4 and --to is IPv6
 send 4096/1|FLOW: '4096/1' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)

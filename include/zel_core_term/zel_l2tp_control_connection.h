@@ -7,6 +7,9 @@
  * egress association then has the TTL of the connection that made it. All connections share one L2TPv3 ingress
  * interface, which the first add makes and nothing deletes.
  *
+ * Connections and L2TP sessions share the ovlin session ids, of which 48 is valid for both: with one PCEP id it must
+ * not be used for a connection and a session at the same time, whose ovlin flow would be the same.
+ *
  * Operations run to their end on the caller's thread; the caller serialises them.
  */
 #ifndef ZEL_CORE_TERM_ZEL_L2TP_CONTROL_CONNECTION_H
@@ -59,7 +62,9 @@ ZEL_LAYOUT_FIELD(l2tp_control_entry, ipv4_egress_association_handle, 24, 8);
 /** The control connections by tn_ovlin_session_id. To be read only. */
 ZEL_CORE_TERM_API extern l2tp_control_entry l2tp_control_table[ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX + 1];
 
-/** The L2TPv3 ingress interface's handle; 0 until the first add. It outlives stop and start. To be read only. */
+/** The L2TPv3 ingress interface's handle; 0 until the first add. It outlives stop and start. To be read
+ * only, except by a test that empties its data plane and must set it back to 0.
+ */
 ZEL_CORE_TERM_API extern uint64_t l2tp_control_ingress_interface;
 
 /** The ovlin capabilities as the L2TP side read them at its start. To be read only. */
@@ -101,7 +106,8 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  *                             session type 1 before the last bind
  *
  * @return 0: added.
- *         3: an id is out of range; 13 with the L2TP side stopped; 5: the id is in use: nothing was done.
+ *         3: an id is out of range; 13 with the L2TP side stopped; 5: the id is in use: nothing was done. (Before the
+ *         first start no limit but 0 is known, and 3 comes before 13.)
  *         13: a data-plane call failed, or 48 associations are in use already. What the table entry shows was taken
  *         down again, shared associations by their counts, and the id is free. Every unbind is tried once its flow or
  *         association is there, whether its bind was made or not. The ingress interface stays. The data plane keeps
@@ -110,9 +116,11 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  *         id stays in use without the last binding, until it is removed.
  *
  * The undo of an add that fails after it came to share an ingress association, but before it asked for that
- * association's binding to the interface, releases one request for it all the same. If the other users' requests are
- * used up by that, the binding is removed from under them: their control messages and sessions are no longer
- * received until one of them is removed and added again.
+ * association's binding to the interface, releases one request for it all the same. From then on there is one request
+ * less than users. When they are used up, by this undo or by a later removal, the binding is removed from under the
+ * connections that are left: their control messages and sessions are no longer received until another add or modify
+ * comes to share the association, and then only until that one is removed. Removing all of them and adding them again
+ * mends it.
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_add(
     uint32_t tn_ovlin_session_id, const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, uint32_t controlConnId,
@@ -134,13 +142,18 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
 
 /**
  * Moves a control connection and its sessions to a new configuration. The L2TPv3 ingress flow and its binding stay.
- * When the new configuration cannot be set up, the old remote address and DSCP are, with the local address, VRF and
- * TTL of `ip_cfg`; when that fails too, or a session's part does, all is removed.
+ * First the sessions are unbound from the egress association, then the associations are exchanged, then the sessions
+ * are bound again. When the new configuration cannot be set up, the old remote address and DSCP are, with the local
+ * address, VRF and TTL of `ip_cfg`. When that fails too, or the part of a session, all is removed.
+ *
+ * That the connection is there is not checked: of one that is not, the associations and their bindings are made and
+ * nothing else, and its id is then in use.
  *
  * @param tn_ovlin_session_id  the connection
- * @param session_ids          the tn_ovlin_session_id_session of each of its sessions
+ * @param session_ids          the tn_ovlin_session_id_session of each of its sessions. One that is out of range or not
+ *                             there fails as any session's part does: all is removed
  * @param session_count        how many; 0 is allowed
- * @param ip_cfg               the new configuration; with 2 and most failures its remote_addr is the old one afterwards
+ * @param ip_cfg               the new configuration; once the old one is tried, its remote_addr is the old one
  * @param tn_pcep_id           as given to the add
  * @param rat_ovlin_session_id as given to the add
  * @param dscp                 the new DSCP of the control messages
@@ -148,10 +161,11 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  * @param old_remote_addr      the remote address in force: 16 bytes, of which the first 4 are read
  * @param session_type_flag    as for the add; for each session too
  *
- * @return 0: the new configuration is in force. 2: the old remote address and DSCP are in force.
+ * @return 0: the new configuration is in force. 2: the old remote address and DSCP are in force. In both cases the data
+ *         plane keeps what could not be taken down of the configuration before, which is reported by trace events.
  *         3: the id is above 48; 13 with the L2TP side stopped: nothing was done.
- *         Otherwise, and also with a 2 or 3 of the session-type hook, the code of the step that failed: all listed
- *         sessions and the connection were removed, as their removal does.
+ *         Otherwise the code of the step that failed, which may be any of these too: all listed sessions and the
+ *         connection were removed, as their removal does. l2tp_control_table tells which.
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_modify(
     uint32_t tn_ovlin_session_id, const uint32_t *session_ids, uint32_t session_count,

@@ -4,7 +4,8 @@
  *
  * A session is named by its own ovlin session id, tn_ovlin_session_id_session, 48 to 336. The library does not keep
  * which control connection carries it: every operation is told, and works with that connection's egress association
- * at the time of the call.
+ * at the time of the call. With one PCEP id the session id 48 must not be used while a control connection 48 is there,
+ * whose ovlin flow would be the same.
  *
  * Operations run to their end on the caller's thread; the caller serialises them.
  */
@@ -24,7 +25,7 @@ extern "C" {
 /** The lowest and the highest tn_ovlin_session_id_session; a session's table index is its id less the lowest. */
 enum { ZEL_CORE_TERM_L2TP_SESSION_ID_MIN = 48, ZEL_CORE_TERM_L2TP_SESSION_ID_MAX = 336 };
 
-/** A session; a field of 0 means that the object or binding does not exist. */
+/** A session; a field of 0 means that the object or binding does not exist, or that the ovlin flow ID is 0. */
 typedef struct l2tp_session_entry {
     uint8_t dscp; /**< set when the add has succeeded */
     uint8_t reserved_01[7];
@@ -49,7 +50,11 @@ ZEL_CORE_TERM_API extern l2tp_session_entry
  * Adds a session: its L2TPv3 ingress flow, bound to the ovlin flow ((tn_pcep << 20) | low 20 bits of
  * rat_ovlin_session_id), and its L2TPv3 egress flow, to which the ovlin flow ((tn_pcep << 20) |
  * tn_ovlin_session_id_session) is bound and which is bound to the control connection's egress association. A session
- * that is there already is overwritten and its data-plane objects are forgotten: remove it first.
+ * that is there already is overwritten and its data-plane objects are forgotten, and an add that fails takes down what
+ * its entry still shows of it: remove it first.
+ *
+ * A received flow of 0, made of tn_pcep 0 and a rat_ovlin_session_id whose low 20 bits are 0, reads as not bound: the
+ * undo of an add leaves that binding and its ingress flow in the data plane. The removal does not.
  *
  * @param dscp                             DSCP of the session's sent packets
  * @param crc                              0: flowType 2; any other value: flowType 1
@@ -62,7 +67,8 @@ ZEL_CORE_TERM_API extern l2tp_session_entry
  *                                         with session type 1 before each of the two egress binds
  *
  * @return 0: added.
- *         3: an id is out of range; 13 with the L2TP side stopped: nothing was done.
+ *         3: an id is out of range; 13 with the L2TP side stopped: nothing was done. (Before the first start no limit
+ *         but 0 is known, and 3 comes before 13.)
  *         13: a data-plane call failed, as for a control connection that is not there. What the table entry shows was
  *         taken down again and the id is free. Unbinds are tried by what the entry and the control connection show,
  *         whether their binds were made or not; the data plane keeps what could not be taken down.

@@ -26,7 +26,7 @@ extern "C" {
 #endif
 
 /**
- * Sets the session type of a PCEP. The library calls it before the ovlin-side bind of an endpoint whose
+ * Sets the session type of a PCEP. The library calls it before the binds that sending needs of an endpoint whose
  * session-type flag is set, and takes a result other than 0 as the failure of that bind.
  *
  * @param ovlin_flow_type the handle block's ovlin_flow_type

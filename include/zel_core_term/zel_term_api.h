@@ -21,7 +21,7 @@ enum {
     ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the id is already in use */
     ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION = 7, /**< neither IPv4 nor IPv6, or not the one that the operation needs */
     ZEL_CORE_TERM_NO_FREE_SESSION = 10,       /**< all UDP session ids are in use */
-    ZEL_CORE_TERM_DATA_PLANE_FAILED = 13      /**< a data-plane call failed, or the library is not started */
+    ZEL_CORE_TERM_DATA_PLANE_FAILED = 13      /**< a data-plane call failed, a table is full, or not started */
 };
 
 #endif

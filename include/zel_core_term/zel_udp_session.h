@@ -131,6 +131,7 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  * ((tn_ul_pcep_id << 20) | udp_session_id) to the egress association and the ingress association to the
  * downlink ovlin flow ((tn_dl_pcep_id << 20) | the low 20 bits of rat_ovlin_session_id).
  *
+ * Addresses and ports are not compared with those of other sessions: what two that are alike mean is the data plane's.
  * A downlink ovlin flow ID of 0 counts as not bound, so that no undo or disconnect removes such a binding.
  *
  * @param udp_session_id       1 to 70,000, free

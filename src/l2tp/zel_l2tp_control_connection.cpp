@@ -446,7 +446,7 @@ u32 zel_core_term_l2tp_control_connection_add(u32 tn_ovlin_session_id,
         return report(ZEL_HERE, ZEL_CORE_TERM_SESSION_IN_USE, "(tn_ovlin_session_id)");
 
     const u32 result = run_until_failure(ZEL_HERE, steps, request);
-    if (result != ZEL_CORE_TERM_SUCCESS && result != ZEL_CORE_TERM_OUT_OF_RANGE) // 3: by convention nothing was begun
+    if (result != ZEL_CORE_TERM_SUCCESS && result != ZEL_CORE_TERM_OUT_OF_RANGE) // a 3 ends an add without undo
         undo_add(request.ids);
     return result;
 }
@@ -538,7 +538,7 @@ static modify_end move(trace_site site, control_request request, std::span<const
     if (add_control_connection_for_modify(request) != ZEL_CORE_TERM_SUCCESS) {
         result = ZEL_CORE_TERM_FELL_BACK;
         remove_control_connection_for_modify(request.ids);
-        std::memcpy(ip_cfg.remote_addr, old_remote_addr, sizeof(u32));
+        std::memmove(ip_cfg.remote_addr, old_remote_addr, sizeof(u32)); // they may be the same
         request.dscp = old_dscp;
         if (const u32 failure = add_control_connection_for_modify(request))
             return failed(failure, "add_control_connection_for_modify");

@@ -240,7 +240,7 @@ u32 zel_core_term_l2tp_session_add(u8 dscp, u8 crc, u32 tn_pcep, u32 rat_ovlin_s
     for (const auto &step : steps) {
         if (const u32 failure = step.run(request)) {
             report(ZEL_HERE, failure, step.name);
-            if (failure != ZEL_CORE_TERM_OUT_OF_RANGE) // as by convention nothing was begun
+            if (failure != ZEL_CORE_TERM_OUT_OF_RANGE) // a 3 ends an add without undo
                 undo_add(ids);
             return failure;
         }

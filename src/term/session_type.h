@@ -1,4 +1,4 @@
-/// The session-type hook, as every ovlin-side bind calls it first.
+/// The session-type hook, as the binds that sending needs call it first.
 #pragma once
 
 #include "term/zel_trace.h"

@@ -283,7 +283,7 @@ u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_se
 
     report(ZEL_HERE, result, step);
     if (result == ZEL_CORE_TERM_OUT_OF_RANGE || result == ZEL_CORE_TERM_SESSION_IN_USE)
-        return result; // by convention nothing was begun; a session-type hook that says so leaves the entry taken
+        return result; // a 3 or a 5, which only the session-type hook can give here, ends the add without undo
 
     if (entry.dl_flow_id != 0)
         if (const u32 failure = udp_session_disconnect_dl(udp_session_id))
