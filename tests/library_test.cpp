@@ -279,6 +279,34 @@ void library_test::run(const operation_row &row, before what)
     }
 }
 
+void library_test::fail_each_call(const failing_add &tried)
+{
+    for (int call = 1; call <= tried.call_count; ++call) {
+        std::size_t undo_calls = 1;
+        for (unsigned subset = 0; subset < 1u << undo_calls; ++subset) {
+            SCOPED_TRACE(tried.what + ", call " + std::to_string(call) + ", undos failing: " + std::to_string(subset));
+            reset();
+            tried.prepare();
+            const std::string left = tried.first_call_stays && call > 1 ? "1 objects, 0 bindings" : data_plane();
+            std::map<int, vok_cp_sim_answer_t> faults = {{call, failing}};
+            for (int i = 0; i < 16; ++i)
+                if ((subset & 1u << i) != 0)
+                    faults[call + 1 + i] = failing;
+            record(faults);
+            EXPECT_EQ(tried.add(), 13u);
+            stop_recording();
+            EXPECT_TRUE(tried.entry_is_free());
+            if (subset == 0) {
+                undo_calls = calls.size() - static_cast<std::size_t>(call);
+                collect(tried.what + " fails at call " + std::to_string(call));
+                EXPECT_EQ(data_plane(), left);
+            } else if (subset == (1u << undo_calls) - 1) {
+                collect(tried.what + " fails at call " + std::to_string(call) + " and at every undo");
+            }
+        }
+    }
+}
+
 void library_test::collect(const std::string &heading)
 {
     collected_ += (collected_.empty() ? "== " : "\n== ") + heading + "\n" + trail();

@@ -77,6 +77,21 @@ protected:
     enum class before { nothing, session_1 };
     void run(const operation_row &row, before what);
 
+    /// An add that can fail at each of its data-plane calls.
+    struct failing_add {
+        std::string what;
+        int call_count;
+        std::function<void()> prepare;
+        std::function<uint32_t()> add;
+        std::function<bool()> entry_is_free;
+        bool first_call_stays; ///< what the first call makes is not undone
+    };
+
+    /// The add with each of its calls failing, and then with every subset of the later calls failing too: the result is
+    /// 13 each time and the entry is free. With all undos working the data plane is as before. What was called and
+    /// reported with all undos working and with all failing is collected.
+    void fail_each_call(const failing_add &tried);
+
     /// Collects a heading and what trail() then has; takes it from there.
     void collect(const std::string &heading);
 
