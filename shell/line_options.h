@@ -24,7 +24,6 @@ struct commands::line_options {
     std::uint32_t octets = 100;
     std::uint32_t connection = 0, connection_id = 0, local_session_id = 0, pcep = 0;
     bool crc = false;
-    std::vector<std::uint32_t> sessions;
     std::string on_off, what;
     std::vector<std::string> command;
 };
