@@ -154,7 +154,19 @@ TEST_F(l2tp, the_session_type_hook_refuses)
     EXPECT_EQ(zel_core_term_l2tp_session_rem(2, 100), 0u);
     EXPECT_EQ(data_plane(), data_plane_before);
 
+    interposed.session_types_accepted = 1; // and refuses before the bind to the egress association
+    EXPECT_EQ(add_session(100, 2, 1), 3u);
+    EXPECT_EQ(l2tp_session_table[52].src_flow_id, 0x00500064u);
+    EXPECT_EQ(send(0x00500064), "lost");
+    EXPECT_EQ(l2tp_session_table[52].dscp, 0);
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(2, 100), 0u);
+    EXPECT_EQ(data_plane(), data_plane_before);
+
     interposed.session_type_result = 9;
+    interposed.session_types_accepted = 1;
+    EXPECT_EQ(add_session(100, 2, 1), 9u);
+    EXPECT_EQ(data_plane(), data_plane_before);
+    EXPECT_EQ(zel_l2tp_session_modify_bind_part(2, 100, 3, 1), 9u);
     record();
     EXPECT_EQ(connect(1, peer_a, 1), 9u);
     EXPECT_EQ(add_session(100, 2, 1), 9u);

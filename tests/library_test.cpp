@@ -44,7 +44,7 @@ struct interposed_functions {
 INTERPOSED uint32_t zel_ovlin_session_handler_set_session_type(uint64_t type, uint32_t pcep_id, uint32_t session_type)
 {
     interposed_functions::hook_called(type, pcep_id, session_type);
-    return interposed.session_type_result;
+    return interposed.session_types_accepted-- > 0 ? 0 : interposed.session_type_result;
 }
 
 INTERPOSED uint32_t zel_init_attach(zel_handles_t *block)

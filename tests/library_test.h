@@ -24,6 +24,7 @@ struct interposed {
     std::optional<ovlin_capabilities_t> capabilities;
     std::optional<uint32_t> udp_stop_result, l2tp_stop_result;
     uint32_t session_type_result = 0;
+    int session_types_accepted = 0; ///< calls of the hook that answer 0 before session_type_result is given
     int texts_asked = 0;        ///< calls of kiv_util_init_rc_str_get()
     int messages_formatted = 0; ///< calls of zel_trace_internal_vformat_str()
 };
