@@ -297,6 +297,8 @@ void library_test::fail_each_call(const failing_add &tried)
             stop_recording();
             EXPECT_TRUE(tried.entry_is_free());
             if (subset == 0) {
+                ASSERT_GE(calls.size(), static_cast<std::size_t>(call));
+                ASSERT_LE(calls.size(), static_cast<std::size_t>(call + 10));
                 undo_calls = calls.size() - static_cast<std::size_t>(call);
                 collect(tried.what + " fails at call " + std::to_string(call));
                 EXPECT_EQ(data_plane(), left);
