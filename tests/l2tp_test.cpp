@@ -299,8 +299,14 @@ TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
     ASSERT_EQ(connect(48), 0u); // the last of each
     ASSERT_EQ(add_session(336, 48), 0u);
     trail();
-    EXPECT_EQ(connect(48), 5u);
-    EXPECT_EQ(essence(trail()), "session id already in use, (tn_ovlin_session_id)\n");
+    for (uint64_t l2tp_control_entry::*handle :
+         {&l2tp_control_entry::l2tp_ingress_flow_handle, &l2tp_control_entry::ipv4_ingress_association_handle,
+          &l2tp_control_entry::ipv4_egress_association_handle}) {
+        l2tp_control_table[47] = {};
+        l2tp_control_table[47].*handle = 1; // any one of them
+        EXPECT_EQ(connect(47), 5u);
+        EXPECT_EQ(essence(trail()), "session id already in use, (tn_ovlin_session_id)\n");
+    }
     ASSERT_EQ(zel_l2tp_stop(), 0u); // forgets them, but not the interface
     ASSERT_EQ(zel_l2tp_start(), 0u);
     EXPECT_TRUE(is_free(48) && is_free_session(336));
