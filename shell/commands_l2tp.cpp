@@ -114,10 +114,10 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
             o.id, sessions.data(), static_cast<std::uint32_t>(sessions.size()), &c.cfg, c.pcep, c.rat_session, c.dscp,
             old.dscp, old.cfg.remote_addr, c.session_type);
         show_result("l2tp connection modify " + std::to_string(o.id), result);
-        if (result == ZEL_CORE_TERM_FELL_BACK)
-            out_ << "the old peer and DSCP are in force\n";
-        else
+        if (result == ZEL_CORE_TERM_SUCCESS)
             connections_[o.id] = c;
+        else if (result == ZEL_CORE_TERM_FELL_BACK && is_in_use(l2tp_control_table[o.id]))
+            out_ << "the old peer and DSCP are in force\n"; // otherwise a 2 is the session-type hook's own
         forget_removed();
     });
 

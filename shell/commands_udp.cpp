@@ -12,8 +12,8 @@ zel_core_term_udp_session_cfg_t configuration(const endpoint &local, const endpo
     require_same_version("--local", local, "--remote", remote);
     zel_core_term_udp_session_cfg_t cfg{};
     cfg.ip_version = static_cast<std::uint8_t>(local.ip_version);
-    std::copy(local.address.begin(), local.address.end(), cfg.local_addr);
-    std::copy(remote.address.begin(), remote.address.end(), cfg.remote_addr);
+    std::ranges::copy(local.address, cfg.local_addr);
+    std::ranges::copy(remote.address, cfg.remote_addr);
     cfg.local_port = local.port;
     cfg.remote_port = remote.port;
     return cfg;

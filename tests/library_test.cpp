@@ -216,7 +216,7 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         return {};
     }
     const auto *bytes = static_cast<const uint8_t *>(call->record);
-    seen_call seen{line, {bytes, bytes + call->record_size}, {}};
+    seen_call seen{{bytes, bytes + call->record_size}, {}};
     if (call->handle != 0)
         line += " " + test.name(call->handle);
     if (line.ends_with("bind")) {

@@ -25,8 +25,8 @@ struct interposed {
     std::optional<uint32_t> udp_stop_result, l2tp_stop_result;
     uint32_t session_type_result = 0;
     int session_types_accepted = 0; ///< calls of the hook that answer 0 before session_type_result is given
-    int texts_asked = 0;        ///< calls of kiv_util_init_rc_str_get()
-    int messages_formatted = 0; ///< calls of zel_trace_internal_vformat_str()
+    int texts_asked = 0;            ///< calls of kiv_util_init_rc_str_get()
+    int messages_formatted = 0;     ///< calls of zel_trace_internal_vformat_str()
 };
 extern interposed interposed;
 
@@ -58,7 +58,6 @@ protected:
     std::function<void(int number)> on_call; ///< called before a data-plane call takes effect
 
     struct seen_call {
-        std::string operation;
         std::vector<uint8_t> record; ///< a bind record's dscpRef is cleared
         std::optional<uint8_t> dscp; ///< where a bind record's dscpRef points
     };
