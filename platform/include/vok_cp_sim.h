@@ -109,7 +109,21 @@ typedef vok_cp_sim_answer_t (*vok_cp_sim_observer_t)(void *context, const vok_cp
 /** Puts the one observer in place; NULL removes it. It may itself call the data plane. */
 void vok_cp_sim_observe(vok_cp_sim_observer_t observer, void *context);
 
-/** Forgets all objects and bindings and removes the observer. Handles given before stay unknown for ever. */
+/** What became of a call. */
+typedef struct vok_cp_sim_outcome {
+    uint32_t status;  /**< as its caller gets it */
+    bool took_effect; /**< always with status 0, with any other only when an observer said so */
+    uint64_t created; /**< the handle of the object that it made, or 0 */
+} vok_cp_sim_outcome_t;
+
+/** Sees each call of an operation after it has taken effect, or has not. */
+typedef void (*vok_cp_sim_outcome_observer_t)(void *context, const vok_cp_sim_call_t *call,
+                                              const vok_cp_sim_outcome_t *outcome);
+
+/** Puts the one observer of outcomes in place; NULL removes it. It must not change the data plane. */
+void vok_cp_sim_observe_outcomes(vok_cp_sim_outcome_observer_t observer, void *context);
+
+/** Forgets all objects and bindings and removes both observers. Handles given before stay unknown for ever. */
 void vok_cp_sim_reset(void);
 
 /** Visits the objects in the order of their creation; a visitor must not change the data plane. */

@@ -10,6 +10,8 @@ using vok_cp::status;
 vok_cp::model data_plane;
 vok_cp_sim_observer_t observer;
 void *observer_context;
+vok_cp_sim_outcome_observer_t outcome_observer;
+void *outcome_observer_context;
 
 constexpr std::uint64_t system_handle = 0x5a5a0000'00000001;
 
@@ -36,13 +38,23 @@ vok_cp_sim_answer_t observe(const vok_cp_sim_call_t &call)
     return answer;
 }
 
-template <typename Effect> status perform(const vok_cp_sim_call_t &call, Effect effect)
+/// @param created where the effect writes the handle of an object that it makes, or null
+template <typename Effect>
+status perform(const vok_cp_sim_call_t &call, Effect effect, const std::uint64_t *created = nullptr)
 {
     const vok_cp_sim_answer_t answer = observe(call);
-    if (answer.status != VOK_CP_SIM_OK && !answer.after_effect)
-        return answer.status;
-    const status outcome = effect();
-    return outcome != VOK_CP_SIM_OK ? outcome : answer.status;
+    vok_cp_sim_outcome_t outcome{answer.status, false, 0};
+    if (answer.status == VOK_CP_SIM_OK || answer.after_effect) {
+        const status refusal = effect();
+        outcome.took_effect = refusal == VOK_CP_SIM_OK;
+        if (!outcome.took_effect)
+            outcome.status = refusal;
+        else if (created != nullptr)
+            outcome.created = *created;
+    }
+    if (outcome_observer != nullptr)
+        outcome_observer(outcome_observer_context, &call, &outcome);
+    return outcome.status;
 }
 
 template <typename Record> std::span<const std::byte> bytes_of(const Record *record)
@@ -60,8 +72,9 @@ template <typename Record>
 status create(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, const Record *record,
               std::uint64_t *handle)
 {
-    return perform(call_with(operation, type, record),
-                   [=] { return data_plane.create(kind, type, bytes_of(record), handle); });
+    return perform(
+        call_with(operation, type, record), [=] { return data_plane.create(kind, type, bytes_of(record), handle); },
+        handle);
 }
 
 status remove(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
@@ -249,10 +262,17 @@ void vok_cp_sim_observe(vok_cp_sim_observer_t new_observer, void *context)
     observer_context = context;
 }
 
+void vok_cp_sim_observe_outcomes(vok_cp_sim_outcome_observer_t new_observer, void *context)
+{
+    outcome_observer = new_observer;
+    outcome_observer_context = context;
+}
+
 void vok_cp_sim_reset(void)
 {
     data_plane.clear();
     vok_cp_sim_observe(nullptr, nullptr);
+    vok_cp_sim_observe_outcomes(nullptr, nullptr);
 }
 
 void vok_cp_sim_walk_objects(void (*visit)(void *, const vok_cp_sim_object_t *), void *context)

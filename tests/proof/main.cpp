@@ -1,0 +1,80 @@
+// zel-proof: tries the library over the stand-in data plane and compares it with a model of what must hold.
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <iostream>
+
+#include "proof/random_operations.h"
+#include "proof/sweep.h"
+
+namespace {
+
+constexpr uint64_t steps_in_a_world = 500;
+
+uint64_t total(const proof::tally &counts)
+{
+    uint64_t all = 0;
+    for (const auto &[operation, results] : counts)
+        for (const auto &[result, count] : results)
+            all += count;
+    return all;
+}
+
+/// Worlds one after the other, each from a seed of its own, until so many operations were made.
+void random_worlds(uint64_t seed, uint64_t first_world, uint64_t operations)
+{
+    proof::tally counts;
+    uint64_t world_number = first_world;
+    for (; total(counts) < operations; ++world_number) {
+        try {
+            proof::seeded decisions(seed * 1'000'003 + world_number);
+            proof::world world(decisions);
+            world.counts = &counts;
+            proof::random_operations random(world, decisions);
+            for (uint64_t i = 0; i < steps_in_a_world; ++i)
+                random.step();
+        } catch (const std::exception &) {
+            std::cerr << "again: zel-proof random --seed " << seed << " --world " << world_number
+                      << " --operations 1\n";
+            throw;
+        }
+    }
+    std::cout << "seed " << seed << ": " << total(counts) << " operations in " << world_number - first_world
+              << " worlds; how often each gave each result:\n";
+    for (const auto &[operation, results] : counts) {
+        std::cout << operation;
+        for (const auto &[result, count] : results)
+            std::cout << (result == results.begin()->first ? "  " : ", ") << result << ": " << count;
+        std::cout << "\n";
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    CLI::App app("Tries the library over the stand-in data plane and compares it with a model of what must hold.");
+    app.require_subcommand(1);
+
+    bool at_length = false;
+    CLI::App *const sweep = app.add_subcommand("sweep", "every operation with every answer of what it calls");
+    sweep->add_flag("--long", at_length, "more paths of the control connection modify; takes ten minutes");
+
+    uint64_t seed = 1, world = 0, operations = 1'000'000;
+    CLI::App *const random = app.add_subcommand("random", "random operations with random faults");
+    random->add_option("--seed", seed, "where the decisions come from")->capture_default_str();
+    random->add_option("--world", world, "the first one")->capture_default_str();
+    random->add_option("--operations", operations, "how many, and those that complete the last world")
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        if (*sweep)
+            proof::sweep(std::cout, at_length);
+        else
+            random_worlds(seed, world, operations);
+    } catch (const std::exception &e) {
+        std::cerr << e.what() << "\n";
+        return 1;
+    }
+}

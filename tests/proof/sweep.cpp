@@ -1,0 +1,235 @@
+#include "proof/sweep.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <iomanip>
+#include <span>
+#include <stdexcept>
+
+#include "proof/world.h"
+
+namespace proof {
+namespace {
+
+constexpr uint32_t pcep = 3, rat_session = 11;
+
+udp_add_request udp(uint32_t id, uint8_t ip_version, uint8_t session_type_flag = 0)
+{
+    udp_add_request r{.id = id, .cfg = {}, .uplink_pcep = 1, .downlink_pcep = 2, .rat_session = 5};
+    r.cfg.ip_version = ip_version;
+    std::memcpy(r.cfg.local_addr, "\x20\x01\x0d\xb8 the local one", 16);
+    std::memcpy(r.cfg.remote_addr, "\x20\x01\x0d\xb8 a remote one", 16);
+    r.cfg.local_port = 2152;
+    r.cfg.remote_port = static_cast<uint16_t>(40000 + id);
+    r.cfg.pmtu = 1500;
+    r.dscp = 46;
+    r.session_type_flag = session_type_flag;
+    return r;
+}
+
+zel_core_term_l2tp_control_connection_cfg_t to_peer(uint8_t peer)
+{
+    zel_core_term_l2tp_control_connection_cfg_t cfg{};
+    std::memcpy(cfg.local_addr, "\xc0\x00\x02\x01", 4);
+    std::memcpy(cfg.remote_addr, "\xc6\x33\x64", 3);
+    cfg.remote_addr[3] = peer;
+    cfg.ttl = 64;
+    return cfg;
+}
+
+connection_add_request connect(uint32_t id, uint8_t peer, uint8_t session_type_flag = 0)
+{
+    return {id, to_peer(peer), 1000 + id, pcep, rat_session, 48, session_type_flag};
+}
+
+session_add_request session_of(uint32_t connection, uint32_t id, uint8_t session_type_flag = 0)
+{
+    return {46, 0, 5, 6, 50000 + id, connection, id, session_type_flag};
+}
+
+connection_modify_request move(uint32_t id, uint8_t peer, std::vector<uint32_t> sessions, uint8_t session_type_flag = 0)
+{
+    connection_modify_request r{.id = id, .sessions = std::move(sessions), .cfg = to_peer(peer), .pcep = pcep};
+    r.rat_session = rat_session;
+    r.dscp = 40;
+    r.old_dscp = 48;
+    std::memcpy(r.old_remote_addr.data(), to_peer(1).remote_addr, 4);
+    r.session_type_flag = session_type_flag;
+    return r;
+}
+
+using state = std::pair<const char *, std::function<void(world &)>>;
+
+const state nothing{"nothing", [](world &) {}};
+const state one_of_each{"one of each", [](world &w) {
+                            w.udp_add(udp(1, 4));
+                            w.udp_add(udp(2, 6));
+                            w.connection_add(connect(1, 1));
+                            w.session_add(session_of(1, 100));
+                        }};
+const state shared{"shared associations", [](world &w) {
+                       w.connection_add(connect(1, 1));
+                       w.connection_add(connect(2, 1));
+                       w.connection_add(connect(3, 2));
+                       w.session_add(session_of(1, 100));
+                       w.session_add(session_of(2, 101));
+                   }};
+const state disconnected{"disconnected and unbound", [](world &w) {
+                             one_of_each.second(w);
+                             w.udp_disconnect(1);
+                             w.udp_disconnect(2);
+                             w.session_unbind_part(1, 100);
+                         }};
+const state used_before{"all of it removed again", [](world &w) {
+                            one_of_each.second(w);
+                            w.session_remove(1, 100);
+                            w.connection_remove(1, pcep, rat_session);
+                            for (const uint32_t id : {1u, 2u}) {
+                                w.udp_disconnect(id);
+                                w.udp_release(id);
+                            }
+                        }};
+const state all[] = {nothing, one_of_each, shared, disconnected, used_before};
+
+struct swept_operation {
+    const char *name;
+    std::function<uint32_t(world &)> run;
+    enum { as_documented, undone_when_failed } failure = as_documented;
+};
+
+const swept_operation operations[] = {
+    {"udp add, IPv4", [](world &w) { return w.udp_add(udp(9, 4)); }, swept_operation::undone_when_failed},
+    {"udp add, IPv6", [](world &w) { return w.udp_add(udp(9, 6)); }, swept_operation::undone_when_failed},
+    {"udp add with session type", [](world &w) { return w.udp_add(udp(9, 4, 1)); },
+     swept_operation::undone_when_failed},
+    {"udp modify path mtu", [](world &w) { return w.udp_modify_pmtu(2, 1280); }, swept_operation::undone_when_failed},
+    {"udp modify ttl", [](world &w) { return w.udp_modify_ttl(2, 9); }, swept_operation::undone_when_failed},
+    {"udp disconnect", [](world &w) { return w.udp_disconnect(1); }},
+    {"udp release", [](world &w) { return w.udp_release(1); }},
+    {"udp disconnect and release", [](world &w) { return w.udp_disconnect(2) + w.udp_release(2); }},
+    {"udp statistics, IPv4", [](world &w) { return w.udp_statistics_ipv4(1); }, swept_operation::undone_when_failed},
+    {"udp statistics, IPv6", [](world &w) { return w.udp_statistics_ipv6(2); }, swept_operation::undone_when_failed},
+    {"udp statistics as text", [](world &w) { return w.udp_statistics_text(2); }, swept_operation::undone_when_failed},
+    {"control connection add", [](world &w) { return w.connection_add(connect(9, 9)); },
+     swept_operation::undone_when_failed},
+    {"control connection add, sharing", [](world &w) { return w.connection_add(connect(9, 1)); },
+     swept_operation::undone_when_failed},
+    {"control connection add with session type", [](world &w) { return w.connection_add(connect(9, 1, 1)); },
+     swept_operation::undone_when_failed},
+    {"control connection removal", [](world &w) { return w.connection_remove(1, pcep, rat_session); }},
+    {"session add", [](world &w) { return w.session_add(session_of(1, 109)); }, swept_operation::undone_when_failed},
+    {"session add with session type", [](world &w) { return w.session_add(session_of(1, 109, 1)); },
+     swept_operation::undone_when_failed},
+    {"session removal", [](world &w) { return w.session_remove(1, 100); }},
+    {"session unbind part", [](world &w) { return w.session_unbind_part(1, 100); }},
+    {"session bind part with session type", [](world &w) { return w.session_bind_part(1, 100, 5, 1); }},
+    {"session parts, one after the other",
+     [](world &w) { return w.session_unbind_part(1, 100) + w.session_bind_part(1, 100, 5, 0); }},
+};
+
+const swept_operation modifies[] = {
+    {"control connection modify without sessions", [](world &w) { return w.connection_modify(move(1, 9, {})); }},
+    {"control connection modify with a session", [](world &w) { return w.connection_modify(move(1, 9, {100})); }},
+    {"control connection modify with session type", [](world &w) { return w.connection_modify(move(1, 9, {100}, 1)); }},
+    {"control connection modify to a shared peer", [](world &w) { return w.connection_modify(move(1, 2, {100})); }},
+};
+
+/// Whether all that was called after the first failure did as it was told. The data plane's own refusals of what is not
+/// there do no harm.
+bool undos_succeeded(const std::vector<call> &calls)
+{
+    const auto failed = std::ranges::find_if(calls, &call::failed);
+    return failed != calls.end() &&
+           std::none_of(failed + 1, calls.end(), [](const call &c) { return c.status == VOK_CP_SIM_INJECTED; });
+}
+
+/// What an operation that failed may leave although all its undos succeeded, as the interface documents it.
+bool documented_exception(const std::vector<call> &calls, bool of_l2tp)
+{
+    const call &failed = *std::ranges::find_if(calls, &call::failed);
+    const bool keeps_all = failed.operation == session_type_hook && failed.status == ZEL_CORE_TERM_OUT_OF_RANGE;
+    const bool bind_stays = failed.operation == "vok_bind" && failed.took_effect && !of_l2tp;
+    const bool attribute_stays = failed.is("attr_modify") && failed.took_effect;
+    const bool association_stays = of_l2tp && failed.is("association_create") && failed.took_effect;
+    // Its sharers lose their binding to the interface with an add that came to share before it asked for that.
+    const bool loses_a_request =
+        std::ranges::any_of(calls, [](const call &c) { return c.binding.is(VOK_BIND_F2F, VOK_INGRESS); }) &&
+        failed.is("l2tpv3_ingress_flow_create") && &failed == &calls.front();
+    return keeps_all || bind_stays || attribute_stays || association_stays || loses_a_request;
+}
+
+/// The ingress interface is made once and never undone.
+void forget_interface(holdings &h)
+{
+    std::erase_if(h.objects, [](const auto &o) { return o.second.kind == VOK_CP_SIM_L2TPV3_INTERFACE; });
+}
+
+struct path_counts {
+    uint64_t paths = 0, failed = 0, undone = 0, exceptions = 0;
+};
+
+void sweep_from(const state &from, const swept_operation &operation, every_path path, path_counts &counts)
+{
+    do {
+        path.enabled = false;
+        world w(path);
+        w.compare = false;
+        from.second(w);
+        holdings before = watched_data_plane::held();
+        path.enabled = true;
+        w.compare = true;
+        const uint32_t result = operation.run(w);
+
+        ++counts.paths;
+        counts.failed += result != 0;
+        if (operation.failure != swept_operation::undone_when_failed || result == 0 || !undos_succeeded(w.calls()))
+            continue;
+        holdings after = watched_data_plane::held();
+        forget_interface(before);
+        forget_interface(after);
+        if (documented_exception(w.calls(), !std::string_view(operation.name).starts_with("udp")))
+            ++counts.exceptions;
+        else if (before == after)
+            ++counts.undone;
+        else
+            throw std::runtime_error(std::string(operation.name) + " from " + from.first +
+                                     " fails and leaves the data plane changed");
+    } while (path.advance());
+}
+
+} // namespace
+
+void sweep(std::ostream &out, bool at_length)
+{
+    const auto row = [&out](const std::string &name, const auto &...cells) {
+        out << std::left << std::setw(46) << name << std::right;
+        (out << ... << [&](const auto &cell) -> const auto & { return out << std::setw(12), cell; }(cells));
+        out << "\n";
+    };
+    row("operation", "paths", "failed", "undone", "exceptions");
+    path_counts total;
+    const auto sweep_all = [&](const swept_operation &operation, const every_path &paths) {
+        path_counts counts;
+        for (const state &from : all)
+            sweep_from(from, operation, paths, counts);
+        row(operation.name, counts.paths, counts.failed, counts.undone, counts.exceptions);
+        total.paths += counts.paths;
+        total.failed += counts.failed;
+        total.undone += counts.undone;
+        total.exceptions += counts.exceptions;
+    };
+    for (const swept_operation &operation : operations)
+        sweep_all(operation, every_path());
+    // The modify makes so many calls that not all of its paths can be taken.
+    out << "without failures after effect:\n";
+    for (const swept_operation &operation : std::span(modifies).first(at_length ? std::size(modifies) : 1))
+        sweep_all(operation, every_path(answer::failure));
+    const std::size_t max_failures = at_length ? 5 : 4;
+    out << "with at most " << max_failures << " failures in a path:\n";
+    for (const swept_operation &operation : modifies)
+        sweep_all(operation, every_path(answer::failure_after_effect, max_failures));
+    row("all", total.paths, total.failed, total.undone, total.exceptions);
+}
+
+} // namespace proof

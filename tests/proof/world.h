@@ -1,0 +1,179 @@
+/// The library over the watched data plane, and beside it a model of what must be true of both.
+///
+/// The model says what every result leaves: which sessions and connections there are, which objects and bindings the
+/// data plane must hold for them, and what the exported tables and the queries must show. How the library gets there it
+/// does not say. What a fault may leave behind is excused by the failed call that names it, or by an exception that the
+/// interface documents; all else must be as the model has it, object by object and binding by binding.
+#pragma once
+
+#include <array>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "proof/watched_data_plane.h"
+#include "zel_core_term/zel_core_term.h"
+
+namespace proof {
+
+struct udp_add_request {
+    uint32_t id = 0;
+    zel_core_term_udp_session_cfg_t cfg{};
+    uint32_t uplink_pcep = 0, downlink_pcep = 0, rat_session = 0;
+    uint8_t dscp = 0, session_type_flag = 0;
+};
+
+struct connection_add_request {
+    uint32_t id = 0;
+    zel_core_term_l2tp_control_connection_cfg_t cfg{};
+    uint32_t control_connection_id = 0, pcep = 0, rat_session = 0;
+    uint8_t dscp = 0, session_type_flag = 0;
+};
+
+struct connection_modify_request {
+    uint32_t id = 0;
+    std::vector<uint32_t> sessions{};
+    zel_core_term_l2tp_control_connection_cfg_t cfg{};
+    uint32_t pcep = 0, rat_session = 0;
+    uint8_t dscp = 0, old_dscp = 0;
+    std::array<uint8_t, 16> old_remote_addr{};
+    uint8_t session_type_flag = 0;
+};
+
+struct session_add_request {
+    uint8_t dscp = 0, crc = 0;
+    uint32_t pcep = 0, rat_session = 0, local_session_id = 0, connection = 0, id = 0;
+    uint8_t session_type_flag = 0;
+};
+
+struct udp_session {
+    zel_core_term_udp_session_cfg_t cfg{};
+    uint8_t dscp = 0;
+    uint32_t uplink_flow = 0, downlink_flow = 0;
+    uint64_t ingress = 0, egress = 0;
+    bool uplink_bound = false, downlink_bound = false;
+};
+
+/// What connections must have in common to share their associations: local address, remote address, VRF.
+using association_key = std::array<uint8_t, 12>;
+
+struct connection {
+    association_key key{};
+    uint8_t ttl = 0; ///< of the one that made the egress association
+    uint32_t control_connection_id = 0, pcep = 0, rat_session = 0;
+    uint8_t dscp = 0;
+    uint64_t flow = 0; ///< 0 for what a modify made out of nothing
+    uint64_t ingress = 0, egress = 0;
+    bool sends = false; ///< false: the session-type hook refused the last bind with 3
+};
+
+struct session {
+    l2tp_session_entry entry{};
+    uint8_t dscp = 0, flow_type = 0;
+    uint32_t local_session_id = 0;
+    bool receives = false, sends = false; ///< its bindings to ovlin flows are there
+    std::set<uint64_t> sends_through{};   ///< egress associations
+};
+
+/// How often each operation gave each result.
+using tally = std::map<std::string_view, std::map<uint32_t, uint64_t>>;
+
+/// What is no violation in an operation.
+struct tolerated {
+    bool binds = true;           ///< a bind that failed having taken effect stays
+    bool associations = false;   ///< an association whose create failed having taken effect stays
+    bool unknown_handles = true; ///< something that is not there is asked for
+};
+inline constexpr tolerated of_udp{.unknown_handles = false};
+
+class world {
+public:
+    /// Starts the library over an empty data plane.
+    explicit world(choices &decisions);
+    ~world();
+
+    // The operations: each is called, the model learns what it does, and everything is compared. They return the
+    // operation's result and throw a std::runtime_error when something is not as it must be.
+    uint32_t start();
+    uint32_t stop();
+    uint32_t udp_add(const udp_add_request &request);
+    uint32_t udp_modify_pmtu(uint32_t id, uint32_t pmtu);
+    uint32_t udp_modify_ttl(uint32_t id, uint8_t ttl);
+    uint32_t udp_disconnect(uint32_t id);
+    uint32_t udp_release(uint32_t id);
+    uint32_t udp_statistics_ipv4(uint32_t id);
+    uint32_t udp_statistics_ipv6(uint32_t id);
+    uint32_t udp_statistics_text(uint32_t id);
+    uint32_t connection_add(const connection_add_request &request);
+    uint32_t connection_remove(uint32_t id, uint32_t pcep, uint32_t rat_session);
+    uint32_t connection_modify(const connection_modify_request &request);
+    uint32_t session_add(const session_add_request &request);
+    uint32_t session_remove(uint32_t connection, uint32_t id);
+    uint32_t session_unbind_part(uint32_t connection, uint32_t id);
+    uint32_t session_bind_part(uint32_t connection, uint32_t id, uint32_t pcep, uint8_t session_type_flag);
+
+    const std::map<uint32_t, udp_session> &udp_sessions() const { return udp_sessions_; }
+    const std::map<uint32_t, connection> &connections() const { return connections_; }
+    const std::map<uint32_t, session> &sessions() const { return sessions_; }
+    const ovlin_capabilities_t &limits() const { return limits_; }
+    const std::vector<call> &calls() const { return plane_.calls; } ///< of the last operation
+
+    bool compare = true;     ///< false: the operations only learn
+    tally *counts = nullptr; ///< where the operations count their results
+
+private:
+    struct first_failure {
+        uint32_t result; ///< 0: none
+        bool by_hook;
+        bool without_undo() const { return by_hook && result == ZEL_CORE_TERM_OUT_OF_RANGE; }
+    };
+
+    void begin(std::string_view name, std::initializer_list<uint64_t> arguments);
+    uint32_t end(uint32_t result, uint32_t expected, tolerated allowed);
+    uint32_t rejected(uint32_t result, uint32_t expected);
+    void expect_hook(bool called, uint32_t pcep, uint32_t session_type) const;
+    first_failure failure() const;
+    uint64_t made(vok_cp_sim_kind_t kind) const;
+    [[noreturn]] void violated(const std::string &what) const;
+    void require(bool condition, const std::string &what) const;
+
+    void forget_everything();
+    uint32_t udp_rejection(uint32_t id) const;
+    template <typename Value>
+    uint32_t udp_modify(uint32_t result, uint32_t id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value);
+    uint32_t udp_statistics(uint32_t result, uint32_t id);
+    uint32_t l2tp_rejection(uint32_t connection) const;
+    uint32_t session_rejection(uint32_t connection, uint32_t id) const;
+    const connection *sharing(const association_key &key, uint32_t but) const;
+    bool associations_full(uint32_t but) const;
+    void take_associations(connection &c, uint32_t id, uint8_t ttl);
+    uint64_t egress_of(uint32_t connection) const;
+    void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, const std::vector<uint32_t> &leaving);
+    void forget_session(uint32_t connection, uint32_t id);
+    void excuse_session(const session &s);
+    void strand_sessions(const connection &c, uint32_t id, const std::vector<uint32_t> &leaving);
+    uint32_t expected_modify_result(const connection_modify_request &request, const association_key &old_key) const;
+
+    void excuse_leftovers(tolerated allowed);
+    holdings wanted() const;
+    void compare_data_plane() const;
+    void compare_tables() const;
+    void compare_udp_queries() const;
+
+    watched_data_plane plane_;
+    ovlin_capabilities_t limits_{};
+    bool started_ = false;
+    std::map<uint32_t, udp_session> udp_sessions_;
+    std::map<uint32_t, connection> connections_;
+    std::map<uint32_t, session> sessions_;
+    uint64_t interface_ = 0;
+    std::set<uint64_t> excused_objects_;
+    std::set<binding> excused_bindings_;
+    std::set<uint32_t> udp_ids_seen_;
+    std::deque<std::string> history_; ///< the last operations with their arguments and results
+    std::string_view running_; ///< the operation's name
+};
+
+} // namespace proof
