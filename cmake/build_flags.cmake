@@ -14,4 +14,6 @@ target_link_options(zel_build_flags INTERFACE
 add_library(zel_library_flags INTERFACE)
 target_link_libraries(zel_library_flags INTERFACE zel_build_flags)
 target_compile_options(zel_library_flags INTERFACE -fsemantic-interposition)
-target_link_options(zel_library_flags INTERFACE -Wl,-z,defs)
+if(NOT ZEL_FUZZ) # clang's sanitizers are defined by the executable
+    target_link_options(zel_library_flags INTERFACE -Wl,-z,defs)
+endif()
