@@ -43,8 +43,16 @@ struct interposed_functions {
 
 INTERPOSED uint32_t zel_ovlin_session_handler_set_session_type(uint64_t type, uint32_t pcep_id, uint32_t session_type)
 {
+    ++interposed.session_types_set;
     interposed_functions::hook_called(type, pcep_id, session_type);
     return interposed.session_types_accepted-- > 0 ? 0 : interposed.session_type_result;
+}
+
+INTERPOSED uint32_t vok_bind(uint64_t instance, const vok_bind_record *record)
+{
+    const uint32_t status = original<decltype(vok_bind)>(__func__)(instance, record);
+    ++interposed.binds;
+    return interposed.after_bind ? interposed.after_bind(interposed.binds) : status;
 }
 
 INTERPOSED uint32_t zel_init_attach(zel_handles_t *block)
@@ -282,29 +290,16 @@ void library_test::run(const operation_row &row, before what)
 void library_test::fail_each_call(const failing_add &tried)
 {
     for (int call = 1; call <= tried.call_count; ++call) {
-        std::size_t undo_calls = 1;
-        for (unsigned subset = 0; subset < 1u << undo_calls; ++subset) {
-            SCOPED_TRACE(tried.what + ", call " + std::to_string(call) + ", undos failing: " + std::to_string(subset));
+        for (const bool undos_fail : {false, true}) {
             reset();
             tried.prepare();
-            const std::string left = tried.first_call_stays && call > 1 ? "1 objects, 0 bindings" : data_plane();
             std::map<int, vok_cp_sim_answer_t> faults = {{call, failing}};
-            for (int i = 0; i < 16; ++i)
-                if ((subset & 1u << i) != 0)
-                    faults[call + 1 + i] = failing;
+            for (int undo = call + 1; undos_fail && undo <= call + 10; ++undo)
+                faults[undo] = failing;
             record(faults);
             EXPECT_EQ(tried.add(), 13u);
+            collect(tried.what + " fails at call " + std::to_string(call) + (undos_fail ? " and at every undo" : ""));
             stop_recording();
-            EXPECT_TRUE(tried.entry_is_free());
-            if (subset == 0) {
-                ASSERT_GE(calls.size(), static_cast<std::size_t>(call));
-                ASSERT_LE(calls.size(), static_cast<std::size_t>(call + 10));
-                undo_calls = calls.size() - static_cast<std::size_t>(call);
-                collect(tried.what + " fails at call " + std::to_string(call));
-                EXPECT_EQ(data_plane(), left);
-            } else if (subset == (1u << undo_calls) - 1) {
-                collect(tried.what + " fails at call " + std::to_string(call) + " and at every undo");
-            }
         }
     }
 }

@@ -25,8 +25,11 @@ struct interposed {
     std::optional<uint32_t> udp_stop_result, l2tp_stop_result;
     uint32_t session_type_result = 0;
     int session_types_accepted = 0; ///< calls of the hook that answer 0 before session_type_result is given
-    int texts_asked = 0;            ///< calls of kiv_util_init_rc_str_get()
-    int messages_formatted = 0;     ///< calls of zel_trace_internal_vformat_str()
+    int session_types_set = 0;      ///< calls of the hook
+    int binds = 0;                  ///< calls of the data plane's vok_bind()
+    std::function<uint32_t(int bind)> after_bind; ///< answers in the data plane's place
+    int texts_asked = 0;                          ///< calls of kiv_util_init_rc_str_get()
+    int messages_formatted = 0;                   ///< calls of zel_trace_internal_vformat_str()
 };
 extern interposed interposed;
 
@@ -83,13 +86,10 @@ protected:
         int call_count;
         std::function<void()> prepare;
         std::function<uint32_t()> add;
-        std::function<bool()> entry_is_free;
-        bool first_call_stays; ///< what the first call makes is not undone
     };
 
-    /// The add with each of its calls failing, and then with every subset of the later calls failing too: the result is
-    /// 13 each time and the entry is free. With all undos working the data plane is as before. What was called and
-    /// reported with all undos working and with all failing is collected.
+    /// Collects the trails of the add with each of its calls failing: once with all undos working and once with all
+    /// failing.
     void fail_each_call(const failing_add &tried);
 
     /// Collects a heading and what trail() then has; takes it from there.

@@ -116,6 +116,13 @@ TEST_F(lifecycle, time_services)
     EXPECT_FALSE(zel::is_delayed(UINT64_MAX, UINT64_MAX + 25'600'000)); // the counter starts again from 0
 }
 
+TEST_F(lifecycle, the_session_type_hook_and_the_data_plane_can_be_interposed)
+{
+    ASSERT_EQ(add(1, cfg(4), 1), 0u);
+    EXPECT_EQ(interposed.session_types_set, 1); // by definitions of this program, which stand in front
+    EXPECT_EQ(interposed.binds, 2);
+}
+
 TEST_F(lifecycle, session_handler_entry_points_do_nothing)
 {
     int anything = 1;

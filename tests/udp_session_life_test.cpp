@@ -147,6 +147,42 @@ vok_ip_egress_association_delete #2
     EXPECT_EQ(data_plane(), "0 objects, 0 bindings");
 }
 
+TEST_F(udp_session_life, an_add_follows_its_entry_even_when_the_data_plane_comes_back_to_the_caller)
+{
+    const auto release_and_add = [](int bind) {
+        if (bind == 1) {
+            EXPECT_EQ(zel_core_term_udp_session_release(1), 0u);
+        }
+        return 0u;
+    };
+    interposed.after_bind = release_and_add;
+    record();
+    EXPECT_EQ(add(1, cfg(4)), 4u); // freed after the uplink bind
+    std::string all = trail();
+    EXPECT_NE(all.find("udp_session_connect_dl(): session is free, (udp_session_id)"), std::string::npos);
+    EXPECT_NE(all.find("zel_core_term_udp_session_add(): session is free, udp_session_disconnect_ul"),
+              std::string::npos);
+
+    reset();
+    interposed.binds = 0;
+    interposed.after_bind = [](int bind) {
+        if (bind == 2) { // the downlink's; the session is another one when its failure comes to the add
+            EXPECT_EQ(zel_core_term_udp_session_release(1), 0u);
+            EXPECT_EQ(add(1, cfg(6)), 0u);
+        }
+        return bind == 2 ? 1u : 0u;
+    };
+    record({{11, failing}});
+    EXPECT_EQ(add(1, cfg(4)), 13u);
+    all = trail();
+    EXPECT_NE(all.find("vok_unbind #3 -> 0x00200005 + vok_syshandle_get + vok_sys_status_get\n"), std::string::npos);
+    EXPECT_NE(all.find("zel_core_term_udp_session_add(): data-plane call failed, udp_session_disconnect_dl\n"
+                       "vok_unbind 0x00100001 -> #4\n"),
+              std::string::npos);
+    zel_core_term_udp_session_cfg_t stored;
+    EXPECT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), 4u);
+}
+
 TEST_F(udp_session_life, packets_go_both_ways_until_the_session_is_disconnected)
 {
     for (const int ip_version : {4, 6}) {

@@ -171,22 +171,62 @@ static vok_bind_record ovlin_to_ipv4(const control_ids &ids)
                    flow_end(zel_handles->ipv4_association_type, ids.entry().ipv4_egress_association_handle));
 }
 
-// ---- Deletes of associations
+// ---- The associations of a connection, one each way
 
-static u32 delete_ingress_association(trace_site site, u64 handle)
+struct association_direction {
+    ip_associations &table;
+    u64 l2tp_control_entry::*handle;
+    const char *delete_name;
+    u32 (*delete_operation)(u64 type_handle, u64 handle);
+};
+
+static constexpr association_direction ingress = {
+    ipv4_ingress_associations,
+    &l2tp_control_entry::ipv4_ingress_association_handle,
+    "vok_ip_ingress_association_delete",
+    vok_ip_ingress_association_delete,
+};
+
+static constexpr association_direction egress = {
+    ipv4_egress_associations,
+    &l2tp_control_entry::ipv4_egress_association_handle,
+    "vok_ip_egress_association_delete",
+    vok_ip_egress_association_delete,
+};
+
+static u32 delete_association(trace_site site, const association_direction &direction, const control_ids &ids)
 {
-    return timed_call(site, "vok_ip_ingress_association_delete", vok_ip_ingress_association_delete,
-                      zel_handles->ipv4_association_type, handle);
+    ZEL_TRACE(tn_zel_term, API_CALL, site, category::l2tp_control_connection, "%s(): ", "tn_ovlin_session_id=%d: %s",
+              ids.tn_ovlin_session_id, direction.delete_name);
+    return timed_call(site, direction.delete_name, direction.delete_operation, zel_handles->ipv4_association_type,
+                      ids.entry().*direction.handle);
 }
 
-static u32 delete_egress_association(trace_site site, u64 handle)
+/// Makes an association that was just created known to those that could share it. When there is no room for it, it is
+/// deleted again.
+static u32 track_association(trace_site site, const association_direction &direction, const control_ids &ids,
+                             const association_key &key)
 {
-    return timed_call(site, "vok_ip_egress_association_delete", vok_ip_egress_association_delete,
-                      zel_handles->ipv4_association_type, handle);
+    u64 &handle = ids.entry().*direction.handle;
+    if (save_new_ip_association(direction.table, key, handle))
+        return ZEL_CORE_TERM_SUCCESS;
+    delete_association(site, direction, ids);
+    handle = 0;
+    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
 }
 
-#define INGRESS_DELETE_ANNOUNCEMENT "tn_ovlin_session_id=%d: vok_ip_ingress_association_delete"
-#define EGRESS_DELETE_ANNOUNCEMENT "tn_ovlin_session_id=%d: vok_ip_egress_association_delete"
+/// Gives the connection's share back and deletes what has no other user. A handle whose delete failed is kept.
+static u32 release_association(trace_site site, const association_direction &direction, const control_ids &ids)
+{
+    u64 &handle = ids.entry().*direction.handle;
+    if (handle == 0)
+        return ZEL_CORE_TERM_SUCCESS;
+    if (ip_association_delete_needed(direction.table, handle))
+        if (const u32 failure = delete_association(site, direction, ids))
+            return failure;
+    handle = 0;
+    return ZEL_CORE_TERM_SUCCESS;
+}
 
 // ---- Steps of the add; the modify takes four of them
 
@@ -204,7 +244,7 @@ static u32 l2tp_control_create_ipv4_ingress_association(const control_request &r
 {
     const association_key key = key_of(*request.ip_cfg);
     u64 &handle = request.entry().ipv4_ingress_association_handle;
-    if (share_association(ipv4_ingress_associations, key, handle))
+    if (share_association(ingress.table, key, handle))
         return ZEL_CORE_TERM_SUCCESS;
 
     vok_ip_ingress_record record{};
@@ -223,12 +263,7 @@ static u32 l2tp_control_create_ipv4_ingress_association(const control_request &r
     if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_ingress_association_create", vok_ip_ingress_association_create,
                                        zel_handles->ipv4_association_type, &record, &handle))
         return failure;
-    if (save_new_ip_association(ipv4_ingress_associations, key, handle))
-        return ZEL_CORE_TERM_SUCCESS;
-    TRACE_API_CALL(INGRESS_DELETE_ANNOUNCEMENT, request.ids.tn_ovlin_session_id);
-    delete_ingress_association(ZEL_HERE, handle);
-    handle = 0;
-    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+    return track_association(ZEL_HERE, ingress, request.ids, key);
 }
 
 static u32 l2tp_control_create_l2tp_ingress_flow(const control_request &request)
@@ -267,7 +302,7 @@ static u32 l2tp_control_create_ipv4_egress_association(const control_request &re
 {
     const association_key key = key_of(*request.ip_cfg);
     u64 &handle = request.entry().ipv4_egress_association_handle;
-    if (share_association(ipv4_egress_associations, key, handle))
+    if (share_association(egress.table, key, handle))
         return ZEL_CORE_TERM_SUCCESS;
 
     vok_ip_egress_record record{};
@@ -284,12 +319,7 @@ static u32 l2tp_control_create_ipv4_egress_association(const control_request &re
     if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_egress_association_create", vok_ip_egress_association_create,
                                        zel_handles->ipv4_association_type, &record, &handle))
         return failure;
-    if (save_new_ip_association(ipv4_egress_associations, key, handle))
-        return ZEL_CORE_TERM_SUCCESS;
-    TRACE_API_CALL(EGRESS_DELETE_ANNOUNCEMENT, request.ids.tn_ovlin_session_id);
-    delete_egress_association(ZEL_HERE, handle);
-    handle = 0;
-    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+    return track_association(ZEL_HERE, egress, request.ids, key);
 }
 
 static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
@@ -319,16 +349,7 @@ static u32 l2tp_control_unbind_ovlin_from_ipv4(const control_ids &ids)
 
 static u32 l2tp_control_delete_ipv4_egress_association(const control_ids &ids)
 {
-    u64 &handle = ids.entry().ipv4_egress_association_handle;
-    if (handle == 0)
-        return ZEL_CORE_TERM_SUCCESS;
-    if (ip_association_delete_needed(ipv4_egress_associations, handle)) {
-        TRACE_API_CALL(EGRESS_DELETE_ANNOUNCEMENT, ids.tn_ovlin_session_id);
-        if (const u32 failure = delete_egress_association(ZEL_HERE, handle))
-            return failure;
-    }
-    handle = 0;
-    return ZEL_CORE_TERM_SUCCESS;
+    return release_association(ZEL_HERE, egress, ids);
 }
 
 static u32 l2tp_control_unbind_l2tp_from_ovlin(const control_ids &ids)
@@ -366,16 +387,7 @@ static u32 l2tp_control_delete_l2tp_ingress_flow(const control_ids &ids)
 
 static u32 l2tp_control_delete_ipv4_ingress_association(const control_ids &ids)
 {
-    u64 &handle = ids.entry().ipv4_ingress_association_handle;
-    if (handle == 0)
-        return ZEL_CORE_TERM_SUCCESS;
-    if (ip_association_delete_needed(ipv4_ingress_associations, handle)) {
-        TRACE_API_CALL(INGRESS_DELETE_ANNOUNCEMENT, ids.tn_ovlin_session_id);
-        if (const u32 failure = delete_ingress_association(ZEL_HERE, handle))
-            return failure;
-    }
-    handle = 0;
-    return ZEL_CORE_TERM_SUCCESS;
+    return release_association(ZEL_HERE, ingress, ids);
 }
 
 /// Runs the steps up to the first that fails, which is reported at `site`, and returns its result.

@@ -157,8 +157,8 @@ void watched_data_plane::check_handles(const vok_cp_sim_call_t &call)
 } // namespace proof
 
 // In front of the library's own, which calls it through the dynamic symbol.
-extern "C" __attribute__((visibility("default"))) uint32_t
-zel_ovlin_session_handler_set_session_type(uint64_t type, uint32_t pcep_id, uint32_t session_type)
+extern "C" __attribute__((visibility("default"))) uint32_t zel_ovlin_session_handler_set_session_type(
+    uint64_t type, uint32_t pcep_id, uint32_t session_type)
 {
     return proof::watched != nullptr ? proof::watched->hook_called(type, pcep_id, session_type) : 0;
 }

@@ -41,8 +41,9 @@ object udp_association(const zel_core_term_udp_session_cfg_t &cfg, bool egress)
 {
     const bool ipv4 = cfg.ip_version == 4;
     object o{.ip_version = cfg.ip_version, .protocol = 17};
-    o.kind = ipv4 ? egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS
-                  : egress ? VOK_CP_SIM_IPV6_EGRESS : VOK_CP_SIM_IPV6_INGRESS;
+    o.kind = ipv4     ? egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS
+             : egress ? VOK_CP_SIM_IPV6_EGRESS
+                      : VOK_CP_SIM_IPV6_INGRESS;
     o.vrf_id = cfg.vrf_id;
     o.src_port = egress ? cfg.local_port : cfg.remote_port;
     o.dst_port = egress ? cfg.remote_port : cfg.local_port;
@@ -156,8 +157,7 @@ world::first_failure world::failure() const
 {
     for (const call &c : calls())
         if (c.failed())
-            return {code_of(c),
-                    c.operation == session_type_hook};
+            return {code_of(c), c.operation == session_type_hook};
     return {0, false};
 }
 
@@ -193,7 +193,8 @@ void world::excuse_leftovers(tolerated allowed)
         if (c.is("interface_add") && c.took_effect)
             interface_ = c.handle;
         const bool refused = c.status != 0 && c.status != VOK_CP_SIM_INJECTED;
-        require(c.status != VOK_CP_SIM_UNKNOWN_HANDLE || allowed.unknown_handles, "the data plane knows no such handle");
+        require(c.status != VOK_CP_SIM_UNKNOWN_HANDLE || allowed.unknown_handles,
+                "the data plane knows no such handle");
         if (!c.failed() || (refused && c.status != VOK_CP_SIM_OBJECT_IN_USE))
             continue;
         if (c.is("_delete"))
@@ -270,8 +271,9 @@ void world::compare_data_plane() const
             const bool missing = i == is.end() || (m != must_be.end() && m->first < i->first);
             const bool extra = m == must_be.end() || (i != is.end() && i->first < m->first);
             if (missing || extra || m->second != i->second)
-                require(excused.contains(missing ? m->first : i->first),
-                        std::string(what) + (missing ? " is missing" : extra ? " is too many" : " is another"));
+                require(excused.contains(missing ? m->first : i->first), std::string(what) + (missing ? " is missing"
+                                                                                              : extra ? " is too many"
+                                                                                                      : " is another"));
             m += !extra;
             i += !missing;
         }
@@ -305,7 +307,8 @@ void world::compare_udp_queries() const
         const auto s = udp_sessions_.find(id);
         zel_core_term_udp_session_cfg_t cfg;
         const uint32_t result = zel_core_term_udp_session_cfg_get(id, &cfg);
-        require(result == (s == udp_sessions_.end() ? udp_rejection(id) : 0), "the configuration query answers otherwise");
+        require(result == (s == udp_sessions_.end() ? udp_rejection(id) : 0),
+                "the configuration query answers otherwise");
         require(result != 0 || std::memcmp(&cfg, &s->second.cfg, sizeof cfg) == 0, "a configuration is another");
     }
 }
@@ -356,14 +359,14 @@ uint32_t world::udp_rejection(uint32_t id) const
 
 uint32_t world::udp_add(const udp_add_request &r)
 {
-    begin("udp_add", {r.id, r.cfg.ip_version, r.uplink_pcep, r.downlink_pcep, r.rat_session, r.dscp,
-                      r.session_type_flag});
+    begin("udp_add",
+          {r.id, r.cfg.ip_version, r.uplink_pcep, r.downlink_pcep, r.rat_session, r.dscp, r.session_type_flag});
     udp_ids_seen_.insert(r.id);
     const uint32_t result = zel_core_term_udp_session_add(r.id, &r.cfg, r.uplink_pcep, r.downlink_pcep, r.rat_session,
                                                           r.dscp, r.session_type_flag);
-    const uint32_t rejection = udp_rejection(r.id) == 0                                      ? ZEL_CORE_TERM_SESSION_IN_USE
-                               : udp_rejection(r.id) == ZEL_CORE_TERM_OUT_OF_RANGE           ? ZEL_CORE_TERM_OUT_OF_RANGE
-                               : r.rat_session > limits_.max_rat_ovlin_session_id            ? ZEL_CORE_TERM_OUT_OF_RANGE
+    const uint32_t rejection = udp_rejection(r.id) == 0                            ? ZEL_CORE_TERM_SESSION_IN_USE
+                               : udp_rejection(r.id) == ZEL_CORE_TERM_OUT_OF_RANGE ? ZEL_CORE_TERM_OUT_OF_RANGE
+                               : r.rat_session > limits_.max_rat_ovlin_session_id  ? ZEL_CORE_TERM_OUT_OF_RANGE
                                : std::max(r.uplink_pcep, r.downlink_pcep) > limits_.max_tn_pcep_id
                                    ? ZEL_CORE_TERM_OUT_OF_RANGE
                                : r.cfg.ip_version != 4 && r.cfg.ip_version != 6 ? ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION
@@ -510,8 +513,8 @@ uint32_t world::connection_add(const connection_add_request &r)
     const association_key key = key_of(r.cfg);
     begin("connection_add", {r.id, key[7], key[8], r.cfg.ttl, r.control_connection_id, r.pcep, r.rat_session, r.dscp,
                              r.session_type_flag});
-    const uint32_t result = zel_core_term_l2tp_control_connection_add(
-        r.id, &r.cfg, r.control_connection_id, r.pcep, r.rat_session, r.dscp, r.session_type_flag);
+    const uint32_t result = zel_core_term_l2tp_control_connection_add(r.id, &r.cfg, r.control_connection_id, r.pcep,
+                                                                      r.rat_session, r.dscp, r.session_type_flag);
     if (r.rat_session > limits_.max_rat_ovlin_session_id || r.pcep > limits_.max_tn_pcep_id)
         return rejected(result, ZEL_CORE_TERM_OUT_OF_RANGE);
     if (const uint32_t rejection = l2tp_rejection(r.id))
@@ -668,8 +671,8 @@ void world::excuse_session(const session &s)
 {
     const l2tp_session_entry &e = s.entry;
     excused_objects_.insert({e.ingress_flow_handle, e.egress_flow_handle});
-    excused_bindings_.insert({from_flow(e.ingress_flow_handle, e.dst_flow_id),
-                              to_flow(e.src_flow_id, e.egress_flow_handle)});
+    excused_bindings_.insert(
+        {from_flow(e.ingress_flow_handle, e.dst_flow_id), to_flow(e.src_flow_id, e.egress_flow_handle)});
     for (const uint64_t association : s.sends_through)
         excused_bindings_.insert(to_association(e.egress_flow_handle, association));
 }
@@ -688,8 +691,8 @@ void world::forget_session(uint32_t connection, uint32_t id)
 
 uint32_t world::session_add(const session_add_request &r)
 {
-    begin("session_add", {r.dscp, r.crc, r.pcep, r.rat_session, r.local_session_id, r.connection, r.id,
-                          r.session_type_flag});
+    begin("session_add",
+          {r.dscp, r.crc, r.pcep, r.rat_session, r.local_session_id, r.connection, r.id, r.session_type_flag});
     const uint32_t result = zel_core_term_l2tp_session_add(r.dscp, r.crc, r.pcep, r.rat_session, r.local_session_id,
                                                            r.connection, r.id, r.session_type_flag);
     if (std::max({r.rat_session, r.connection, r.id}) > limits_.max_rat_ovlin_session_id ||
@@ -700,7 +703,8 @@ uint32_t world::session_add(const session_add_request &r)
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
     const first_failure failed = failure();
-    session s{.dscp = r.dscp, .flow_type = r.crc != 0 ? uint8_t{1} : uint8_t{2}, .local_session_id = r.local_session_id};
+    session s{
+        .dscp = r.dscp, .flow_type = r.crc != 0 ? uint8_t{1} : uint8_t{2}, .local_session_id = r.local_session_id};
     if (const auto overwritten = sessions_.find(r.id); overwritten != sessions_.end()) {
         excuse_session(overwritten->second);
         s.entry = overwritten->second.entry;
@@ -710,8 +714,8 @@ uint32_t world::session_add(const session_add_request &r)
     s.entry.ingress_flow_handle = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
     s.entry.egress_flow_handle = made(VOK_CP_SIM_L2TPV3_EGRESS_FLOW);
     s.receives = true;
-    s.sends = std::ranges::any_of(
-        calls(), [](const call &c) { return c.binding.is(VOK_BIND_ID2F, VOK_EGRESS) && !c.failed(); });
+    s.sends = std::ranges::any_of(calls(),
+                                  [](const call &c) { return c.binding.is(VOK_BIND_ID2F, VOK_EGRESS) && !c.failed(); });
     if (s.sends)
         s.entry.src_flow_id = flow_id(r.pcep, r.id);
     if (failed.result == 0) {

@@ -173,7 +173,7 @@ private:
     std::set<binding> excused_bindings_;
     std::set<uint32_t> udp_ids_seen_;
     std::deque<std::string> history_; ///< the last operations with their arguments and results
-    std::string_view running_; ///< the operation's name
+    std::string_view running_;        ///< the operation's name
 };
 
 } // namespace proof
