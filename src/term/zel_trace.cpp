@@ -41,6 +41,13 @@ const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *f
 
 namespace zel {
 
+#define ZEL_DEFINE_FIRE(provider, event)                                                                               \
+    void fire_##provider##_##event(const char *location, const char *category, const char *message)                    \
+    {                                                                                                                  \
+        lttng_ust_do_tracepoint(provider, event, location, category, message);                                         \
+    }
+ZEL_FOR_EACH_EVENT(ZEL_DEFINE_FIRE)
+
 traced_function::traced_function(trace_site site, const char *category) : site_(site), category_(category)
 {
     ZEL_TRACE(tn_zel_term, FN_ENTER, site_, category_, "%s()", nullptr);

@@ -33,14 +33,23 @@ inline constexpr char l2tp_session[] = "L2TP_SESSION";
 
 } // namespace category
 
+/// Hands a formatted event to its probes; one function an event, named fire_PROVIDER_EVENT, out of the operations' way.
+#define ZEL_DECLARE_FIRE(provider, event)                                                                              \
+    [[gnu::cold]] void fire_##provider##_##event(const char *location, const char *category, const char *message);
+#define ZEL_FOR_EACH_EVENT(apply)                                                                                      \
+    apply(tn_zel_term, FN_ENTER) apply(tn_zel_term, FN_EXIT) apply(tn_zel_term, EXCEPTION) apply(tn_zel_term, ERROR)   \
+        apply(tn_zel_term, API_CALL) apply(tn_zel_term, LAB) apply(tn_zel_init, EXCEPTION)
+ZEL_FOR_EACH_EVENT(ZEL_DECLARE_FIRE)
+
 /// Fires an event whose message is `prefix_format` with the site's function, then the printf format and its
 /// values. Nothing after `category` is evaluated unless the event is enabled; the test stands here and not in
 /// the tracing header's macro because that one evaluates its arguments before its test in some builds.
 #define ZEL_TRACE(provider, event, site, category, prefix_format, ...)                                                 \
     do {                                                                                                               \
         if (lttng_ust_tracepoint_enabled(provider, event)) [[unlikely]]                                                \
-            lttng_ust_do_tracepoint(provider, event, (site).location, category,                                        \
-                                    zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));       \
+            ::zel::fire_##provider##_##event(                                                                          \
+                (site).location, category,                                                                             \
+                zel_trace_internal_format_str(prefix_format, (site).function, __VA_ARGS__));                           \
     } while (false)
 
 /// A handle as the messages print it, with %p.

@@ -56,9 +56,12 @@ int main(int argc, char **argv)
     CLI::App app("Tries the library over the stand-in data plane and compares it with a model of what must hold.");
     app.require_subcommand(1);
 
-    bool at_length = false;
+    auto effort = proof::effort::usual;
     CLI::App *const sweep = app.add_subcommand("sweep", "every operation with every answer of what it calls");
-    sweep->add_flag("--long", at_length, "more paths of the control connection modify; takes ten minutes");
+    sweep->add_option("--effort", effort, "how many paths of the control connection modify: seconds, or ten minutes")
+        ->transform(CLI::Transformer(std::map<std::string, proof::effort>{
+            {"brief", proof::effort::brief}, {"usual", proof::effort::usual}, {"long", proof::effort::long_lasting}}))
+        ->option_text("brief|usual|long");
 
     uint64_t seed = 1, world = 0, operations = 1'000'000;
     CLI::App *const random = app.add_subcommand("random", "random operations with random faults");
@@ -70,7 +73,7 @@ int main(int argc, char **argv)
 
     try {
         if (*sweep)
-            proof::sweep(std::cout, at_length);
+            proof::sweep(std::cout, effort);
         else
             random_worlds(seed, world, operations);
     } catch (const std::exception &e) {

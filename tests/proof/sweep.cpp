@@ -1,6 +1,7 @@
 #include "proof/sweep.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <functional>
 #include <iomanip>
@@ -200,7 +201,7 @@ void sweep_from(const state &from, const swept_operation &operation, every_path 
 
 } // namespace
 
-void sweep(std::ostream &out, bool at_length)
+void sweep(std::ostream &out, effort effort_for_modify)
 {
     const auto row = [&out](const std::string &name, const auto &...cells) {
         out << std::left << std::setw(46) << name << std::right;
@@ -221,12 +222,14 @@ void sweep(std::ostream &out, bool at_length)
     };
     for (const swept_operation &operation : operations)
         sweep_all(operation, every_path());
-    // The modify makes so many calls that not all of its paths can be taken.
-    out << "without failures after effect:\n";
-    for (const swept_operation &operation : std::span(modifies).first(at_length ? std::size(modifies) : 1))
+    const auto index = static_cast<std::size_t>(effort_for_modify);
+    if (effort_for_modify != effort::brief)
+        out << "every combination of success and failure:\n";
+    const std::size_t wholly = std::array{std::size_t{0}, std::size_t{1}, std::size(modifies)}[index];
+    for (const swept_operation &operation : std::span(modifies).first(wholly))
         sweep_all(operation, every_path(answer::failure));
-    const std::size_t max_failures = at_length ? 5 : 4;
-    out << "with at most " << max_failures << " failures in a path:\n";
+    const std::size_t max_failures = std::array<std::size_t, 3>{2, 4, 5}[index];
+    out << "at most " << max_failures << " failures of either kind in a path:\n";
     for (const swept_operation &operation : modifies)
         sweep_all(operation, every_path(answer::failure_after_effect, max_failures));
     row("all", total.paths, total.failed, total.undone, total.exceptions);

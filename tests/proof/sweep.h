@@ -5,8 +5,10 @@
 
 namespace proof {
 
+/// The control connection modify has more paths than there is time for: how many of them are taken.
+enum class effort { brief, usual, long_lasting };
+
 /// Prints how many paths each operation has.
-/// @param at_length takes more paths of the control connection modify, which has more than there is time for
-void sweep(std::ostream &out, bool at_length);
+void sweep(std::ostream &out, effort effort_for_modify);
 
 } // namespace proof
