@@ -4,15 +4,20 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '== %s\n' "$*"; }
 
+# Ends the script with a reason.
+failed() {
+    printf '== failed: %s\n' "$*" >&2
+    exit 1
+}
+
 # Runs a command whose output matters only when it fails.
 quietly() {
     local log
     log=$(mktemp)
     if ! "$@" >"$log" 2>&1; then
         tail -n 100 "$log" >&2
-        printf '== failed: %s\n' "$*" >&2
         rm -f "$log"
-        exit 1
+        failed "$*"
     fi
     rm -f "$log"
 }
