@@ -111,7 +111,7 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  *         13: a data-plane call failed, or 48 associations are in use already. What the table entry shows was taken
  *         down again, shared associations by their counts, and the id is free. Every unbind is tried once its flow or
  *         association is there, whether its bind was made or not. The ingress interface stays. The data plane keeps
- *         what could not be taken down.
+ *         what could not be taken down, and an association whose create took effect although it failed.
  *         Any other: the code of the session-type hook; undone likewise, except that after a 3 nothing is undone: the
  *         id stays in use without the last binding, until it is removed.
  *

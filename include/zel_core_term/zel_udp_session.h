@@ -167,7 +167,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id
  * @param udp_session_id the session, in use, connected or not
  * @param pmtu           bytes; all 32 bits are kept in the configuration, the low 16 go to the data plane
  * @return 0: changed. 3: the id is outside 1 to 70,000; 4: it is free; 7: the session is not over IPv6: nothing was
- *         done. 13: the data plane refused: the session's configuration is unchanged
+ *         done. 13: the data plane refused: the session's configuration is unchanged, and the association too unless
+ *         the change took effect although it failed
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_pmtu(uint32_t udp_session_id, uint32_t pmtu);
 
