@@ -18,7 +18,7 @@ tar --create --directory "$project" --exclude ./build --exclude ./.git . | tar -
 
 same=0
 for library in "$copy/build/$preset"/lib/*.so; do
-    cmp "$library" "$libraries/${library##*/}" || fail "${library##*/} comes out differently when built elsewhere or again"
+    cmp "$library" "$libraries/${library##*/}" || fail "${library##*/} is not the same when built elsewhere"
     same=$((same + 1))
 done
 echo "libraries that are the same when built elsewhere: $same"
