@@ -3,6 +3,8 @@ add_library(zel_build_flags INTERFACE)
 target_compile_options(zel_build_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow -Werror
     -fstack-protector-strong
+    # Builds in different folders are the same to the byte, debug information included.
+    -ffile-prefix-map=${PROJECT_BINARY_DIR}=build -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
     # Fortified functions need an optimiser, and hide overflows from the address sanitizer.
     $<$<CONFIG:RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
 target_link_options(zel_build_flags INTERFACE

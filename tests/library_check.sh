@@ -1,27 +1,27 @@
 #!/usr/bin/env bash
-# What the built library promises to its loader: library_check.sh LIBRARY EXPECTED_FOLDER
-set -euo pipefail
+# What the built library promises to its loader, and to the stack of its caller:
+# library_check.sh LIBRARY EXPECTED_FOLDER OBJECT...
+source "$(dirname "$0")/checks.sh"
 library=$1
 expected=$2
+shift 2
 
-compare() { # WHAT EXPECTED_FILE; the actual list comes on standard input
-    diff -u --label "expected $1" --label "actual $1" "$2" - || { echo "FAILED: $1 of $library"; exit 1; }
-}
 require() { # WHAT PATTERN TEXT
-    grep -qE "$2" <<<"$3" || { echo "FAILED: $1: nothing matches '$2' in $library"; exit 1; }
+    grep -qE "$2" <<<"$3" || fail "$1: nothing matches '$2' in $library"
 }
 refuse() { # WHAT PATTERN TEXT
-    ! grep -E "$2" <<<"$3" || { echo "FAILED: $1: '$2' matches in $library"; exit 1; }
+    ! grep -E "$2" <<<"$3" || fail "$1: '$2' matches in $library"
 }
 
 dynamic=$(readelf --dynamic --wide "$library")
 segments=$(readelf --program-headers --wide "$library")
 symbols=$(nm --dynamic "$library")
 
-nm --dynamic --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort | compare exports "$expected/exports.txt"
-sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | LC_ALL=C sort | compare "needed libraries" "$expected/needed.txt"
+nm --dynamic --defined-only "$library" | awk '{print $3}' | sort | compare exports "$expected/exports.txt"
+sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort | compare "needed libraries" "$expected/needed.txt"
 require "name" 'SONAME.*\[libzel-core-term\.so\.1\]' "$dynamic"
 require "immediate binding" 'FLAGS.*BIND_NOW' "$dynamic"
+require "a run path that moves with it" 'RUNPATH.*\[\$ORIGIN\]$' "$dynamic"
 refuse "text relocations" 'TEXTREL' "$dynamic"
 refuse "symbolic binding" 'SYMBOLIC' "$dynamic"
 require "read-only relocations" 'GNU_RELRO' "$segments"
@@ -29,3 +29,12 @@ require "a stack that is not executable" 'GNU_STACK.* RW ' "$segments"
 require "stack protection" ' U __stack_chk_fail' "$symbols"
 require "fortified formatting" ' U __vsnprintf_chk' "$symbols"
 refuse "allocation, threads or locks" ' U (malloc|calloc|realloc|free|_Zn[wa]|_Zd[la]|pthread_|__cxa_guard)' "$symbols"
+
+# The compiler leaves the frame of each function beside the object: place, bytes and kind, of which "dynamic" has no
+# bound.
+frames=$(cat "${@/%.o/.su}")
+refuse "a stack frame without bound" $'\tdynamic$' "$frames"
+IFS=$'\t' read -r place bytes _ < <(sort --field-separator=$'\t' --key=2,2nr <<<"$frames")
+function=$(sed -E 's/^[^:]*(:[0-9]+)+://; s/\(.*//; s/.* //' <<<"$place")
+[ "$bytes" -lt 2048 ] || fail "a stack frame of $bytes bytes: $function"
+echo "largest stack frame: $bytes bytes ($function)"
