@@ -138,42 +138,6 @@ TEST_F(l2tp, adds_fail_at_each_call_and_each_undo_too)
     expect_collected("l2tp_faults.txt");
 }
 
-TEST_F(l2tp, the_session_type_hook_refuses)
-{
-    ASSERT_EQ(connect(2, peer_b), 0u);
-    const std::string data_plane_before = data_plane();
-    interposed.session_type_result = 3; // which undoes nothing
-    EXPECT_EQ(connect(1, peer_a, 1), 3u);
-    EXPECT_EQ(data_plane(), "7 objects, 5 bindings");
-    EXPECT_NE(l2tp_control_table[1].ipv4_egress_association_handle, 0u);
-    EXPECT_EQ(remove(1), 0u);
-    EXPECT_EQ(add_session(100, 2, 1), 3u);
-    EXPECT_EQ(l2tp_session_table[52].dst_flow_id, 0x00512345u);
-    EXPECT_EQ(l2tp_session_table[52].src_flow_id, 0u); // stored after the hook
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(2, 100), 0u);
-    EXPECT_EQ(data_plane(), data_plane_before);
-
-    interposed.session_types_accepted = 1; // and refuses before the bind to the egress association
-    EXPECT_EQ(add_session(100, 2, 1), 3u);
-    EXPECT_EQ(l2tp_session_table[52].src_flow_id, 0x00500064u);
-    EXPECT_EQ(send(0x00500064), "lost");
-    EXPECT_EQ(l2tp_session_table[52].dscp, 0);
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(2, 100), 0u);
-    EXPECT_EQ(data_plane(), data_plane_before);
-
-    interposed.session_type_result = 9;
-    interposed.session_types_accepted = 1;
-    EXPECT_EQ(add_session(100, 2, 1), 9u);
-    EXPECT_EQ(data_plane(), data_plane_before);
-    EXPECT_EQ(zel_l2tp_session_modify_bind_part(2, 100, 3, 1), 9u);
-    record();
-    EXPECT_EQ(connect(1, peer_a, 1), 9u);
-    EXPECT_EQ(add_session(100, 2, 1), 9u);
-    EXPECT_EQ(data_plane(), data_plane_before);
-    EXPECT_TRUE(is_free(1) && is_free_session(100));
-    EXPECT_NE(trail().find("session type hook: ovlin type 1, pcep 5, session type 1"), std::string::npos);
-}
-
 TEST_F(l2tp, a_failed_add_that_shares_takes_the_binding_from_under_the_other)
 {
     ASSERT_EQ(connect(1), 0u);

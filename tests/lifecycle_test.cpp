@@ -73,20 +73,6 @@ TEST_F(lifecycle, a_failed_capabilities_read_leaves_the_udp_module_with_its_hand
     EXPECT_EQ(add(1, configuration), 0u);
 }
 
-TEST_F(lifecycle, stop_empties_the_table)
-{
-    ASSERT_EQ(add(1, cfg(4)), 0u);
-    ASSERT_EQ(zel_core_term_stop(), 0u);
-    zel_core_term_udp_session_cfg_t stored;
-    std::memset(&stored, 0xAB, sizeof stored);
-    const zel_core_term_udp_session_cfg_t untouched = stored;
-    EXPECT_EQ(zel_core_term_udp_session_cfg_get(1, &stored), 4u);
-    EXPECT_EQ(std::memcmp(&stored, &untouched, sizeof stored), 0);
-    uint32_t id = 0;
-    EXPECT_EQ(zel_core_term_udp_session_free_id_get(&id), 0u);
-    EXPECT_EQ(id, 1u);
-}
-
 TEST_F(lifecycle, start_forgets_sessions_but_not_their_data_plane_objects_and_reads_the_capabilities_again)
 {
     const zel_core_term_udp_session_cfg_t configuration = cfg(4);

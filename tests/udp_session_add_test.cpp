@@ -122,17 +122,6 @@ TEST_F(udp_session_add, records_byte_for_byte)
     expect_collected("udp_records.txt");
 }
 
-TEST_F(udp_session_add, without_a_ttl_ipv4_sends_0_and_ipv6_128)
-{
-    for (const int ip_version : {4, 6}) {
-        zel_core_term_udp_session_cfg_t configuration = cfg(ip_version);
-        configuration.ttl = 0;
-        record();
-        ASSERT_EQ(add(static_cast<uint32_t>(ip_version), configuration), 0u);
-        EXPECT_EQ(calls[1].record[ip_version == 4 ? 0x35 : 0x2d], ip_version == 4 ? 0 : 128);
-    }
-}
-
 TEST_F(udp_session_add, asks_for_no_text_when_every_event_is_off)
 {
     record({{1, failing}});
