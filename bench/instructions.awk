@@ -7,4 +7,4 @@ sub(/^desc: Trigger: Client Request: /, "") { split($0, trigger, "\t") }
 /^calls=/ { inclusive = 1; next } # the next line tells what was executed in the called function
 /^[0-9]/ { if (in_library && !inclusive) sum[trigger[1]] += $2; inclusive = 0 }
 trigger[2] > 0 { calls_of[trigger[1]] = trigger[2] }
-END { for (name in calls_of) printf "%7d  %s\n", sum[name] / calls_of[name], name }
+END { for (name in calls_of) if (name in sum) printf "%7d  %s\n", sum[name] / calls_of[name], name }
