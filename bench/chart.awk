@@ -19,17 +19,19 @@ function panel_frame(panel, title, unit,    quarters) {
 }
 
 # `logarithmic`: from 1 ns to 1 ms; otherwise from 0 to `most`.
-function share_of(ns, logarithmic, most) { return logarithmic ? log(ns < 1 ? 1 : ns) / log(1000000) : ns / most }
+function height(ns, logarithmic, most) { return y(logarithmic ? log(ns < 1 ? 1 : ns) / log(1000000) : ns / most) }
 
 function curve(panel, class, what, row, logarithmic, most,    quarters, path) {
     for (quarters = 0; quarters <= 4; ++quarters)
-        path = path sprintf("%s%.1f %.1f", quarters ? "L" : "M", x(panel, quarters), y(share_of(measured(what, row, quarters), logarithmic, most)))
+        path = path sprintf("%s%.1f %.1f", quarters ? "L" : "M", x(panel, quarters),
+                            height(measured(what, row, quarters), logarithmic, most))
     printf "<path class=\"curve %s\" d=\"%s\"/>\n", class, path
 }
 
 # Above the curve, from a quarter on.
 function caption(panel, class, row, quarters, logarithmic, most, content) {
-    printf "<text class=\"%s\" x=\"%.1f\" y=\"%.1f\">%s</text>\n", class, x(panel, quarters) + 8, y(share_of(measured("none", row, quarters), logarithmic, most)) - 10, content
+    printf "<text class=\"%s\" x=\"%.1f\" y=\"%.1f\">%s</text>\n", class, x(panel, quarters) + 8,
+           height(measured("none", row, quarters), logarithmic, most) - 10, content
 }
 
 function pair(class, row, most) {
@@ -39,14 +41,16 @@ function pair(class, row, most) {
 }
 
 END {
-    print "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 930 330\" font-family=\"sans-serif\" font-size=\"12\">"
+    print "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 930 330\""
+    print "    font-family=\"sans-serif\" font-size=\"12\">"
     print "<style>"
     print "text { fill: #444 } .title { font-size: 14px; font-weight: bold } .grid { stroke: #8884; fill: none }"
     print ".curve { fill: none; stroke-width: 2 } .by-hand { stroke-width: 5; stroke-opacity: .35 }"
     print ".udp { stroke: #2878c8 } .l2tp { stroke: #c8641e } text.udp, text.l2tp { stroke: none }"
     print "text.udp { fill: #2878c8 } text.l2tp { fill: #c8641e }"
     print "@media (prefers-color-scheme: dark) { text { fill: #ccc }"
-    print "  .udp { stroke: #6cb0f5 } .l2tp { stroke: #f0a060 } text.udp { fill: #6cb0f5 } text.l2tp { fill: #f0a060 } }"
+    print "  .udp { stroke: #6cb0f5 } .l2tp { stroke: #f0a060 }"
+    print "  text.udp { fill: #6cb0f5 } text.l2tp { fill: #f0a060 } }"
     print "</style>"
 
     most = 50
