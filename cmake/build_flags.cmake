@@ -10,6 +10,12 @@ target_compile_options(zel_build_flags INTERFACE
 target_link_options(zel_build_flags INTERFACE
     -Wl,--as-needed,-z,relro,-z,now,-z,noexecstack)
 
+# gcc clears records and table entries by `rep stos`, which is slow for their 50 to 180 bytes. With the C library's
+# memset, which clang calls by itself, a UDP session is added and released in 8 % less time.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    target_compile_options(zel_build_flags INTERFACE -mmemset-strategy=libcall:-1:noalign)
+endif()
+
 # The platform stand-ins, the probe libraries and the product: complete libraries without surprises. An exported
 # function stays interposable: never inlined into its callers and never bound locally. gcc does so by itself in
 # position-independent code, clang when told.

@@ -25,6 +25,9 @@ enum { VOK_CP_NULL_FAILED = 1 };
  */
 void vok_cp_null_fail(uint32_t call);
 
+/** How many calls of operations there were, those of vok_syshandle_get() and vok_sys_status_get() not counted. */
+uint64_t vok_cp_null_calls(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,7 +2,13 @@
 #include "vok_cp_null.h"
 
 static uint64_t last_handle;
+static uint64_t calls;
 static uint32_t calls_until_failure;
+
+uint64_t vok_cp_null_calls(void)
+{
+    return calls;
+}
 
 void vok_cp_null_fail(uint32_t call)
 {
@@ -11,6 +17,7 @@ void vok_cp_null_fail(uint32_t call)
 
 static uint32_t answer(void)
 {
+    ++calls;
     return calls_until_failure != 0 && --calls_until_failure == 0 ? VOK_CP_NULL_FAILED : 0;
 }
 
