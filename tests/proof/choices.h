@@ -1,22 +1,27 @@
 /// Where the proofs take their decisions from: all of them in turn, a seed, or the bytes of a fuzzer.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <vector>
 
 namespace proof {
 
-/// How something that the library calls answers.
+/// How a data-plane call answers.
 enum class answer { success, failure, failure_after_effect };
+
+/// What the session-type hook answers: a code that is undone, and the two that may not be.
+constexpr uint32_t hook_codes[] = {0, 9, 3, 5};
 
 class choices {
 public:
     virtual ~choices() = default;
-    virtual uint32_t below(uint32_t count) = 0;  ///< 0 to count - 1
-    virtual answer next_data_plane_answer() = 0; ///< of the data-plane call that is just being made
-    virtual answer next_hook_answer() = 0;       ///< of the session-type hook; a failure after effect is its code 3
+    virtual uint32_t below(uint32_t count) = 0; ///< 0 to count - 1
+    virtual answer next_answer() = 0;           ///< of the data-plane call that is just being made
+    virtual uint32_t next_hook_code() = 0;
 };
 
 /// One path through all answers; advance() goes on to the next, so that each is taken once.
@@ -25,23 +30,26 @@ public:
     /// @param last_answer  the answers are success to this one
     /// @param max_failures paths with more answers other than success are left out
     explicit every_path(answer last_answer = answer::failure_after_effect, std::size_t max_failures = SIZE_MAX)
-        : last_answer_(last_answer), max_failures_(max_failures)
+        : answers_(static_cast<uint32_t>(last_answer) + 1), max_failures_(max_failures)
     {
     }
 
     uint32_t below(uint32_t) override { return 0; }
-    answer next_data_plane_answer() override { return next(); }
-    answer next_hook_answer() override { return next(); }
+    answer next_answer() override { return static_cast<answer>(next(answers_)); }
+    uint32_t next_hook_code() override { return hook_codes[next(std::size(hook_codes))]; }
 
     bool enabled = true; ///< false: the answer is success, and no step of the path
 
+    bool is_all_success() const { return failures() == 0; }
+
     bool advance()
     {
-        digits_.resize(used_);
+        steps_.resize(used_);
         used_ = 0;
-        for (; !digits_.empty(); digits_.pop_back()) {
-            if (digits_.back() < last_answer_ && (digits_.back() != answer::success || failures() < max_failures_)) {
-                digits_.back() = static_cast<answer>(static_cast<int>(digits_.back()) + 1);
+        for (; !steps_.empty(); steps_.pop_back()) {
+            step &last = steps_.back();
+            if (last.choice + 1 < last.count && (last.choice != 0 || failures() < max_failures_)) {
+                ++last.choice;
                 return true;
             }
         }
@@ -49,26 +57,27 @@ public:
     }
 
 private:
-    answer next()
+    struct step {
+        uint32_t choice, count;
+    };
+
+    uint32_t next(std::size_t count)
     {
         if (!enabled)
-            return answer::success;
-        if (used_ == digits_.size())
-            digits_.push_back(answer::success);
-        return digits_[used_++];
+            return 0;
+        if (used_ == steps_.size())
+            steps_.push_back({0, static_cast<uint32_t>(count)});
+        return steps_[used_++].choice;
     }
 
     std::size_t failures() const
     {
-        std::size_t count = 0;
-        for (const answer digit : digits_)
-            count += digit != answer::success;
-        return count;
+        return static_cast<std::size_t>(std::ranges::count_if(steps_, [](const step &s) { return s.choice != 0; }));
     }
 
-    answer last_answer_;
+    uint32_t answers_;
     std::size_t max_failures_;
-    std::vector<answer> digits_;
+    std::vector<step> steps_;
     std::size_t used_ = 0;
 };
 
@@ -78,11 +87,11 @@ public:
     explicit seeded(uint64_t seed) : state_(seed) { failures_in_64_ = below(4) == 0 ? 0 : below(16); }
 
     uint32_t below(uint32_t count) override { return static_cast<uint32_t>((next() >> 32) * count >> 32); }
-    answer next_data_plane_answer() override
+    answer next_answer() override
     {
         return below(64) < failures_in_64_ ? static_cast<answer>(1 + below(2)) : answer::success;
     }
-    answer next_hook_answer() override { return next_data_plane_answer(); }
+    uint32_t next_hook_code() override { return below(64) < failures_in_64_ ? hook_codes[1 + below(3)] : 0; }
 
 private:
     /// splitmix64
@@ -104,13 +113,23 @@ public:
     explicit from_bytes(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
     bool at_end() const { return bytes_.empty(); }
-    uint32_t below(uint32_t count) override { return count > 1 ? next() % count : 0; }
-    answer next_data_plane_answer() override
+    uint32_t below(uint32_t count) override
+    {
+        uint32_t number = 0;
+        for (uint32_t reached = 1; reached < count && reached != 0; reached <<= 8)
+            number = number << 8 | next();
+        return number % count;
+    }
+    answer next_answer() override
     {
         const uint8_t byte = next();
         return byte >= 0xF0 ? byte >= 0xF8 ? answer::failure_after_effect : answer::failure : answer::success;
     }
-    answer next_hook_answer() override { return next_data_plane_answer(); }
+    uint32_t next_hook_code() override
+    {
+        const uint8_t byte = next();
+        return byte >= 0xF0 ? hook_codes[byte % std::size(hook_codes)] : 0;
+    }
 
 private:
     uint8_t next()

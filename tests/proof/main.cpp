@@ -1,8 +1,9 @@
 // zel-proof: tries the library over the stand-in data plane and compares it with a model of what must hold.
 #include <CLI/CLI.hpp>
 
-#include <exception>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
 
 #include "proof/random_operations.h"
 #include "proof/sweep.h"
@@ -21,26 +22,28 @@ uint64_t total(const proof::tally &counts)
 }
 
 /// Worlds one after the other, each from a seed of its own, until so many operations were made.
-void random_worlds(uint64_t seed, uint64_t first_world, uint64_t operations)
+/// @param only_world just that one
+void random_worlds(uint64_t seed, std::optional<uint64_t> only_world, uint64_t operations)
 {
     proof::tally counts;
-    uint64_t world_number = first_world;
-    for (; total(counts) < operations; ++world_number) {
+    uint64_t worlds = 0;
+    for (uint64_t number = only_world.value_or(0); total(counts) < operations && (!only_world || worlds == 0);
+         ++number) {
         try {
-            proof::seeded decisions(seed * 1'000'003 + world_number);
+            proof::seeded decisions(seed * 1'000'003 + number);
             proof::world world(decisions);
             world.counts = &counts;
             proof::random_operations random(world, decisions);
             for (uint64_t i = 0; i < steps_in_a_world; ++i)
                 random.step();
-        } catch (const std::exception &) {
-            std::cerr << "again: zel-proof random --seed " << seed << " --world " << world_number
-                      << " --operations 1\n";
-            throw;
+        } catch (const std::exception &e) {
+            throw std::runtime_error(std::string(e.what()) + "\nagain: zel-proof random --seed " +
+                                     std::to_string(seed) + " --world " + std::to_string(number));
         }
+        ++worlds;
     }
-    std::cout << "seed " << seed << ": " << total(counts) << " operations in " << world_number - first_world
-              << " worlds; how often each gave each result:\n";
+    std::cout << "seed " << seed << ": " << total(counts) << " operations in " << worlds
+              << " worlds, all as the model has it; how often each gave each result:\n";
     for (const auto &[operation, results] : counts) {
         std::cout << operation;
         for (const auto &[result, count] : results)
@@ -59,15 +62,17 @@ int main(int argc, char **argv)
     auto effort = proof::effort::usual;
     CLI::App *const sweep = app.add_subcommand("sweep", "every operation with every answer of what it calls");
     sweep->add_option("--effort", effort, "how many paths of the control connection modify: seconds, or ten minutes")
-        ->transform(CLI::Transformer(std::map<std::string, proof::effort>{
+        ->transform(CLI::CheckedTransformer(std::map<std::string, proof::effort>{
             {"brief", proof::effort::brief}, {"usual", proof::effort::usual}, {"long", proof::effort::long_lasting}}))
         ->option_text("brief|usual|long");
 
-    uint64_t seed = 1, world = 0, operations = 1'000'000;
+    uint64_t seed = 1, operations = 1'000'000;
+    std::optional<uint64_t> world;
     CLI::App *const random = app.add_subcommand("random", "random operations with random faults");
     random->add_option("--seed", seed, "where the decisions come from")->capture_default_str();
-    random->add_option("--world", world, "the first one")->capture_default_str();
+    random->add_option("--world", world, "only the world of that number");
     random->add_option("--operations", operations, "how many, and those that complete the last world")
+        ->check(CLI::Range(uint64_t{1}, uint64_t{1'000'000'000}))
         ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
 

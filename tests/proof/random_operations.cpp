@@ -10,6 +10,11 @@ random_operations::random_operations(world &w, choices &decisions) : world_(w), 
     const bool crowded = rarely(16); // as many connections and associations as there can be
     ids_ = crowded ? 49 : 2 + decisions_.below(5);
     peers_ = crowded ? 60 : 1 + decisions_.below(3);
+    for (uint32_t id = 0; crowded && id < 48; ++id) {
+        connection_add_request r{.id = id, .cfg = l2tp_cfg(), .control_connection_id = id};
+        r.cfg.remote_addr[3] = static_cast<uint8_t>(1 + id);
+        world_.connection_add(r);
+    }
 }
 
 void random_operations::step()
@@ -114,6 +119,7 @@ zel_core_term_l2tp_control_connection_cfg_t random_operations::l2tp_cfg()
     std::memcpy(cfg.local_addr, "\xc0\x00\x02\x01", 4);
     std::memcpy(cfg.remote_addr, "\xc6\x33\x64", 3);
     cfg.remote_addr[3] = static_cast<uint8_t>(1 + decisions_.below(peers_));
+    cfg.local_addr[3] = rarely(8) ? 2 : 1;
     cfg.vrf_id = rarely(8) ? 1 : 0;
     cfg.ttl = static_cast<uint8_t>(decisions_.below(256));
     return cfg;

@@ -75,6 +75,7 @@ const state shared{"shared associations", [](world &w) {
                        w.connection_add(connect(3, 2));
                        w.session_add(session_of(1, 100));
                        w.session_add(session_of(2, 101));
+                       w.session_add(session_of(1, 102));
                    }};
 const state disconnected{"disconnected and unbound", [](world &w) {
                              one_of_each.second(w);
@@ -91,12 +92,18 @@ const state used_before{"all of it removed again", [](world &w) {
                                 w.udp_release(id);
                             }
                         }};
-const state all[] = {nothing, one_of_each, shared, disconnected, used_before};
+const state full{"all associations in use", [](world &w) {
+                     for (uint32_t id = 0; id < 48; ++id)
+                         w.connection_add(connect(id, static_cast<uint8_t>(100 + id)));
+                     w.connection_add(connect(48, 100));
+                 }};
+const state most[] = {nothing, one_of_each, shared, disconnected, used_before};
 
 struct swept_operation {
     const char *name;
     std::function<uint32_t(world &)> run;
     enum { as_documented, undone_when_failed } failure = as_documented;
+    std::span<const state> from = most;
 };
 
 const swept_operation operations[] = {
@@ -116,10 +123,15 @@ const swept_operation operations[] = {
      swept_operation::undone_when_failed},
     {"control connection add, sharing", [](world &w) { return w.connection_add(connect(9, 1)); },
      swept_operation::undone_when_failed},
+    {"control connection add, no association left",
+     [](world &w) { return w.connection_remove(48, pcep, rat_session) + w.connection_add(connect(48, 9)); },
+     swept_operation::as_documented,
+     {&full, 1}},
     {"control connection add with session type", [](world &w) { return w.connection_add(connect(9, 1, 1)); },
      swept_operation::undone_when_failed},
     {"control connection removal", [](world &w) { return w.connection_remove(1, pcep, rat_session); }},
     {"session add", [](world &w) { return w.session_add(session_of(1, 109)); }, swept_operation::undone_when_failed},
+    {"session add over another", [](world &w) { return w.session_add(session_of(1, 100)); }},
     {"session add with session type", [](world &w) { return w.session_add(session_of(1, 109, 1)); },
      swept_operation::undone_when_failed},
     {"session removal", [](world &w) { return w.session_remove(1, 100); }},
@@ -134,6 +146,18 @@ const swept_operation modifies[] = {
     {"control connection modify with a session", [](world &w) { return w.connection_modify(move(1, 9, {100})); }},
     {"control connection modify with session type", [](world &w) { return w.connection_modify(move(1, 9, {100}, 1)); }},
     {"control connection modify to a shared peer", [](world &w) { return w.connection_modify(move(1, 2, {100})); }},
+    {"control connection modify with two sessions",
+     [](world &w) {
+         return w.connection_modify(move(1, 9, {100, 102}));
+     }},
+    {"control connection modify, no association left",
+     [](world &w) {
+         connection_modify_request r = move(48, 9, {});
+         r.old_remote_addr[3] = 100;
+         return w.connection_modify(r);
+     },
+     swept_operation::as_documented,
+     {&full, 1}},
 };
 
 /// Whether all that was called after the first failure did as it was told. The data plane's own refusals of what is not
@@ -149,7 +173,8 @@ bool undos_succeeded(const std::vector<call> &calls)
 bool documented_exception(const std::vector<call> &calls, bool of_l2tp)
 {
     const call &failed = *std::ranges::find_if(calls, &call::failed);
-    const bool keeps_all = failed.operation == session_type_hook && failed.status == ZEL_CORE_TERM_OUT_OF_RANGE;
+    const bool keeps_all =
+        failed.operation == session_type_hook && (failed.status == 3 || (failed.status == 5 && !of_l2tp));
     const bool bind_stays = failed.operation == "vok_bind" && failed.took_effect && !of_l2tp;
     const bool attribute_stays = failed.is("attr_modify") && failed.took_effect;
     const bool association_stays = of_l2tp && failed.is("association_create") && failed.took_effect;
@@ -167,11 +192,25 @@ void forget_interface(holdings &h)
 }
 
 struct path_counts {
-    uint64_t paths = 0, failed = 0, undone = 0, exceptions = 0;
+    uint64_t paths = 0, succeeded = 0, fell_back = 0, failed = 0, undone = 0, exceptions = 0;
+
+    void add(const path_counts &other)
+    {
+        for (uint64_t path_counts::*count : {&path_counts::paths, &path_counts::succeeded, &path_counts::fell_back,
+                                             &path_counts::failed, &path_counts::undone, &path_counts::exceptions})
+            this->*count += other.*count;
+    }
 };
 
 void sweep_from(const state &from, const swept_operation &operation, every_path path, path_counts &counts)
 {
+    const auto run = [&](world &w) {
+        try {
+            return operation.run(w);
+        } catch (const std::exception &e) {
+            throw std::runtime_error(std::string(operation.name) + " from " + from.first + ": " + e.what());
+        }
+    };
     do {
         path.enabled = false;
         world w(path);
@@ -180,10 +219,10 @@ void sweep_from(const state &from, const swept_operation &operation, every_path 
         holdings before = watched_data_plane::held();
         path.enabled = true;
         w.compare = true;
-        const uint32_t result = operation.run(w);
+        const uint32_t result = run(w);
 
         ++counts.paths;
-        counts.failed += result != 0;
+        ++(result == 0 ? counts.succeeded : result == ZEL_CORE_TERM_FELL_BACK ? counts.fell_back : counts.failed);
         if (operation.failure != swept_operation::undone_when_failed || result == 0 || !undos_succeeded(w.calls()))
             continue;
         holdings after = watched_data_plane::held();
@@ -195,7 +234,7 @@ void sweep_from(const state &from, const swept_operation &operation, every_path 
             ++counts.undone;
         else
             throw std::runtime_error(std::string(operation.name) + " from " + from.first +
-                                     " fails and leaves the data plane changed");
+                                     ": fails, and leaves the data plane changed");
     } while (path.advance());
 }
 
@@ -203,22 +242,22 @@ void sweep_from(const state &from, const swept_operation &operation, every_path 
 
 void sweep(std::ostream &out, effort effort_for_modify)
 {
-    const auto row = [&out](const std::string &name, const auto &...cells) {
-        out << std::left << std::setw(46) << name << std::right;
-        (out << ... << [&](const auto &cell) -> const auto & { return out << std::setw(12), cell; }(cells));
+    const auto row = [&out](const char *name, const auto &...cells) {
+        out << std::left << std::setw(44) << name << std::right;
+        (out << ... << [&](const auto &cell) -> const auto & { return out << std::setw(10), cell; }(cells));
         out << "\n";
     };
-    row("operation", "paths", "failed", "undone", "exceptions");
+    const auto count_row = [&row](const char *name, const path_counts &c) {
+        row(name, c.paths, c.succeeded, c.fell_back, c.failed, c.undone, c.exceptions);
+    };
+    row("operation", "paths", "0", "2", "other", "undone", "exception");
     path_counts total;
     const auto sweep_all = [&](const swept_operation &operation, const every_path &paths) {
         path_counts counts;
-        for (const state &from : all)
+        for (const state &from : operation.from)
             sweep_from(from, operation, paths, counts);
-        row(operation.name, counts.paths, counts.failed, counts.undone, counts.exceptions);
-        total.paths += counts.paths;
-        total.failed += counts.failed;
-        total.undone += counts.undone;
-        total.exceptions += counts.exceptions;
+        count_row(operation.name, counts);
+        total.add(counts);
     };
     for (const swept_operation &operation : operations)
         sweep_all(operation, every_path());
@@ -232,7 +271,7 @@ void sweep(std::ostream &out, effort effort_for_modify)
     out << "at most " << max_failures << " failures of either kind in a path:\n";
     for (const swept_operation &operation : modifies)
         sweep_all(operation, every_path(answer::failure_after_effect, max_failures));
-    row("all", total.paths, total.failed, total.undone, total.exceptions);
+    count_row("all", total);
 }
 
 } // namespace proof

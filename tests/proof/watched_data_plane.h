@@ -19,6 +19,7 @@ namespace proof {
 struct object {
     vok_cp_sim_kind_t kind{};
     uint8_t ip_version = 0, protocol = 0, ttl = 0, flow_type = 0;
+    uint16_t rules_mask = 0;
     uint16_t src_port = 0, dst_port = 0;
     uint32_t vrf_id = 0, path_mtu = 0, l2tp_session_id = 0, l2tp_connection_id = 0;
     std::array<uint8_t, 16> src_addr{}, dst_addr{};
@@ -37,6 +38,9 @@ struct binding {
     bool is(uint32_t its_kind, uint32_t its_direction) const { return kind == its_kind && direction == its_direction; }
     bool uses(uint64_t handle) const { return source == handle || destination == handle; }
 };
+
+std::string to_text(uint64_t handle);
+std::string to_text(const binding &b);
 
 struct binding_traits {
     uint32_t session_type;
@@ -60,7 +64,8 @@ struct call {
     std::string_view operation{};
     uint32_t status = 0; ///< the hook's code
     bool took_effect = true;
-    uint64_t handle = 0; ///< the object that was made, deleted, changed or read; the hook's type handle
+    uint64_t handle = 0;            ///< the object that was made, deleted, changed or read; the hook's type handle
+    std::vector<uint64_t> passed{}; ///< all handles that it was given
     vok_cp_sim_kind_t kind{};
     proof::binding binding{};               ///< of a bind or an unbind
     std::vector<proof::binding> used_by{};  ///< of a delete that failed: the bindings of the object
@@ -68,6 +73,8 @@ struct call {
 
     bool is(std::string_view text) const { return operation.find(text) != std::string_view::npos; }
     bool failed() const { return status != 0; }
+    bool refused() const { return status >= VOK_CP_SIM_WRONG_INSTANCE && status <= VOK_CP_SIM_DSCP_TOO_LARGE; }
+    std::string text() const;
     bool made(vok_cp_sim_kind_t what) const { return is("_create") && kind == what && took_effect; }
 };
 
@@ -92,7 +99,6 @@ public:
 private:
     static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *call);
     static void on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_cp_sim_outcome_t *outcome);
-    void check_handles(const vok_cp_sim_call_t &call);
 
     choices &decisions_;
     std::set<uint64_t> known_handles_{0};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <stdexcept>
 
 #include "zel_core_ic.h"
@@ -44,6 +45,7 @@ object udp_association(const zel_core_term_udp_session_cfg_t &cfg, bool egress)
     o.kind = ipv4     ? egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS
              : egress ? VOK_CP_SIM_IPV6_EGRESS
                       : VOK_CP_SIM_IPV6_INGRESS;
+    o.rules_mask = ipv4 ? egress ? 0x6E : 0xFC : egress ? 0 : 0x672;
     o.vrf_id = cfg.vrf_id;
     o.src_port = egress ? cfg.local_port : cfg.remote_port;
     o.dst_port = egress ? cfg.remote_port : cfg.local_port;
@@ -68,6 +70,7 @@ association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
 object l2tp_association(const connection &c, bool egress)
 {
     object o{.kind = egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS, .ip_version = 4, .protocol = 115};
+    o.rules_mask = egress ? 0x0e : 0x9c;
     std::memcpy(o.src_addr.data(), c.key.data() + (egress ? 0 : 4), 4);
     std::memcpy(o.dst_addr.data(), c.key.data() + (egress ? 4 : 0), 4);
     std::memcpy(&o.vrf_id, c.key.data() + 8, 4);
@@ -110,6 +113,8 @@ void world::begin(std::string_view name, std::initializer_list<uint64_t> argumen
     history_.push_back(std::move(text));
     if (history_.size() > 20)
         history_.pop_front();
+    if (compare)
+        before_ = wanted();
 }
 
 void world::violated(const std::string &what) const
@@ -119,14 +124,20 @@ void world::violated(const std::string &what) const
         text += "\n  " + operation;
     text += "\nwhose last one called";
     for (const call &c : calls())
-        text += "\n  " + std::string(c.operation) + " " + std::to_string(c.handle) + ": " + std::to_string(c.status);
+        text += "\n  " + c.text();
     throw std::runtime_error(text);
 }
 
-void world::require(bool condition, const std::string &what) const
+void world::require(bool condition, const char *what) const
 {
     if (!condition)
         violated(what);
+}
+
+void world::require(bool condition, const char *what, uint64_t which) const
+{
+    if (!condition)
+        violated(what + (" " + std::to_string(which)));
 }
 
 /// The end of an operation that makes no call, as of one that refuses its arguments.
@@ -141,14 +152,17 @@ uint32_t world::end(uint32_t result, uint32_t expected, tolerated allowed)
     history_.back() += " = " + std::to_string(result);
     if (counts != nullptr)
         ++(*counts)[running_][result];
-    require(result == expected, "the result is not " + std::to_string(expected));
-    require(plane_.violation.empty(), plane_.violation);
+    require(result == expected, "the result is not", expected);
+    require(plane_.violation.empty(), plane_.violation.c_str());
+    unsettle();
     excuse_leftovers(allowed);
     if (compare) {
+        explain_refusals(allowed);
         compare_data_plane();
         compare_tables();
         compare_udp_queries();
     }
+    settle();
     return result;
 }
 
@@ -181,10 +195,11 @@ void world::expect_hook(bool called, uint32_t pcep, uint32_t session_type) const
     const auto binds_egress = [](const call &c) {
         return c.operation == "vok_bind" && c.binding.direction == VOK_EGRESS && c.binding.kind != VOK_BIND_F2ID;
     };
-    for (std::size_t i = 0; called && i < calls().size(); ++i)
-        if (binds_egress(calls()[i]))
-            require(i > 0 && calls()[i - 1].operation == session_type_hook && !calls()[i - 1].failed(),
-                    "a bind without the session-type hook before it");
+    for (std::size_t i = 0; called && i < calls().size(); ++i) {
+        const bool hook_accepts = calls()[i].operation == session_type_hook && !calls()[i].failed();
+        require(hook_accepts == (i + 1 < calls().size() && binds_egress(calls()[i + 1])),
+                "a bind without the session-type hook before it, or a call of the hook without a bind");
+    }
 }
 
 void world::excuse_leftovers(tolerated allowed)
@@ -192,10 +207,7 @@ void world::excuse_leftovers(tolerated allowed)
     for (const call &c : calls()) {
         if (c.is("interface_add") && c.took_effect)
             interface_ = c.handle;
-        const bool refused = c.status != 0 && c.status != VOK_CP_SIM_INJECTED;
-        require(c.status != VOK_CP_SIM_UNKNOWN_HANDLE || allowed.unknown_handles,
-                "the data plane knows no such handle");
-        if (!c.failed() || (refused && c.status != VOK_CP_SIM_OBJECT_IN_USE))
+        if (!c.failed() || (c.refused() && c.status != VOK_CP_SIM_OBJECT_IN_USE))
             continue;
         if (c.is("_delete"))
             excused_objects_.insert(c.handle);
@@ -206,20 +218,92 @@ void world::excuse_leftovers(tolerated allowed)
         else if (allowed.associations && (c.made(VOK_CP_SIM_IPV4_INGRESS) || c.made(VOK_CP_SIM_IPV4_EGRESS)))
             excused_objects_.insert(c.handle);
     }
-    for (const call &c : calls())
-        if (c.status == VOK_CP_SIM_OBJECT_IN_USE)
-            for (const binding &b : c.used_by)
-                require(excused_bindings_.contains(b), "a delete of what a binding still uses that could be removed");
+}
+
+/// Whether it was there before the operation's call of that number.
+bool world::is_there(const binding &b, std::size_t call_number) const
+{
+    bool there = std::ranges::any_of(before_.bindings, [&](const auto &held) { return held.first == b; });
+    for (const call &c : std::span(calls()).first(call_number))
+        if (c.took_effect && c.binding == b)
+            there = c.operation == "vok_bind";
+    return there;
+}
+
+bool world::is_there(uint64_t handle, std::size_t call_number) const
+{
+    bool there = std::ranges::any_of(before_.objects, [&](const auto &held) { return held.first == handle; });
+    for (const call &c : std::span(calls()).first(call_number))
+        if (c.took_effect && c.handle == handle && (c.is("_create") || c.is("_add") || c.is("_delete")))
+            there = !c.is("_delete");
+    return there;
+}
+
+/// The data plane refuses only what the operation cannot know better, and no delete is tried of what is bound by a
+/// binding that the library could have removed.
+void world::explain_refusals(tolerated allowed) const
+{
+    for (std::size_t i = 0; i < calls().size(); ++i) {
+        const call &c = calls()[i];
+        const auto is_missing = [&](uint64_t handle) {
+            return handle == 0 ? allowed.no_handle : !is_there(handle, i) || allowed.wrong_kind;
+        };
+        const bool uncertain = uncertain_bindings_.contains(c.binding);
+        switch (c.refused() ? c.status : 0) {
+        case VOK_CP_SIM_UNKNOWN_HANDLE:
+            require(std::ranges::any_of(c.passed, is_missing), "a handle is refused that should be good");
+            break;
+        case VOK_CP_SIM_NO_SUCH_BINDING:
+            require(!is_there(c.binding, i) || uncertain, "an unbind is refused of what should be bound");
+            break;
+        case VOK_CP_SIM_DUPLICATE_BINDING:
+            require(is_there(c.binding, i) || uncertain, "a bind is refused of what should not be bound");
+            break;
+        case VOK_CP_SIM_DSCP_TOO_LARGE: require(allowed.large_dscp, "a DSCP is refused"); break;
+        default: break;
+        }
+        for (const binding &b : c.used_by)
+            require(excused_bindings_.contains(b) || settled_bindings_.contains(b) || uncertain_bindings_.contains(b),
+                    "a delete of what a binding still uses that could be removed");
+    }
+}
+
+/// What a call changed is as it must be again.
+void world::unsettle()
+{
+    for (const call &c : calls()) {
+        if (c.took_effect && (c.operation == "vok_bind" || c.operation == "vok_unbind"))
+            settled_bindings_.erase(c.binding);
+        if (c.took_effect && (c.is("_delete") || c.is("attr_modify")))
+            settled_objects_.erase(c.handle);
+    }
+}
+
+/// What is excused is settled as it is found.
+void world::settle()
+{
+    if (excused_objects_.empty() && excused_bindings_.empty())
+        return;
+    const holdings found = watched_data_plane::held();
+    const auto settle_all = [](auto &excused, const auto &all, auto &settled) {
+        for (const auto &key : excused) {
+            const auto at = std::ranges::find(all, key, [](const auto &held) { return held.first; });
+            settled[key] = at != all.end() ? std::optional(at->second) : std::nullopt;
+        }
+        excused.clear();
+    };
+    settle_all(excused_objects_, found.objects, settled_objects_);
+    settle_all(excused_bindings_, found.bindings, settled_bindings_);
 }
 
 // ---- What must be there
 
 holdings world::wanted() const
 {
-    holdings all;
     std::map<uint64_t, object> objects;
+    std::map<binding, binding_traits> bindings;
     const auto bind = [&](const binding &b, uint32_t session_type, int dscp) {
-        all.bindings.push_back({b, {session_type, dscp}});
+        bindings.emplace(b, binding_traits{session_type, dscp});
     };
     if (interface_ != 0)
         objects[interface_].kind = VOK_CP_SIM_L2TPV3_INTERFACE;
@@ -257,30 +341,39 @@ holdings world::wanted() const
         for (const uint64_t association : s.sends_through)
             bind(to_association(s.entry.egress_flow_handle, association), l2tp, s.entry.dscp);
     }
-    all.objects.assign(objects.begin(), objects.end());
-    std::ranges::sort(all.bindings, {}, [](const auto &b) { return b.first; });
-    return all;
+    const auto apply = [](const auto &settled, auto &all) {
+        for (const auto &[key, found] : settled) {
+            if (found)
+                all[key] = *found;
+            else
+                all.erase(key);
+        }
+    };
+    apply(settled_objects_, objects);
+    apply(settled_bindings_, bindings);
+    return {{objects.begin(), objects.end()}, {bindings.begin(), bindings.end()}};
 }
 
 void world::compare_data_plane() const
 {
-    const auto compare_all = [this](const auto &must_be, const auto &is, const auto &excused, const char *what) {
+    const auto compare_all = [this](const auto &must_be, const auto &is, const auto &excused, const std::string &what) {
         auto m = must_be.begin();
         auto i = is.begin();
         while (m != must_be.end() || i != is.end()) {
             const bool missing = i == is.end() || (m != must_be.end() && m->first < i->first);
             const bool extra = m == must_be.end() || (i != is.end() && i->first < m->first);
-            if (missing || extra || m->second != i->second)
-                require(excused.contains(missing ? m->first : i->first), std::string(what) + (missing ? " is missing"
-                                                                                              : extra ? " is too many"
-                                                                                                      : " is another"));
+            const auto &key = missing ? m->first : i->first;
+            if ((missing || extra || m->second != i->second) && !excused.contains(key))
+                violated(what + to_text(key) + (missing ? " is missing" : extra ? " is too many" : " is another"));
             m += !extra;
             i += !missing;
         }
     };
+    std::set<binding> excused_bindings = excused_bindings_;
+    excused_bindings.insert(uncertain_bindings_.begin(), uncertain_bindings_.end());
     const holdings must_be = wanted(), is = watched_data_plane::held();
-    compare_all(must_be.objects, is.objects, excused_objects_, "an object of the data plane");
-    compare_all(must_be.bindings, is.bindings, excused_bindings_, "a binding of the data plane");
+    compare_all(must_be.objects, is.objects, excused_objects_, "the data plane's object ");
+    compare_all(must_be.bindings, is.bindings, excused_bindings, "the data plane's binding ");
 }
 
 void world::compare_tables() const
@@ -288,12 +381,19 @@ void world::compare_tables() const
     l2tp_control_entry control[std::size(l2tp_control_table)] = {};
     for (const auto &[id, c] : connections_)
         control[id] = {0, c.flow, c.ingress, c.egress};
-    require(std::memcmp(control, l2tp_control_table, sizeof control) == 0, "l2tp_control_table is another");
+    for (std::size_t i = 0; i < std::size(control); ++i)
+        require(std::memcmp(&control[i], &l2tp_control_table[i], sizeof control[i]) == 0,
+                "another entry of l2tp_control_table", i);
     l2tp_session_entry table[std::size(l2tp_session_table)] = {};
     for (const auto &[id, s] : sessions_)
         table[id - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN] = s.entry;
-    require(std::memcmp(table, l2tp_session_table, sizeof table) == 0, "l2tp_session_table is another");
+    for (std::size_t i = 0; i < std::size(table); ++i)
+        require(std::memcmp(&table[i], &l2tp_session_table[i], sizeof table[i]) == 0,
+                "another entry of l2tp_session_table", i);
     require(l2tp_control_ingress_interface == interface_, "the ingress interface is another");
+    static const zel_handles_t no_handles{};
+    require(started_ != (std::memcmp(zel_getHandles(), &no_handles, sizeof no_handles) == 0),
+            "the handle block is filled, or is not");
     require(zel_handles == (started_ ? zel_getHandles() : nullptr), "zel_handles is another");
 }
 
@@ -308,8 +408,9 @@ void world::compare_udp_queries() const
         zel_core_term_udp_session_cfg_t cfg;
         const uint32_t result = zel_core_term_udp_session_cfg_get(id, &cfg);
         require(result == (s == udp_sessions_.end() ? udp_rejection(id) : 0),
-                "the configuration query answers otherwise");
-        require(result != 0 || std::memcmp(&cfg, &s->second.cfg, sizeof cfg) == 0, "a configuration is another");
+                "the configuration query answers otherwise for session", id);
+        require(result != 0 || std::memcmp(&cfg, &s->second.cfg, sizeof cfg) == 0, "another configuration of session",
+                id);
     }
 }
 
@@ -376,7 +477,7 @@ uint32_t world::udp_add(const udp_add_request &r)
         return rejected(result, rejection);
     expect_hook(r.session_type_flag != 0, r.uplink_pcep, udp);
     const first_failure failed = failure();
-    if (failed.result == 0 || failed.without_undo()) {
+    if (failed.result == 0 || failed.is_hooks(3) || failed.is_hooks(5)) {
         udp_session s{.cfg = r.cfg, .dscp = r.dscp};
         s.uplink_flow = flow_id(r.uplink_pcep, r.id);
         s.downlink_flow = flow_id(r.downlink_pcep, r.rat_session);
@@ -385,7 +486,7 @@ uint32_t world::udp_add(const udp_add_request &r)
         s.uplink_bound = s.downlink_bound = failed.result == 0;
         udp_sessions_[r.id] = s;
     }
-    return end(result, failed.result, of_udp);
+    return end(result, failed.result, {.large_dscp = r.dscp > 63});
 }
 
 template <typename Value>
@@ -396,11 +497,9 @@ uint32_t world::udp_modify(uint32_t result, uint32_t id, Value zel_core_term_udp
     udp_session &s = udp_sessions_.at(id);
     if (s.cfg.ip_version != 6)
         return rejected(result, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
-    if (failure().result == 0) {
+    if (failure().result == 0)
         s.cfg.*attribute = value;
-        excused_objects_.erase(s.egress); // of an attribute that changed although the change failed
-    }
-    return end(result, failure().result, of_udp);
+    return end(result, failure().result, {});
 }
 
 uint32_t world::udp_modify_pmtu(uint32_t id, uint32_t pmtu)
@@ -425,7 +524,7 @@ uint32_t world::udp_disconnect(uint32_t id)
     udp_session &s = udp_sessions_.at(id);
     s.uplink_bound = s.uplink_bound && s.uplink_flow == 0; // a flow of 0 counts as not bound
     s.downlink_bound = s.downlink_bound && s.downlink_flow == 0;
-    return end(result, 0, of_udp);
+    return end(result, 0, {});
 }
 
 uint32_t world::udp_release(uint32_t id)
@@ -440,35 +539,36 @@ uint32_t world::udp_release(uint32_t id)
     if (s.downlink_bound)
         excused_bindings_.insert(from_flow(s.ingress, s.downlink_flow));
     udp_sessions_.erase(id);
-    return end(result, 0, of_udp);
+    return end(result, 0, {});
 }
 
-uint32_t world::udp_statistics(uint32_t result, uint32_t id)
+uint32_t world::udp_statistics(uint32_t result, uint32_t id, int ip_version)
 {
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(result, rejection);
-    return end(result, failure().result, {});
+    return end(result, failure().result,
+               {.wrong_kind = ip_version != 0 && ip_version != udp_sessions_.at(id).cfg.ip_version});
 }
 
 uint32_t world::udp_statistics_ipv4(uint32_t id)
 {
     begin("udp_statistics_ipv4", {id});
     zel_udp_session_ipv4_stats_t stats;
-    return udp_statistics(zel_udp_session_get_stats(id, &stats), id);
+    return udp_statistics(zel_udp_session_get_stats(id, &stats), id, 4);
 }
 
 uint32_t world::udp_statistics_ipv6(uint32_t id)
 {
     begin("udp_statistics_ipv6", {id});
     zel_udp_session_ipv6_stats_t stats;
-    return udp_statistics(zel_ipv6_udp_session_get_stats(id, &stats), id);
+    return udp_statistics(zel_ipv6_udp_session_get_stats(id, &stats), id, 6);
 }
 
 uint32_t world::udp_statistics_text(uint32_t id)
 {
     begin("udp_statistics_text", {id});
     char text[200];
-    return udp_statistics(zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0), id);
+    return udp_statistics(zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0), id, 0);
 }
 
 // ---- L2TP control connections
@@ -527,7 +627,7 @@ uint32_t world::connection_add(const connection_add_request &r)
     first_failure failed = failure();
     if (other == nullptr && associations_full(r.id))
         failed = {ZEL_CORE_TERM_DATA_PLANE_FAILED, false};
-    if (failed.result == 0 || failed.without_undo()) {
+    if (failed.result == 0 || failed.is_hooks(3)) {
         connection c{.key = key, .control_connection_id = r.control_connection_id, .pcep = r.pcep};
         take_associations(c, r.id, r.cfg.ttl);
         c.rat_session = r.rat_session;
@@ -535,10 +635,10 @@ uint32_t world::connection_add(const connection_add_request &r)
         c.flow = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
         c.sends = failed.result == 0;
         connections_[r.id] = c;
-    } else if (other != nullptr && calls().front().is("flow_create")) {
-        excused_bindings_.insert(to_interface(other->ingress, interface_)); // it loses one request for that
+    } else if (other != nullptr && calls().front().is("flow_create") && calls().front().failed()) {
+        uncertain_bindings_.insert(to_interface(other->ingress, interface_)); // it loses one request for that
     }
-    return end(result, failed.result, {.binds = false, .associations = true});
+    return end(result, failed.result, {.binds = false, .associations = true, .large_dscp = r.dscp > 63});
 }
 
 /// Sessions that still send through a connection's egress association keep it from being deleted with its last user.
@@ -571,38 +671,41 @@ uint32_t world::connection_remove(uint32_t id, uint32_t pcep, uint32_t rat_sessi
     const uint32_t result = zel_core_term_l2tp_control_connection_rem(id, pcep, rat_session);
     if (l2tp_rejection(id) != 0)
         return rejected(result, 0);
+    const tolerated allowed{.no_handle = !connections_.contains(id) || connections_.at(id).flow == 0};
     forget_connection(id, pcep, rat_session, {});
-    return end(result, 0, {});
+    return end(result, 0, allowed);
 }
 
 /// In turn: the sessions are unbound, the connection is set up anew, once more in the old place if that failed, and the
 /// sessions are bound. What fails for good decides.
-uint32_t world::expected_modify_result(const connection_modify_request &r, const association_key &old_key) const
+world::modify_end world::expected_modify_end(const connection_modify_request &r, const association_key &old_key) const
 {
     std::size_t at = 0;
     for (const uint32_t id : r.sessions) {
         if (const uint32_t rejection = session_rejection(r.id, id))
-            return rejection;
+            return {rejection, false};
         require(at < calls().size() && calls()[at].operation == "vok_unbind", "a session is not unbound");
         if (calls()[at++].failed())
-            return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+            return {ZEL_CORE_TERM_DATA_PLANE_FAILED, false};
     }
+    // With no room for a new association an attempt ends with the first create, whether that fails or not.
+    const bool full = associations_full(r.id);
+    const bool no_room = full && sharing(key_of(r.cfg), r.id) == nullptr;
+    const bool no_old_room = full && sharing(old_key, r.id) == nullptr;
     bool fell_back = false, connected = false;
-    if (associations_full(r.id) && sharing(key_of(r.cfg), r.id) == nullptr) {
-        fell_back = true;
-        if (sharing(old_key, r.id) == nullptr)
-            return ZEL_CORE_TERM_DATA_PLANE_FAILED;
-    }
     for (; at < calls().size(); ++at) {
         const call &c = calls()[at];
-        if (c.failed() && c.operation != "vok_unbind" && !c.is("_delete")) {
+        const bool ends_attempt = no_room && !fell_back && c.is("_create");
+        if (ends_attempt || (c.failed() && c.operation != "vok_unbind" && !c.is("_delete"))) {
             if (fell_back || connected)
-                return code_of(c);
+                return {code_of(c), fell_back};
             fell_back = true;
+            if (no_old_room)
+                return {ZEL_CORE_TERM_DATA_PLANE_FAILED, true};
         }
         connected = connected || (c.operation == "vok_bind" && c.binding.kind == VOK_BIND_ID2F && !c.failed());
     }
-    return fell_back ? ZEL_CORE_TERM_FELL_BACK : ZEL_CORE_TERM_SUCCESS;
+    return {fell_back ? ZEL_CORE_TERM_FELL_BACK : ZEL_CORE_TERM_SUCCESS, fell_back};
 }
 
 uint32_t world::connection_modify(const connection_modify_request &r)
@@ -618,13 +721,21 @@ uint32_t world::connection_modify(const connection_modify_request &r)
     if (const uint32_t rejection = l2tp_rejection(r.id))
         return rejected(result, rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
+
     zel_core_term_l2tp_control_connection_cfg_t old_place = r.cfg;
     std::memcpy(old_place.remote_addr, r.old_remote_addr.data(), 4);
-    const uint32_t expected = expected_modify_result(r, key_of(old_place));
-    const auto &in_force = expected == ZEL_CORE_TERM_FELL_BACK ? old_place : r.cfg;
+    const modify_end expected = expected_modify_end(r, key_of(old_place));
+    const auto &in_force = expected.fell_back ? old_place : r.cfg;
+    require(std::memcmp(&cfg, &in_force, sizeof cfg) == 0, "the caller's configuration is not the one tried last");
+
+    tolerated allowed{.binds = false, .associations = true};
+    allowed.large_dscp = r.dscp > 63 || r.old_dscp > 63;
+    // A connection that is not there, or no more after a failure, has no handles; nor has a session that is not there.
+    allowed.no_handle = !connections_.contains(r.id) || connections_.at(r.id).flow == 0 ||
+                        (expected.result != ZEL_CORE_TERM_SUCCESS) ||
+                        std::ranges::any_of(r.sessions, [this](uint32_t id) { return !has_flows(id); });
     // The hook's refusals are other codes than these.
-    if (expected == ZEL_CORE_TERM_SUCCESS || expected == ZEL_CORE_TERM_FELL_BACK) {
-        require(std::memcmp(&cfg, &in_force, sizeof cfg) == 0, "the caller's configuration is not the one in force");
+    if (expected.result == ZEL_CORE_TERM_SUCCESS || expected.result == ZEL_CORE_TERM_FELL_BACK) {
         const auto before = connections_.find(r.id);
         connection c{};
         if (before != connections_.end()) {
@@ -633,7 +744,7 @@ uint32_t world::connection_modify(const connection_modify_request &r)
         }
         const uint64_t old_egress = c.egress;
         c.key = key_of(in_force);
-        c.dscp = expected == ZEL_CORE_TERM_SUCCESS ? r.dscp : r.old_dscp;
+        c.dscp = expected.fell_back ? r.old_dscp : r.dscp;
         c.sends = true;
         c.pcep = r.pcep;
         c.rat_session = r.rat_session;
@@ -648,7 +759,7 @@ uint32_t world::connection_modify(const connection_modify_request &r)
             forget_session(r.id, id);
         forget_connection(r.id, r.pcep, r.rat_session, {});
     }
-    return end(result, expected, {.binds = false, .associations = true});
+    return end(result, expected.result, allowed);
 }
 
 // ---- L2TP sessions
@@ -657,6 +768,13 @@ uint64_t world::egress_of(uint32_t connection) const
 {
     const auto found = connections_.find(connection);
     return found != connections_.end() ? found->second.egress : 0;
+}
+
+/// Whether the session is there with both of its flows.
+bool world::has_flows(uint32_t id) const
+{
+    const auto found = sessions_.find(id);
+    return found != sessions_.end() && found->second.entry.egress_flow_handle != 0;
 }
 
 uint32_t world::session_rejection(uint32_t connection, uint32_t id) const
@@ -702,6 +820,9 @@ uint32_t world::session_add(const session_add_request &r)
         return rejected(result, rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
+    const tolerated allowed{.binds = false,
+                            .no_handle = interface_ == 0 || egress_of(r.connection) == 0 || sessions_.contains(r.id),
+                            .large_dscp = r.dscp > 63};
     const first_failure failed = failure();
     session s{
         .dscp = r.dscp, .flow_type = r.crc != 0 ? uint8_t{1} : uint8_t{2}, .local_session_id = r.local_session_id};
@@ -722,12 +843,12 @@ uint32_t world::session_add(const session_add_request &r)
         s.entry.dscp = r.dscp;
         s.sends_through = {egress_of(r.connection)};
         sessions_[r.id] = s;
-    } else if (failed.without_undo()) {
+    } else if (failed.is_hooks(3)) {
         sessions_[r.id] = s;
     } else if (s.entry.dst_flow_id == 0) { // counts as not bound
         excused_bindings_.insert(from_flow(s.entry.ingress_flow_handle, 0));
     }
-    return end(result, failed.result, {.binds = false});
+    return end(result, failed.result, allowed);
 }
 
 uint32_t world::session_remove(uint32_t connection, uint32_t id)
@@ -736,8 +857,9 @@ uint32_t world::session_remove(uint32_t connection, uint32_t id)
     const uint32_t result = zel_core_term_l2tp_session_rem(connection, id);
     if (session_rejection(connection, id) != 0)
         return rejected(result, 0);
+    const tolerated allowed{.no_handle = !has_flows(id) || egress_of(connection) == 0};
     forget_session(connection, id);
-    return end(result, 0, {});
+    return end(result, 0, allowed);
 }
 
 uint32_t world::session_unbind_part(uint32_t connection, uint32_t id)
@@ -748,7 +870,7 @@ uint32_t world::session_unbind_part(uint32_t connection, uint32_t id)
         return rejected(result, rejection);
     if (failure().result == 0)
         sessions_.at(id).sends_through.erase(egress_of(connection));
-    return end(result, failure().result, {});
+    return end(result, failure().result, {.no_handle = !has_flows(id) || egress_of(connection) == 0});
 }
 
 uint32_t world::session_bind_part(uint32_t connection, uint32_t id, uint32_t pcep, uint8_t session_type_flag)
@@ -760,7 +882,7 @@ uint32_t world::session_bind_part(uint32_t connection, uint32_t id, uint32_t pce
     expect_hook(session_type_flag != 0, pcep, l2tp);
     if (failure().result == 0)
         sessions_.at(id).sends_through.insert(egress_of(connection));
-    return end(result, failure().result, {});
+    return end(result, failure().result, {.no_handle = !has_flows(id) || egress_of(connection) == 0});
 }
 
 } // namespace proof

@@ -9,6 +9,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -82,11 +83,12 @@ using tally = std::map<std::string_view, std::map<uint32_t, uint64_t>>;
 
 /// What is no violation in an operation.
 struct tolerated {
-    bool binds = true;           ///< a bind that failed having taken effect stays
-    bool associations = false;   ///< an association whose create failed having taken effect stays
-    bool unknown_handles = true; ///< something that is not there is asked for
+    bool binds = true;         ///< a bind that failed having taken effect stays
+    bool associations = false; ///< an association whose create failed having taken effect stays
+    bool no_handle = false;    ///< 0 is passed for what is not there
+    bool wrong_kind = false;   ///< a handle is passed to an operation for objects of another kind
+    bool large_dscp = false;   ///< a DSCP that the data plane does not take
 };
-inline constexpr tolerated of_udp{.unknown_handles = false};
 
 class world {
 public:
@@ -127,7 +129,7 @@ private:
     struct first_failure {
         uint32_t result; ///< 0: none
         bool by_hook;
-        bool without_undo() const { return by_hook && result == ZEL_CORE_TERM_OUT_OF_RANGE; }
+        bool is_hooks(uint32_t code) const { return by_hook && result == code; }
     };
 
     void begin(std::string_view name, std::initializer_list<uint64_t> arguments);
@@ -137,26 +139,37 @@ private:
     first_failure failure() const;
     uint64_t made(vok_cp_sim_kind_t kind) const;
     [[noreturn]] void violated(const std::string &what) const;
-    void require(bool condition, const std::string &what) const;
+    void require(bool condition, const char *what) const;
+    void require(bool condition, const char *what, uint64_t which) const;
 
     void forget_everything();
     uint32_t udp_rejection(uint32_t id) const;
     template <typename Value>
     uint32_t udp_modify(uint32_t result, uint32_t id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value);
-    uint32_t udp_statistics(uint32_t result, uint32_t id);
+    uint32_t udp_statistics(uint32_t result, uint32_t id, int ip_version);
     uint32_t l2tp_rejection(uint32_t connection) const;
     uint32_t session_rejection(uint32_t connection, uint32_t id) const;
     const connection *sharing(const association_key &key, uint32_t but) const;
     bool associations_full(uint32_t but) const;
     void take_associations(connection &c, uint32_t id, uint8_t ttl);
     uint64_t egress_of(uint32_t connection) const;
+    bool has_flows(uint32_t session) const;
     void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, const std::vector<uint32_t> &leaving);
     void forget_session(uint32_t connection, uint32_t id);
     void excuse_session(const session &s);
     void strand_sessions(const connection &c, uint32_t id, const std::vector<uint32_t> &leaving);
-    uint32_t expected_modify_result(const connection_modify_request &request, const association_key &old_key) const;
+    struct modify_end {
+        uint32_t result;
+        bool fell_back; ///< the old place was tried
+    };
+    modify_end expected_modify_end(const connection_modify_request &request, const association_key &old_key) const;
 
     void excuse_leftovers(tolerated allowed);
+    void explain_refusals(tolerated allowed) const;
+    bool is_there(const binding &b, std::size_t call_number) const;
+    bool is_there(uint64_t handle, std::size_t call_number) const;
+    void unsettle();
+    void settle();
     holdings wanted() const;
     void compare_data_plane() const;
     void compare_tables() const;
@@ -169,8 +182,15 @@ private:
     std::map<uint32_t, connection> connections_;
     std::map<uint32_t, session> sessions_;
     uint64_t interface_ = 0;
+    holdings before_; ///< what had to be there before the running operation
+
+    // What may be otherwise after the running operation; what is then found is settled, and must stay as it is until a
+    // call changes it.
     std::set<uint64_t> excused_objects_;
     std::set<binding> excused_bindings_;
+    std::map<uint64_t, std::optional<object>> settled_objects_;
+    std::map<binding, std::optional<binding_traits>> settled_bindings_;
+    std::set<binding> uncertain_bindings_; ///< of associations that lost a request for them
     std::set<uint32_t> udp_ids_seen_;
     std::deque<std::string> history_; ///< the last operations with their arguments and results
     std::string_view running_;        ///< the operation's name
