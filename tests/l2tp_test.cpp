@@ -2,7 +2,6 @@
 #include <cstring>
 #include <sstream>
 
-#include "l2tp/ip_associations.h"
 #include "library_test.h"
 
 using namespace std::string_literals;
@@ -329,47 +328,6 @@ TEST_F(l2tp_modify, a_2_of_the_hook_is_a_failure_and_not_the_fallback)
               2u);
     EXPECT_TRUE(is_free(1) && is_free_session(100));
     EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
-}
-
-// ---- The table of shared associations by itself
-
-TEST(ip_associations, stay_dense_and_count)
-{
-    static zel::ip_associations table;
-    table.clear();
-    for (const zel::u32 n : {1u, 2u, 3u})
-        ASSERT_TRUE(table.add({n, 10 + n, 20 + n}, 30 + n));
-    *table.find(33u) = {{3, 13, 23}, 33, 5, 1, 7};
-    EXPECT_FALSE(table.release(*table.find(33u))); // four users left
-    EXPECT_TRUE(table.release(*table.find(32u)));  // the middle one goes; the last takes its place, all fields intact
-    ASSERT_EQ(table.count(), 2);
-    const zel::ip_association &moved = table[1];
-    EXPECT_EQ(moved.key, (zel::association_key{3, 13, 23}));
-    EXPECT_EQ(moved.association_handle, 33u);
-    EXPECT_EQ(moved.user_count, 4u);
-    EXPECT_EQ(moved.bound, 1);
-    EXPECT_EQ(moved.bind_count, 7);
-    EXPECT_EQ(table.find(32u), nullptr);
-    EXPECT_EQ(table.find({2, 12, 22}), nullptr);
-    for (const zel::association_key key : {zel::association_key{0, 13, 23}, {3, 0, 23}, {3, 13, 0}})
-        EXPECT_EQ(table.find(key), nullptr);
-    EXPECT_TRUE(table.release(*table.find(31u))); // the first, then the last
-    EXPECT_EQ(table[0].association_handle, 33u);
-}
-
-TEST(ip_associations, count_requests_for_the_binding)
-{
-    zel::ip_association a{};
-    EXPECT_TRUE(zel::request_bind(a));
-    EXPECT_FALSE(zel::request_bind(a));
-    EXPECT_EQ(a.bind_count, 2);
-    EXPECT_EQ(zel::release_bind(a), zel::bind_release::still_requested);
-    EXPECT_EQ(zel::release_bind(a), zel::bind_release::last_one);
-    EXPECT_EQ(a.bound, 0);
-    EXPECT_EQ(zel::release_bind(a), zel::bind_release::was_not_requested);
-    EXPECT_EQ(a.bind_count, -1);
-    EXPECT_TRUE(zel::request_bind(a));
-    EXPECT_EQ(a.bind_count, 1);
 }
 
 } // namespace

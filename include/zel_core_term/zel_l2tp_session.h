@@ -105,8 +105,8 @@ ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin
  *
  * @param tn_pcep           as given to the add
  * @param session_type_flag as for the add
- * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused;
- *         any other: the code of the session-type hook, nothing was bound
+ * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused, and
+ *         what was bound although it refused stays; any other: the code of the session-type hook, nothing was bound
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_bind_part(uint32_t tn_ovlin_session_id_control_conn,
                                                              uint32_t tn_ovlin_session_id_session, uint32_t tn_pcep,

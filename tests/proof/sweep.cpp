@@ -264,7 +264,7 @@ void sweep(std::ostream &out, effort effort_for_modify)
     const auto index = static_cast<std::size_t>(effort_for_modify);
     if (effort_for_modify != effort::brief)
         out << "every combination of success and failure:\n";
-    const std::size_t wholly = std::array{std::size_t{0}, std::size_t{1}, std::size(modifies)}[index];
+    const std::size_t wholly = std::array<std::size_t, 3>{0, 1, 4}[index];
     for (const swept_operation &operation : std::span(modifies).first(wholly))
         sweep_all(operation, every_path(answer::failure));
     const std::size_t max_failures = std::array<std::size_t, 3>{2, 4, 5}[index];
