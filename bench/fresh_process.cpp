@@ -75,4 +75,9 @@ int main()
     std::printf("resident bytes after the first start\t%zu\n", resident_bytes(range));
     add_sessions(1'000);
     std::printf("resident bytes with 1000 sessions\t%zu\n", resident_bytes(range));
+    zel_core_term_start();
+    for (const char *const fill : {"first", "second"}) {
+        std::printf("%s fill us\t%.1f\n", fill, microseconds_of([] { add_sessions(70'000); }));
+        zel_core_term_start();
+    }
 }

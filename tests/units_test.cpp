@@ -64,10 +64,15 @@ TEST(id_set, finds_the_lowest_missing_as_a_search_does)
         } else if (n < capacity) {
             ids.erase(n);
             missing.insert(n);
-        } else {
-            ids.take_all([&](zel::u32 taken) { EXPECT_TRUE(missing.insert(taken).second); });
+        }
+        if (n == capacity || i == 55'000) { // full, and with holes
+            ids.take_all([&](zel::u32 first, zel::u32 count) {
+                EXPECT_TRUE(missing.contains(first + count)); // no neighbour is left for another run
+                for (zel::u32 taken = first; taken < first + count; ++taken)
+                    EXPECT_TRUE(missing.insert(taken).second);
+            });
             EXPECT_EQ(missing.size(), capacity + 1);
-            ++times_full;
+            times_full += n == capacity;
         }
         ASSERT_EQ(ids.lowest_missing(), *missing.begin());
     }

@@ -32,12 +32,26 @@ public:
         return word * 64 + lowest_clear(numbers_[word]);
     }
 
-    /// Takes all numbers out, lowest first, and calls `take` with each.
+    /// Takes all numbers out, lowest first, and calls `take` with the first of each run of neighbours and their count.
     template <typename Take> void take_all(Take take)
     {
-        for (u32 word = 0; word < word_count; ++word)
-            for (; numbers_[word] != 0; numbers_[word] &= numbers_[word] - 1)
-                take(word * 64 + static_cast<u32>(std::countr_zero(numbers_[word])));
+        u32 first = 0, count = 0;
+        for (u32 word = 0; word < word_count; ++word) {
+            for (u64 left = numbers_[word]; left != 0;) {
+                const auto at = static_cast<u32>(std::countr_zero(left));
+                const auto neighbours = static_cast<u32>(std::countr_one(left >> at));
+                left &= ~(~u64{0} >> (64 - neighbours) << at);
+                if (word * 64 + at != first + count) {
+                    if (count != 0)
+                        take(first, count);
+                    first = word * 64 + at;
+                    count = 0;
+                }
+                count += neighbours;
+            }
+        }
+        if (count != 0)
+            take(first, count);
         *this = {};
     }
 

@@ -1,6 +1,8 @@
 /// The table of UDP sessions.
 #pragma once
 
+#include <cstring>
+
 #include "udp/id_set.h"
 #include "zel_core_term/zel_udp_session.h"
 
@@ -48,7 +50,9 @@ public:
     /// Frees all entries; those not in use are all zero already and stay untouched.
     void free_all()
     {
-        used_.take_all([this](u32 number) { entries_[number + 1] = {}; });
+        used_.take_all([this](u32 number, u32 count) {
+            std::memset(&entries_[number + 1], 0, count * sizeof(udp_session_entry));
+        });
     }
 
     /// `last_id` + 1 when all are in use.
