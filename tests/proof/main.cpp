@@ -61,7 +61,7 @@ int main(int argc, char **argv)
 
     auto effort = proof::effort::usual;
     CLI::App *const sweep = app.add_subcommand("sweep", "every operation with every answer of what it calls");
-    sweep->add_option("--effort", effort, "how many paths of the control connection modify: seconds, or ten minutes")
+    sweep->add_option("--effort", effort, "how many paths of the control connection modify: seconds, or twenty minutes")
         ->transform(CLI::CheckedTransformer(std::map<std::string, proof::effort>{
             {"brief", proof::effort::brief}, {"usual", proof::effort::usual}, {"long", proof::effort::long_lasting}}))
         ->option_text("brief|usual|long");
