@@ -14,19 +14,9 @@
 #include <vector>
 
 #include "operations.h"
-#include "tn_zel_init.h"
-#include "tn_zel_term.h"
+#include "tn_zel_tracepoints.h"
 
 namespace {
-
-using tracepoint_object = struct lttng_ust_tracepoint; // the plain name is a macro too
-
-const tracepoint_object *const tracepoints[] = {
-    &lttng_ust_tracepoint_tn_zel_init___EXCEPTION, &lttng_ust_tracepoint_tn_zel_term___API_CALL,
-    &lttng_ust_tracepoint_tn_zel_term___ERROR,     &lttng_ust_tracepoint_tn_zel_term___EXCEPTION,
-    &lttng_ust_tracepoint_tn_zel_term___FN_ENTER,  &lttng_ust_tracepoint_tn_zel_term___FN_EXIT,
-    &lttng_ust_tracepoint_tn_zel_term___LAB,
-};
 
 void probe(void *, const char *, const char *, const char *)
 {

@@ -33,16 +33,12 @@ protected:
     {
         return zel_core_term_l2tp_session_add(46, id % 2, 5, 0x12345, 50000 + id, connection, id, session_type);
     }
-    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions, uint8_t dscp = 40,
-                         zel_core_term_l2tp_control_connection_cfg_t *used = nullptr)
+    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions)
     {
         auto cfg = configuration(to);
         const auto old = configuration(peer_a);
-        const uint32_t result = zel_core_term_l2tp_control_connection_modify(
-            1, sessions.data(), static_cast<uint32_t>(sessions.size()), &cfg, 3, 11, dscp, 48, old.remote_addr, 0);
-        if (used != nullptr)
-            *used = cfg;
-        return result;
+        return zel_core_term_l2tp_control_connection_modify(1, sessions.data(), static_cast<uint32_t>(sessions.size()),
+                                                            &cfg, 3, 11, 40, 48, old.remote_addr, 0);
     }
 
     static bool is_free(uint32_t connection)
@@ -56,8 +52,8 @@ protected:
         return std::memcmp(&l2tp_session_table[session - 48], &free, sizeof free) == 0;
     }
 
-    /// The fate of a packet for a connection's control messages, or with a session id for that session.
-    static vok_cp_sim_fate_t receive(uint8_t peer, uint32_t connection, uint32_t session = 0)
+    /// The fate of a packet for a connection's control messages.
+    static vok_cp_sim_fate_t receive(uint8_t peer, uint32_t connection)
     {
         const auto cfg = configuration(peer);
         vok_cp_sim_header_t h{};
@@ -66,7 +62,7 @@ protected:
         h.vrf_id = cfg.vrf_id;
         std::memcpy(h.src_addr, cfg.remote_addr, 4);
         std::memcpy(h.dst_addr, cfg.local_addr, 4);
-        (session != 0 ? h.l2tp_session_id : h.l2tp_connection_id) = session != 0 ? 50000 + session : 1000 + connection;
+        h.l2tp_connection_id = 1000 + connection;
         return vok_cp_sim_receive(&h, 100).fate;
     }
     /// "peer dscp" that a packet from an ovlin flow leaves with, or "lost".
@@ -290,10 +286,7 @@ protected:
         for (const uint32_t id : sessions)
             ASSERT_EQ(add_session(id), 0u);
     }
-    static uint32_t move_all(zel_core_term_l2tp_control_connection_cfg_t *used = nullptr)
-    {
-        return move(peer_b, {std::begin(sessions), std::end(sessions)}, 40, used);
-    }
+    static uint32_t move_all() { return move(peer_b, {std::begin(sessions), std::end(sessions)}); }
 };
 
 TEST_F(l2tp_modify, says_nothing_of_its_own_when_it_falls_back)

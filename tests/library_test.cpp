@@ -45,7 +45,7 @@ INTERPOSED uint32_t zel_ovlin_session_handler_set_session_type(uint64_t type, ui
 {
     ++interposed.session_types_set;
     interposed_functions::hook_called(type, pcep_id, session_type);
-    return interposed.session_types_accepted-- > 0 ? 0 : interposed.session_type_result;
+    return interposed.session_type_result;
 }
 
 INTERPOSED uint32_t vok_bind(uint64_t instance, const vok_bind_record *record)

@@ -24,9 +24,8 @@ struct interposed {
     std::optional<ovlin_capabilities_t> capabilities;
     std::optional<uint32_t> udp_stop_result, l2tp_stop_result;
     uint32_t session_type_result = 0;
-    int session_types_accepted = 0; ///< calls of the hook that answer 0 before session_type_result is given
-    int session_types_set = 0;      ///< calls of the hook
-    int binds = 0;                  ///< calls of the data plane's vok_bind()
+    int session_types_set = 0;                    ///< calls of the hook
+    int binds = 0;                                ///< calls of the data plane's vok_bind()
     std::function<uint32_t(int bind)> after_bind; ///< answers in the data plane's place
     int texts_asked = 0;                          ///< calls of kiv_util_init_rc_str_get()
     int messages_formatted = 0;                   ///< calls of zel_trace_internal_vformat_str()

@@ -40,8 +40,6 @@ public:
 
     bool enabled = true; ///< false: the answer is success, and no step of the path
 
-    bool is_all_success() const { return failures() == 0; }
-
     bool advance()
     {
         steps_.resize(used_);
