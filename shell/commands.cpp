@@ -1,12 +1,9 @@
+// How a line is read and carried out. What the commands do stands in the files named after them.
 #include "commands.h"
 
-#include <algorithm>
+#include <sstream>
 
-#include "data_plane_view.h"
-#include "kiv_util.h"
 #include "line_options.h"
-#include "text_table.h"
-#include "zel_core_term/zel_core_term.h"
 
 namespace {
 
@@ -17,141 +14,124 @@ const CLI::App &innermost(const CLI::App &app)
     return parsed.empty() ? app : innermost(*parsed.front());
 }
 
-std::string names_of_commands(const CLI::App &app)
+std::string first_word(const std::string &line)
 {
-    std::string names;
-    for (const CLI::App *command : app.get_subcommands(nullptr))
-        names += (names.empty() ? "" : ", ") + command->get_name();
-    return names;
-}
-
-/// "udp add"
-std::string full_name(const CLI::App &command)
-{
-    const CLI::App *parent = command.get_parent();
-    const bool is_top = parent == nullptr || parent->get_parent() == nullptr;
-    return (is_top ? "" : full_name(*parent) + " ") + command.get_name();
-}
-
-/// All commands below `app` that do something, with their descriptions.
-void list_commands(text_table &list, const CLI::App &app)
-{
-    for (const CLI::App *command : app.get_subcommands(nullptr)) {
-        if (command->get_subcommands(nullptr).empty())
-            list.add({full_name(*command), command->get_description()});
-        else
-            list_commands(list, *command);
-    }
-}
-
-std::string unknown_command(const CLI::App &app, const std::string &word)
-{
-    const std::string choices = names_of_commands(app);
-    return choices.empty() ? "not expected: " + word : "unknown command '" + word + "'; expected " + choices;
+    std::string word;
+    std::istringstream(line) >> word;
+    return word;
 }
 
 } // namespace
 
-void commands::execute(const std::string &line)
+commands::commands(std::ostream &out, bool strict, bool shows_progress)
+    : out_(out), strict_(strict), shows_progress_(shows_progress), recorder_(faults_, [this](const trace_event &e) {
+          if (shown_events_ == "on" || (shown_events_ == "exceptions" && e.name.ends_with(":EXCEPTION")))
+              out_ << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
+      })
 {
-    CLI::App app;
+}
+
+void commands::add_all(CLI::App &app, line_options &options)
+{
     app.require_subcommand(1);
-    line_options options;
-    add_library_commands(app);
+    add_library_commands(app, options);
     add_udp_commands(app, options);
     add_l2tp_commands(app, options);
     add_packet_commands(app, options);
+    add_fault_commands(app, options);
     add_view_commands(app, options);
+    add_expect_commands(app, options);
+    add_shell_commands(app, options);
+}
+
+void commands::execute(const std::string &line, int line_number)
+{
+    line_ = line;
+    line_number_ = line_number;
+    changed_by_.clear();
+    const std::string first = first_word(line);
+    if (first != "expect")
+        out_.forget();
+
+    CLI::App app;
+    line_options options;
+    add_all(app, options);
     try {
         app.parse(line);
+        if (!changed_by_.empty())
+            audit_.after("line " + std::to_string(line_number) + ": " + changed_by_, known_, data_plane::now());
+        if (first != "save")
+            scenario_.push_back(line);
     } catch (const CLI::CallForHelp &) {
         const CLI::App &command = innermost(app);
         if (const std::vector<std::string> rest = app.remaining(true); !rest.empty())
             throw bad_line(unknown_command(command, rest.front()));
         show_help(command);
     } catch (const CLI::ParseError &wrong) {
-        const std::vector<std::string> rest = app.remaining(true);
         const CLI::App &command = innermost(app);
-        if (command.get_subcommands(nullptr).empty())
-            throw bad_line(rest.empty() ? wrong.what() : "not expected: " + CLI::detail::join(rest, " "));
-        throw bad_line(rest.empty() ? "a command is missing; expected " + names_of_commands(command)
-                                    : unknown_command(command, rest.front()));
+        if (const std::vector<std::string> rest = app.remaining(true); !rest.empty())
+            throw bad_line(unknown_command(command, rest.front()));
+        throw bad_line(command.get_require_subcommand_min() == 0
+                           ? wrong.what()
+                           : "a command is missing; expected " + names_of_commands(command));
     }
 }
 
-void commands::add_library_commands(CLI::App &app)
+std::uint32_t commands::record(const std::string &name, const std::function<std::uint32_t()> &operation)
 {
-    const auto add = [&](const std::string &name, const std::string &meaning, std::uint32_t (*operation)()) {
-        app.add_subcommand(name, meaning)->callback([this, name, operation] {
-            const std::uint32_t result = operation();
-            show_result(name, result);
-            if (result != ZEL_CORE_TERM_SUCCESS)
-                return;
-            udp_sessions_.clear();
-            connections_.clear();
-            l2tp_sessions_.clear();
-        });
-    };
-    add("start", "start the library", zel_core_term_start);
-    add("stop", "stop the library; the data plane keeps what sessions hold there", zel_core_term_stop);
+    require_expected();
+    state_result_in_scenario();
+    recorder_.begin(line_, line_number_, name);
+    const std::uint32_t result = operation();
+    recorder_.end(result);
+    last_result_is_expected_ = result == ZEL_CORE_TERM_SUCCESS;
+    changed_by_ = name;
+    return result;
 }
 
-void commands::add_view_commands(CLI::App &app, line_options &o)
+std::uint32_t commands::operate(const std::string &name, const std::function<std::uint32_t()> &operation)
 {
-    app.add_subcommand("objects", "the data plane's objects and bindings")->callback([this] { show_data_plane(out_); });
-    CLI::App *expect = app.add_subcommand("expect", "fail unless the data plane is as expected");
-    expect->add_option("WHAT", o.what, "empty, or only-interface: nothing but one L2TPv3 ingress interface")
-        ->required()
-        ->check(CLI::IsMember({"empty", "only-interface"}));
-    expect->callback([this, &o] {
-        const bool as_expected = o.what == "empty" ? data_plane_is_empty() : data_plane_is_only_interface();
-        if (!as_expected)
-            throw bad_line("expected " + o.what + ", and the data plane holds " + data_plane_counts());
-        out_ << (o.what == "empty" ? "the data plane is empty\n"
-                                   : "the data plane is empty but for the L2TPv3 ingress interface\n");
-    });
-    CLI::App *trace = app.add_subcommand("trace", "show each trace event as it fires, or stop to");
-    trace->add_option("SWITCH", o.on_off, "on, exceptions (those events only) or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "exceptions", "off"}));
-    trace->callback([this, &o] { show_events(o.on_off); });
-    CLI::App *help = app.add_subcommand("help", "the commands, or the options of one");
-    help->add_option("COMMAND", o.command, "as in: help udp add");
-    help->callback([this, &app, &o] {
-        const CLI::App *asked = &app;
-        for (const std::string &word : o.command) {
-            const auto choices = asked->get_subcommands(nullptr);
-            const auto found = std::ranges::find(choices, word, &CLI::App::get_name);
-            if (found == choices.end())
-                throw bad_line(unknown_command(*asked, word));
-            asked = *found;
-        }
-        show_help(*asked);
-    });
+    const std::uint32_t result = record(name, operation);
+    show_result();
+    return result;
 }
 
-void commands::show_help(const CLI::App &asked)
+void commands::show_result()
 {
-    if (asked.get_subcommands(nullptr).empty()) {
-        out_ << asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal);
+    const operation_record &last = last_operation();
+    out_ << last.name << ": " << last.result << " (" << last.result_text << ")\n";
+}
+
+const operation_record &commands::last_operation() const
+{
+    if (recorder_.last() == nullptr)
+        throw bad_line("there was no operation yet");
+    return *recorder_.last();
+}
+
+void commands::require_expected() const
+{
+    if (!strict_ || last_result_is_expected_)
         return;
-    }
-    text_table list{{"command", "what it does"}};
-    list_commands(list, asked);
-    out_ << list;
+    const operation_record &last = last_operation();
+    throw bad_line(last.name + " gave " + std::to_string(last.result) + " (" + last.result_text + "), and no 'expect " +
+                       std::to_string(last.result) + "' follows it",
+                   last.line_number);
 }
 
-void commands::show_result(const std::string &operation, std::uint32_t result_code)
+void commands::finish() const
 {
-    out_ << operation << ": " << result_code << " (" << kiv_util_init_rc_str_get(result_code) << ")\n";
+    require_expected();
+    for (const fault &f : faults_.all())
+        if (f.acted == 0)
+            throw bad_line("the fault of " + f.call + " never acted: there were " + std::to_string(f.seen) + " calls",
+                           f.line_number);
 }
 
-void commands::show_events(const std::string &which)
+std::vector<std::string> commands::choices_after(const std::vector<std::string> &words)
 {
-    listener_.reset();
-    if (which != "off")
-        listener_ = std::make_unique<event_listener>([this, which](const trace_event &e) {
-            if (which == "on" || e.name.ends_with(":EXCEPTION"))
-                out_ << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
-        });
+    CLI::App app;
+    line_options options;
+    add_all(app, options);
+    return ::choices_after(app, options, words);
 }

@@ -25,8 +25,9 @@ vok_cp_sim_header_t received(const endpoint &from, const endpoint &to, std::uint
 
 void commands::add_packet_commands(CLI::App &app, line_options &o)
 {
-    CLI::App *packet = app.add_subcommand("packet", "the data plane receives a packet")->require_subcommand(1);
-    CLI::App *udp = packet->add_subcommand("udp", "a UDP packet");
+    CLI::App *packet = add_group(app, "packet", "the data plane receives a packet");
+    CLI::App *udp = add_command(*packet, "udp", "the data plane receives a UDP packet",
+                                "packet udp --from 198.51.100.7:2152 --to 192.0.2.1:2152");
     add_endpoint(udp, "--from", o.remote, "its source, IPv6 as [2001:db8::1]:2152");
     add_endpoint(udp, "--to", o.local, "its destination, of the same IP version");
     add_number(udp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
@@ -38,7 +39,8 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
         out_ << "packet " << to_text(vok_cp_sim_receive(&header, o.octets)) << '\n';
     });
 
-    CLI::App *l2tp = packet->add_subcommand("l2tp", "an L2TPv3 packet over IPv4");
+    CLI::App *l2tp = add_command(*packet, "l2tp", "the data plane receives an L2TPv3 packet over IPv4",
+                                 "packet l2tp --from 198.51.100.7 --to 192.0.2.1 --session 50001");
     add_ipv4(l2tp, "--from", o.remote, "its source");
     add_ipv4(l2tp, "--to", o.local, "its destination");
     CLI::Option *session = add_number(l2tp, "--session", o.local_session_id, "the session id that it carries");
@@ -55,7 +57,7 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
         out_ << "packet " << to_text(vok_cp_sim_receive(&header, o.octets)) << '\n';
     });
 
-    CLI::App *send = app.add_subcommand("send", "an ovlin flow sends a packet");
+    CLI::App *send = add_command(app, "send", "an ovlin flow sends a packet", "send 1/1 --octets 300");
     send->add_option("FLOW", o.flow, "ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)")
         ->required()
         ->check(readable_by(parse_flow));

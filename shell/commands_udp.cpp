@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "line_options.h"
+#include "progress.h"
 #include "text_table.h"
 #include "zel_core_term/zel_udp_session.h"
 
@@ -19,13 +20,42 @@ zel_core_term_udp_session_cfg_t configuration(const endpoint &local, const endpo
     return cfg;
 }
 
+/// What the fill gives a session: 192.0.2.1:2152 here, an address of its own at the peer (198.18.0.0/15).
+zel_core_term_udp_session_cfg_t configuration_of_filler(std::uint32_t id)
+{
+    zel_core_term_udp_session_cfg_t cfg =
+        configuration(parse_endpoint("192.0.2.1:2152"), parse_endpoint("198.18.0.0:2152"));
+    cfg.remote_addr[1] = static_cast<std::uint8_t>(cfg.remote_addr[1] + (id >> 16));
+    cfg.remote_addr[2] = static_cast<std::uint8_t>(id >> 8);
+    cfg.remote_addr[3] = static_cast<std::uint8_t>(id);
+    cfg.ttl = 64;
+    return cfg;
+}
+
+std::string udp(const char *operation, std::uint32_t id)
+{
+    return std::string("udp ") + operation + " " + std::to_string(id);
+}
+
+/// Whether the id is in use after an add: not undone is what the session-type hook ended with 3 or 5.
+bool is_left_in_use(const operation_record &add)
+{
+    return add.result == ZEL_CORE_TERM_SUCCESS || std::ranges::any_of(add.course, [](const auto &happened) {
+               const auto *call = std::get_if<recorded_call>(&happened);
+               return call != nullptr && call->operation == session_type_hook &&
+                      (call->status == ZEL_CORE_TERM_OUT_OF_RANGE || call->status == ZEL_CORE_TERM_SESSION_IN_USE);
+           });
+}
+
 } // namespace
 
 void commands::add_udp_commands(CLI::App &app, line_options &o)
 {
-    CLI::App *udp = app.add_subcommand("udp", "UDP sessions")->require_subcommand(1);
+    CLI::App *group = add_group(app, "udp", "UDP sessions");
 
-    CLI::App *add = udp->add_subcommand("add", "add a session");
+    CLI::App *add = add_command(*group, "add", "add a session",
+                                "udp add 1 --local 192.0.2.1:2152 --remote 198.51.100.7:2152 --uplink-pcep 1 "
+                                "--downlink-pcep 2 --rat-session 5 --dscp 46");
     add_number(add, "ID", o.id, "udp_session_id, 1 to 70000")->required();
     add_endpoint(add, "--local", o.local, "local address and UDP port, IPv6 as [2001:db8::1]:2152");
     add_endpoint(add, "--remote", o.remote, "remote address and UDP port, of the same IP version");
@@ -42,75 +72,145 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
         cfg.vrf_id = o.vrf;
         cfg.pmtu = o.pmtu;
         cfg.ttl = static_cast<std::uint8_t>(o.ttl);
-        const std::uint32_t result =
-            zel_core_term_udp_session_add(o.id, &cfg, o.uplink_pcep, o.downlink_pcep, o.rat_session,
-                                          static_cast<std::uint8_t>(o.dscp), o.session_type);
-        show_result("udp add " + std::to_string(o.id), result);
-        if (result == ZEL_CORE_TERM_SUCCESS)
-            udp_sessions_.insert(o.id);
+        operate(udp("add", o.id), [&] {
+            return zel_core_term_udp_session_add(o.id, &cfg, o.uplink_pcep, o.downlink_pcep, o.rat_session,
+                                                 static_cast<std::uint8_t>(o.dscp), o.session_type);
+        });
+        if (is_left_in_use(last_operation()))
+            note_udp_session(o.id);
     });
 
-    CLI::App *modify = udp->add_subcommand("modify", "change a session over IPv6 in place");
-    add_number(modify, "ID", o.id, "the session")->required();
+    const auto add_id = [&](CLI::App *command) {
+        CLI::Option *id = add_number(command, "ID", o.id, "the session");
+        id->required();
+        o.choices[id] = ids_of(known_.udp_sessions);
+    };
+    CLI::App *modify =
+        add_command(*group, "modify", "change a session over IPv6 in place", "udp modify 2 --pmtu 1280 --ttl 7");
+    add_id(modify);
     CLI::Option *pmtu = add_number(modify, "--pmtu", o.pmtu, "new path MTU in bytes, low 16 bits");
-    CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new hop limit, 0: not given", 255);
+    CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new hop limit, 0: not given; after the path MTU", 255);
     modify->callback([this, &o, pmtu, ttl] {
         if (!*pmtu && !*ttl)
             throw bad_line("--pmtu or --ttl is required");
-        const std::string operation = "udp modify " + std::to_string(o.id);
-        if (*pmtu)
-            show_result(operation + " --pmtu", zel_core_term_udp_session_modify_pmtu(o.id, o.pmtu));
+        if (*pmtu && operate(udp("modify", o.id) + " --pmtu", [&] {
+                         return zel_core_term_udp_session_modify_pmtu(o.id, o.pmtu);
+                     }) != ZEL_CORE_TERM_SUCCESS)
+            return;
         if (*ttl)
-            show_result(operation + " --ttl",
-                        zel_core_term_udp_session_modify_ttl(o.id, static_cast<std::uint8_t>(o.ttl)));
+            operate(udp("modify", o.id) + " --ttl",
+                    [&] { return zel_core_term_udp_session_modify_ttl(o.id, static_cast<std::uint8_t>(o.ttl)); });
     });
 
-    CLI::App *disconnect = udp->add_subcommand("disconnect", "remove a session's bindings");
-    add_number(disconnect, "ID", o.id, "the session")->required();
-    disconnect->callback([this, &o] {
-        show_result("udp disconnect " + std::to_string(o.id), zel_core_term_udp_session_disconnect(o.id));
-    });
+    CLI::App *disconnect = add_command(*group, "disconnect", "remove a session's bindings", "udp disconnect 1");
+    add_id(disconnect);
+    disconnect->callback(
+        [this, &o] { operate(udp("disconnect", o.id), [&] { return zel_core_term_udp_session_disconnect(o.id); }); });
 
-    CLI::App *release = udp->add_subcommand("release", "delete a session's associations and free its id");
-    add_number(release, "ID", o.id, "the session")->required();
+    CLI::App *release =
+        add_command(*group, "release", "delete a session's associations and free its id", "udp release 1");
+    add_id(release);
     release->callback([this, &o] {
-        const std::uint32_t result = zel_core_term_udp_session_release(o.id);
-        show_result("udp release " + std::to_string(o.id), result);
-        if (result == ZEL_CORE_TERM_SUCCESS)
-            udp_sessions_.erase(o.id);
+        if (operate(udp("release", o.id), [&] { return zel_core_term_udp_session_release(o.id); }) ==
+            ZEL_CORE_TERM_SUCCESS)
+            known_.udp_sessions.erase(o.id);
     });
 
-    CLI::App *stats = udp->add_subcommand("stats", "a session's counters");
-    add_number(stats, "ID", o.id, "the session")->required();
+    CLI::App *stats = add_command(*group, "stats", "a session's counters", "udp stats 1 --fields");
+    add_id(stats);
     stats->add_flag("--fields", o.fields, "each field on a line of its own");
     stats->callback([this, &o] {
         char text[512];
-        const std::uint32_t result = zel_core_term_udp_session_fmt_stats_get(o.id, text, sizeof text, o.fields);
-        show_result("udp stats " + std::to_string(o.id), result);
+        operate(udp("stats", o.id),
+                [&] { return zel_core_term_udp_session_fmt_stats_get(o.id, text, sizeof text, o.fields); });
         out_ << text;
     });
 
-    udp->add_subcommand("free-id", "the lowest free id")->callback([this] {
+    add_command(*group, "free-id", "the lowest free id", "udp free-id")->callback([this] {
         std::uint32_t id = 0;
-        const std::uint32_t result = zel_core_term_udp_session_free_id_get(&id);
-        show_result("udp free-id", result);
-        if (result == ZEL_CORE_TERM_SUCCESS)
+        if (operate("udp free-id", [&] { return zel_core_term_udp_session_free_id_get(&id); }) == ZEL_CORE_TERM_SUCCESS)
             out_ << "lowest free id: " << id << '\n';
     });
-    udp->add_subcommand("show", "the sessions and their configuration")->callback([this] { show_udp_sessions(); });
+
+    add_command(*group, "show", "the sessions and their configuration", "udp show")->callback([this] {
+        show_udp_sessions();
+    });
+
+    CLI::App *fill = add_command(*group, "fill", "add sessions under the lowest free ids until so many are in use",
+                                 "udp fill 70000");
+    add_number(fill, "COUNT", o.count, "how many, at most 70000", ZEL_CORE_TERM_UDP_SESSION_ID_MAX)->required();
+    fill->callback([this, &o] { fill_udp_sessions(o.count); });
+
+    add_command(*group, "clear", "disconnect and release all sessions", "udp clear")->callback([this] {
+        clear_udp_sessions();
+    });
+}
+
+/// Keeps the handles of a session's associations, which the library does not show but passes on when it is asked for
+/// the session's counters. That leaves no event in a trace, and no call in what is recorded.
+void commands::note_udp_session(std::uint32_t id)
+{
+    const recorder::pause unseen(recorder_);
+    vok_cp_sim_observe(
+        [](void *noted, const vok_cp_sim_call_t *call) {
+            const bool is_ingress = call->kind == VOK_CP_SIM_IPV4_INGRESS || call->kind == VOK_CP_SIM_IPV6_INGRESS;
+            auto &session = *static_cast<ledger::udp_session *>(noted);
+            (is_ingress ? session.ingress_handle : session.egress_handle) = call->handle;
+            return vok_cp_sim_answer_t{};
+        },
+        &known_.udp_sessions[id]);
+    char text[512];
+    zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0);
+    recorder_.attach();
 }
 
 void commands::show_udp_sessions()
 {
+    const recorder::pause unseen(recorder_);
     text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
-    for (const std::uint32_t id : udp_sessions_) {
+    for (const auto &[id, handles] : known_.udp_sessions) {
         zel_core_term_udp_session_cfg_t cfg{};
-        if (const std::uint32_t result = zel_core_term_udp_session_cfg_get(id, &cfg))
-            show_result("udp show " + std::to_string(id), result);
-        else
-            sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
-                          to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
-                          std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
+        zel_core_term_udp_session_cfg_get(id, &cfg);
+        sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
+                      to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
+                      std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
     }
-    out_ << udp_sessions_.size() << " UDP sessions\n" << sessions;
+    out_ << known_.udp_sessions.size() << " UDP sessions\n" << sessions;
+}
+
+void commands::fill_udp_sessions(std::uint32_t count)
+{
+    progress shown(shows_progress_, out_, count);
+    while (known_.udp_sessions.size() < count) {
+        std::uint32_t id = 0;
+        if (zel_core_term_udp_session_free_id_get(&id) != ZEL_CORE_TERM_SUCCESS)
+            break;
+        const zel_core_term_udp_session_cfg_t cfg = configuration_of_filler(id);
+        const std::uint32_t result =
+            record(udp("add", id), [&] { return zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 0, 0); });
+        if (result != ZEL_CORE_TERM_SUCCESS) {
+            shown.end();
+            show_result();
+            break;
+        }
+        note_udp_session(id);
+        shown.at(known_.udp_sessions.size());
+    }
+    shown.end();
+    out_ << "udp fill: " << known_.udp_sessions.size() << " sessions are in use\n";
+}
+
+void commands::clear_udp_sessions()
+{
+    const std::size_t count = known_.udp_sessions.size();
+    progress shown(shows_progress_, out_, count);
+    while (!known_.udp_sessions.empty()) {
+        const std::uint32_t id = known_.udp_sessions.begin()->first;
+        record(udp("disconnect", id), [&] { return zel_core_term_udp_session_disconnect(id); });
+        record(udp("release", id), [&] { return zel_core_term_udp_session_release(id); });
+        known_.udp_sessions.erase(id);
+        shown.at(count - known_.udp_sessions.size());
+    }
+    shown.end();
+    out_ << "udp clear: " << count << " sessions released\n";
 }

@@ -7,12 +7,16 @@
 
 namespace {
 
+std::string name_of(const tracepoint_object &t)
+{
+    return std::string(t.provider_name) + ":" + t.event_name;
+}
+
 const event_listener::handler *listening; ///< the handler of the one listener
 
 void probe(void *tracepoint, const char *location, const char *category, const char *message)
 {
-    const auto *fired = static_cast<const tracepoint_object *>(tracepoint);
-    (*listening)({std::string(fired->provider_name) + ":" + fired->event_name, location, category, message});
+    (*listening)({name_of(*static_cast<const tracepoint_object *>(tracepoint)), location, category, message});
 }
 
 void (*const registered_probe)() = reinterpret_cast<void (*)()>(probe);
@@ -40,4 +44,12 @@ event_listener::~event_listener()
     for (const auto *t : tracepoints)
         lttng_ust_tracepoint_provider_unregister(t->provider_name, t->event_name, registered_probe, probe_data(t));
     listening = nullptr;
+}
+
+std::vector<std::string> names_of_events()
+{
+    std::vector<std::string> names;
+    for (const auto *t : tracepoints)
+        names.push_back(name_of(*t));
+    return names;
 }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 struct trace_event {
     std::string name; ///< "provider:EVENT"
@@ -25,3 +26,6 @@ public:
 private:
     handler on_event_;
 };
+
+/// "provider:EVENT" of every event that there is.
+std::vector<std::string> names_of_events();

@@ -1,6 +1,86 @@
 #include "line_options.h"
 
+#include <algorithm>
 #include <charconv>
+
+CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &meaning, const std::string &example)
+{
+    CLI::App *command = parent.add_subcommand(name, meaning);
+    command->footer("example: " + example);
+    return command;
+}
+
+CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &meaning)
+{
+    return parent.add_subcommand(name, meaning)->require_subcommand(1);
+}
+
+std::string names_of_commands(const CLI::App &app)
+{
+    std::string names;
+    for (const CLI::App *command : app.get_subcommands(nullptr))
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    return names;
+}
+
+std::string full_name(const CLI::App &command)
+{
+    const CLI::App *parent = command.get_parent();
+    const bool is_top = parent == nullptr || parent->get_parent() == nullptr;
+    return (is_top ? "" : full_name(*parent) + " ") + command.get_name();
+}
+
+std::string unknown_command(const CLI::App &app, const std::string &word)
+{
+    const std::string choices = names_of_commands(app);
+    return choices.empty() ? "not expected: " + word : "unknown command '" + word + "'; expected " + choices;
+}
+
+CLI::App *command_below(CLI::App &app, const std::string &name)
+{
+    const std::vector<CLI::App *> below = app.get_subcommands(nullptr);
+    const auto found = std::ranges::find(below, name, &CLI::App::get_name);
+    return found != below.end() ? *found : nullptr;
+}
+
+std::vector<std::string> choices_after(CLI::App &app, const commands::line_options &options,
+                                       const std::vector<std::string> &words)
+{
+    CLI::App *command = &app;
+    const CLI::Option *awaiting_value = nullptr;
+    std::size_t positionals_given = 0;
+    for (const std::string &word : words) {
+        if (awaiting_value != nullptr)
+            awaiting_value = nullptr;
+        else if (CLI::App *inner = command_below(*command, word))
+            command = inner;
+        else if (!word.starts_with("--"))
+            ++positionals_given;
+        else if (const CLI::Option *option = command->get_option_no_throw(word);
+                 option != nullptr && option->get_type_size() > 0)
+            awaiting_value = option;
+    }
+    const auto list_of = [&](const CLI::Option *option) {
+        const auto found = options.choices.find(option);
+        return found != options.choices.end() ? found->second : std::vector<std::string>{};
+    };
+    if (awaiting_value != nullptr)
+        return list_of(awaiting_value);
+
+    std::vector<std::string> choices;
+    for (const CLI::App *inner : command->get_subcommands(nullptr))
+        choices.push_back(inner->get_name());
+    std::size_t positionals = 0;
+    for (const CLI::Option *option : command->get_options()) {
+        if (option->get_positional()) {
+            if (positionals++ == positionals_given)
+                std::ranges::copy(list_of(option), std::back_inserter(choices));
+        } else if (std::ranges::find(words, option->get_name()) == words.end()) {
+            choices.push_back(option->get_name());
+        }
+    }
+    return choices;
+}
 
 std::optional<std::uint32_t> parse_number(const std::string &text)
 {
@@ -26,6 +106,19 @@ CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_
         },
         "");
     return command->add_option(name, number, meaning)->type_name("NUMBER")->transform(to_decimal);
+}
+
+CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
+                        const std::string &meaning, const std::vector<std::string> &words)
+{
+    const auto is_one = [words](const std::string &given) {
+        return std::ranges::find(words, given) != words.end()
+                   ? ""
+                   : "'" + given + "' is none of " + CLI::detail::join(words, ", ");
+    };
+    CLI::Option *option = command->add_option(name, word, meaning)->required()->check(CLI::Validator(is_one, ""));
+    options.choices[option] = words;
+    return option;
 }
 
 std::uint32_t parse_flow(const std::string &text)

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -24,9 +25,39 @@ struct commands::line_options {
     std::uint32_t octets = 100;
     std::uint32_t connection = 0, connection_id = 0, local_session_id = 0, pcep = 0;
     bool crc = false;
-    std::string on_off, what;
+    std::uint32_t count = 0;
+    fault injected;
+    std::uint32_t ticks = 0;
+    bool durations = false;
+    std::string choice, event, text, file;
     std::vector<std::string> command;
+
+    std::map<const CLI::Option *, std::vector<std::string>> choices; ///< of the options for which there is a list
 };
+
+/// A command of `parent`, with an example for its help.
+CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &meaning,
+                      const std::string &example);
+
+/// A group of commands.
+CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &meaning);
+
+/// The command of that name directly below, or null.
+CLI::App *command_below(CLI::App &app, const std::string &name);
+
+/// The names of the commands directly below, separated by commas.
+std::string names_of_commands(const CLI::App &app);
+
+/// "udp add"
+std::string full_name(const CLI::App &command);
+
+/// The message for a word that is no command of `app`.
+std::string unknown_command(const CLI::App &app, const std::string &word);
+
+/// What can stand at the end of a line that begins with `words`: commands, options, and values of which there is a
+/// list.
+std::vector<std::string> choices_after(CLI::App &app, const commands::line_options &options,
+                                       const std::vector<std::string> &words);
 
 /// Reads a decimal number, or a hexadecimal one after 0x.
 std::optional<std::uint32_t> parse_number(const std::string &text);
@@ -52,6 +83,19 @@ template <typename Parse> CLI::Validator readable_by(Parse parse)
 /// An option that takes a number from 0 to `max`.
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
                         std::uint32_t max = UINT32_MAX);
+
+/// The ids that a map of the ledger knows, for completion.
+template <typename Map> std::vector<std::string> ids_of(const Map &known)
+{
+    std::vector<std::string> ids;
+    for (const auto &[id, entry] : known)
+        ids.push_back(std::to_string(id));
+    return ids;
+}
+
+/// A required option that takes one of a few words.
+CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
+                        const std::string &meaning, const std::vector<std::string> &words);
 
 /// A required option that takes an address and a port.
 CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);

@@ -7,35 +7,54 @@
 #include <iostream>
 
 #include "commands.h"
+#include "line_reader.h"
 
 namespace {
 
-/// Carries out the lines of `in`: from a person all of them, otherwise those up to the first bad one, each shown before
-/// what comes of it.
-/// @return the exit status
-int run(std::istream &in, const std::string &name, bool from_person)
+bool has_command(const std::string &line)
 {
-    commands shell(std::cout);
+    const std::size_t first = line.find_first_not_of(" \t\r");
+    return first != std::string::npos && line[first] != '#';
+}
+
+/// Carries out the lines of a file or a pipe up to the first one that does not go as written, each shown before what
+/// comes of it.
+/// @return the exit status
+int run(std::istream &in, const std::string &name)
+{
+    commands shell(std::cout, true, isatty(STDOUT_FILENO) != 0);
     std::string line;
-    for (int number = 1;; ++number) {
-        if (from_person)
-            std::cout << "zel> " << std::flush;
-        if (!std::getline(in, line))
-            return 0;
-        if (!from_person)
+    int number = 0;
+    try {
+        while (!shell.wants_to_quit() && std::getline(in, line)) {
+            ++number;
             std::cout << (line.empty() ? "" : "> ") << line << '\n';
-        const std::size_t first = line.find_first_not_of(" \t\r");
-        if (first == std::string::npos || line[first] == '#')
-            continue;
+            if (has_command(line))
+                shell.execute(line, number);
+        }
+        shell.finish();
+    } catch (const bad_line &wrong) {
+        std::cout.flush();
+        std::cerr << name << ':' << (wrong.line_number != 0 ? wrong.line_number : number) << ": " << wrong.what()
+                  << '\n';
+        return 1;
+    }
+    return 0;
+}
+
+/// Carries out all lines that a person types.
+void converse()
+{
+    commands shell(std::cout, false, isatty(STDOUT_FILENO) != 0);
+    terminal_reader lines([&shell](const auto &words) { return shell.choices_after(words); });
+    std::cout << "'help' lists the commands, the tabulator key completes them, 'quit' ends.\n";
+    std::string line;
+    for (int number = 1; !shell.wants_to_quit() && lines.read(line); ++number) {
         try {
-            shell.execute(line);
+            if (has_command(line))
+                shell.execute(line, number);
         } catch (const bad_line &wrong) {
-            std::cout.flush();
-            if (!from_person) {
-                std::cerr << name << ':' << number << ": " << wrong.what() << '\n';
-                return 1;
-            }
-            std::cerr << wrong.what() << '\n';
+            std::cout << wrong.what() << '\n';
         }
     }
 }
@@ -46,8 +65,8 @@ int main(int argc, char **argv)
 {
     CLI::App app{"Drives libzel-core-term over a stand-in data plane. Reads a command a line, from FILE or from\n"
                  "standard input; '#' starts a comment line, 'help' lists the commands. From a file or a pipe it\n"
-                 "stops at the first line that cannot be carried out or whose expectation does not hold, and exits\n"
-                 "with 1. A result other than 0 is shown and does not stop it."};
+                 "stops at the first line that does not go as written, and exits with 1: a line that cannot be\n"
+                 "carried out, an expectation that does not hold, a result other than 0 that none states."};
     std::string file;
     app.add_option("FILE", file, "commands");
     try {
@@ -56,12 +75,16 @@ int main(int argc, char **argv)
         return app.exit(end) == 0 ? 0 : 1;
     }
 
+    if (file.empty() && isatty(STDIN_FILENO) != 0) {
+        converse();
+        return 0;
+    }
     if (file.empty())
-        return run(std::cin, "standard input", isatty(STDIN_FILENO) != 0);
+        return run(std::cin, "standard input");
     std::ifstream in(file);
     if (!in || std::filesystem::is_directory(file)) {
         std::cerr << file << ": cannot be read\n";
         return 1;
     }
-    return run(in, file, false);
+    return run(in, file);
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The shell as its users meet it: shell_check.sh SHELL PROJECT_FOLDER
 set -euo pipefail
-shell=$1
+shell=$(realpath "$1")
 project=$2
 failures=0
 
@@ -25,14 +25,14 @@ while IFS='|' read -r line message; do
     got=$(printf '%s\nstart\n' "$line" | "$shell" 2>/dev/null) || true
     [[ $got != *"start: 0"* ]] || fail "'$line' does not stop the shell"
 done <<'ROWS'
-fly|unknown command 'fly'; expected start, stop, udp, l2tp, packet, send, objects, expect, trace, help
-udp|a command is missing; expected add, modify, disconnect, release, stats, free-id, show
-udp fly 1|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show
-help udp fly|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show
+fly|unknown command 'fly'; expected start, stop, restart-data-plane, udp, l2tp, packet, send, fault, faults, objects, audit, calls, graph, ladder, trace, mark, expect, save, help, quit
+udp|a command is missing; expected add, modify, disconnect, release, stats, free-id, show, fill, clear
+udp fly 1|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show, fill, clear
+help udp fly|unknown command 'fly'; expected add, modify, disconnect, release, stats, free-id, show, fill, clear
 help udp add more|not expected: more
-fly --help|unknown command 'fly'; expected start, stop, udp, l2tp, packet, send, objects, expect, trace, help
-start right now|not expected: right now
-trace maybe|SWITCH: maybe not in {on,exceptions,off}
+fly --help|unknown command 'fly'; expected start, stop, restart-data-plane, udp, l2tp, packet, send, fault, faults, objects, audit, calls, graph, ladder, trace, mark, expect, save, help, quit
+start right now|not expected: right
+trace maybe|SWITCH: 'maybe' is none of on, exceptions, off
 udp add|ID is required
 udp add one|ID: 'one' is not a number from 0 to 4294967295
 udp add 4294967296|ID: '4294967296' is not a number from 0 to 4294967295
@@ -51,14 +51,82 @@ l2tp connection add 1 --local 192.0.2.300|--local: '192.0.2.300' is not an IPv4 
 l2tp connection modify 1 --remote 192.0.2.2|control connection 1 was not added here
 packet l2tp --from 192.0.2.1 --to 192.0.2.2|--session or --connection is required, and not both
 packet udp --from 192.0.2.1:1 --to [::1]:1|--from is IPv4 and --to is IPv6
+fault vok_bind --nth 0|--nth: the next call is 1
+fault vok_bind --status 0|--status: 0 is success
+fault zel_ovlin_session_handler_set_session_type --ticks 5|the session-type hook takes --status, --nth and --every only
+expect|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
+expect thirteen|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
+expect 0|there was no operation yet
+expect unchanged|there is no mark to compare with; 'mark' makes one
+expect event EXCEPTION|NAME: 'EXCEPTION' is none of tn_zel_init:EXCEPTION, tn_zel_term:API_CALL, tn_zel_term:ERROR, tn_zel_term:EXCEPTION, tn_zel_term:FN_ENTER, tn_zel_term:FN_EXIT, tn_zel_term:LAB
+calls|there was no operation yet
+udp fill 70001|COUNT: '70001' is not a number from 0 to 70000
+save /nowhere/scenario.zel|/nowhere/scenario.zel cannot be written
 send 4096/1|FLOW: '4096/1' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)
 ROWS
 
-# What is left behind ends a scenario with a failure.
-add='udp add 010 --local 192.0.2.1:1 --remote 192.0.2.2:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
-got=$(printf 'start\n%s\nexpect empty\n' "$add" | "$shell" 2>&1 >/dev/null) && fail "an owner of objects passes as empty"
-[ "$got" = "standard input:3: expected empty, and the data plane holds 2 objects, 2 bindings" ] || fail "says: $got"
-printf 'start\n%s\nudp show\n' "$add" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
+# How a scenario that does not go as written ends: "LINE: message", and lines below it. `|` parts the lines.
+session='udp add 010 --local 192.0.2.1:1 --remote 192.0.2.2:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
+while IFS=@ read -r lines message; do
+    got=$(sed "s/ADD/$(sed 's/[][/]/\\&/g' <<<"$session")/g" <<<"start|$lines" | tr '|' '\n' | "$shell" 2>&1 >/dev/null) &&
+        fail "'$lines' passes"
+    [ "$(tr '\n' '|' <<<"$got")" = "standard input:$message|" ] || fail "'$lines' says: $got"
+done <<'ROWS'
+ADD|expect empty@3: expected empty, and the data plane holds 2 objects, 2 bindings
+ADD|expect only-interface@3: expected only-interface, and the data plane holds 2 objects, 2 bindings
+ADD|expect objects 3@3: expected objects 3, and there are 2
+ADD|expect bindings 3@3: expected bindings 3, and there are 2
+ADD|expect audit 1@3: expected audit 1, and there are 0
+ADD|expect 13@3: expected 13, came 0 (success) of udp add 10 in line 2
+mark|ADD|udp disconnect 10|udp release 10|expect unchanged|ADD|udp disconnect 10|expect unchanged@9: expected the data plane unchanged since the mark, and it is not:|  new: IPv4 ingress 0x100000003 (192.0.2.2:1 -> 192.0.2.1:1)|  new: IPv4 egress 0x100000004 (192.0.2.1:1 -> 192.0.2.2:1)
+fault vok_bind|ADD|objects@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
+fault vok_bind|ADD|objects|udp free-id|expect 13@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
+fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 calls
+udp release 5|expect 4|expect event tn_zel_term:EXCEPTION "release"@4: expected an event tn_zel_term:EXCEPTION with "release" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
+ADD|expect event tn_zel_term:ERROR@3: expected an event tn_zel_term:ERROR of udp add 10 in line 2, which fired none
+send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
+ROWS
+printf 'start\n%s\nudp show\n' "$session" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
+
+# Each scenario goes as written, and says at its head what it teaches.
+for scenario in "$project"/examples/scenarios/*.zel; do
+    grep -q '^# Teaches: ' "$scenario" || fail "$scenario does not say what it teaches"
+    got=$("$shell" "$scenario" 2>&1) || fail "$scenario: $got"
+done
+
+# Every data-plane call can be made to fail, and every command's example can be carried out.
+grep -oE 'vok_[a-z0-9_]+\(' "$project/platform/include/vok_cp.h" | tr -d '(' | grep -v '^vok_sys' | sort -u |
+    while read -r function; do
+        printf 'fault %s\nfaults clear\n' "$function" | "$shell" 2>&1 | grep "^$function: call number 1 fails" >/dev/null || echo "$function"
+    done | { ! grep . || fail "cannot be made to fail"; }
+temporary=$(mktemp -d)
+trap 'rm -rf "$temporary"' EXIT
+cd "$temporary"
+printf 'help\n' | "$shell" | sed '1,2d; s/   *.*//' >commands
+while read -r command; do
+    example=$(printf 'help %s\n' "$command" | "$shell" | sed -n 's/^example: //p')
+    [[ $example == "$command"* ]] || fail "help $command shows the example '$example'"
+    echo "$example"
+done <commands >examples
+grep -vE '^(start|stop|restart-data-plane|expect .*|faults? .*|udp (fill|clear|release|disconnect) .*|l2tp .* remove .*|quit|udp modify .*)$' examples |
+    { echo start; cat; } | "$shell" >said 2>&1 || fail "an example: $(tail -n 3 said)"
+
+# What a person tried comes back as a scenario that goes as written.
+export ZEL_TERM_SHELL_HISTORY=$temporary/history
+typed() { script --quiet --return --command "$shell" /dev/null | tr -d '\r'; }
+printf 'start\nfault vok_b\t\n%s\nudp free-id\nfly\nsave tried.zel\nquit\n' "$session" | typed >said ||
+    fail "the conversation ends with $?"
+grep -q 'vok_bind: call number 1 fails' said || fail "a function's name is not completed: $(cat said)"
+grep -q "unknown command 'fly'" said || fail "a conversation ends with a bad line: $(cat said)"
+diff - tried.zel <<<"start
+fault vok_bind 
+$session
+expect 13
+udp free-id" || fail "another scenario was saved"
+"$shell" tried.zel >said 2>&1 || fail "the saved scenario: $(tail -n 3 said)"
+grep -qx 'udp free-id' history || fail "no history is kept"
+printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed | grep -q 'udp release 10: 0' ||
+    fail "a live id is not completed"
 
 got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
 [[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"

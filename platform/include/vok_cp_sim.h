@@ -91,6 +91,7 @@ typedef struct vok_cp_sim_call {
     size_t record_size;       /**< bytes; 0 without a record */
     uint64_t handle;          /**< the object; for vok_sys_status_get() the system handle */
     uint32_t reported_status; /**< vok_sys_status_get(): the status whose text is asked for */
+    vok_cp_sim_kind_t kind;   /**< of the object, where there is one; without meaning in a bind or unbind */
 } vok_cp_sim_call_t;
 
 /** What an observer makes of a call; all zero lets it go on. */
@@ -122,6 +123,9 @@ typedef void (*vok_cp_sim_outcome_observer_t)(void *context, const vok_cp_sim_ca
 
 /** Puts the one observer of outcomes in place; NULL removes it. It must not change the data plane. */
 void vok_cp_sim_observe_outcomes(vok_cp_sim_outcome_observer_t observer, void *context);
+
+/** An object of that kind and record as a walk would show it, with a handle of 0. The record must be complete. */
+vok_cp_sim_object_t vok_cp_sim_describe(vok_cp_sim_kind_t kind, const void *record, size_t record_size);
 
 /** Forgets all objects and bindings and removes both observers. Handles given before stay unknown for ever. */
 void vok_cp_sim_reset(void);

@@ -38,23 +38,6 @@ bool is_binding(const call &c)
     return c.operation == "vok_bind" || c.operation == "vok_unbind";
 }
 
-vok_cp_sim_kind_t kind_made_by(std::string_view operation)
-{
-    static constexpr std::pair<std::string_view, vok_cp_sim_kind_t> kinds[] = {
-        {"vok_ip_ingress", VOK_CP_SIM_IPV4_INGRESS},
-        {"vok_ip_egress", VOK_CP_SIM_IPV4_EGRESS},
-        {"vok_ipv6_ingress", VOK_CP_SIM_IPV6_INGRESS},
-        {"vok_ipv6_egress", VOK_CP_SIM_IPV6_EGRESS},
-        {"vok_l2tpv3_ingress_interface", VOK_CP_SIM_L2TPV3_INTERFACE},
-        {"vok_l2tpv3_ingress_flow", VOK_CP_SIM_L2TPV3_INGRESS_FLOW},
-        {"vok_l2tpv3_egress_flow", VOK_CP_SIM_L2TPV3_EGRESS_FLOW},
-    };
-    for (const auto &[prefix, kind] : kinds)
-        if (operation.starts_with(prefix))
-            return kind;
-    return {};
-}
-
 } // namespace
 
 std::string to_text(uint64_t handle)
@@ -167,7 +150,7 @@ void watched_data_plane::on_outcome(void *self, const vok_cp_sim_call_t *made, c
               .took_effect = outcome->took_effect,
               .handle = outcome->created != 0 ? outcome->created : made->handle,
               .passed = handles_in(*made),
-              .kind = kind_made_by(made->operation)};
+              .kind = made->kind};
     if (is_binding(seen))
         seen.binding = binding_of(made->record);
     if (outcome->created != 0)

@@ -63,9 +63,26 @@ template <typename Record> std::span<const std::byte> bytes_of(const Record *rec
 }
 
 template <typename Record>
-vok_cp_sim_call_t call_with(const char *operation, std::uint64_t type, const Record *record, std::uint64_t handle = 0)
+vok_cp_sim_call_t call_with(const char *operation, std::uint64_t type, const Record *record,
+                            vok_cp_sim_kind_t kind = {}, std::uint64_t handle = 0)
 {
-    return {operation, type, record, record != nullptr ? sizeof(Record) : 0, handle, 0};
+    return {operation, type, record, record != nullptr ? sizeof(Record) : 0, handle, 0, kind};
+}
+
+vok_cp_sim_call_t call_on(const char *operation, std::uint64_t type, vok_cp_sim_kind_t kind, std::uint64_t handle)
+{
+    return {operation, type, nullptr, 0, handle, 0, kind};
+}
+
+vok_cp_sim_object_t shown(std::uint64_t handle, const vok_cp::object &o)
+{
+    return {handle,
+            o.kind,
+            o.record.data(),
+            o.record.size(),
+            o.binding_count,
+            vok_cp::header_of(o),
+            vok_cp::path_mtu_of(o)};
 }
 
 template <typename Record>
@@ -73,13 +90,13 @@ status create(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type,
               std::uint64_t *handle)
 {
     return perform(
-        call_with(operation, type, record), [=] { return data_plane.create(kind, type, bytes_of(record), handle); },
-        handle);
+        call_with(operation, type, record, kind),
+        [=] { return data_plane.create(kind, type, bytes_of(record), handle); }, handle);
 }
 
 status remove(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
 {
-    return perform({operation, type, nullptr, 0, handle, 0}, [=] { return data_plane.remove(kind, type, handle); });
+    return perform(call_on(operation, type, kind, handle), [=] { return data_plane.remove(kind, type, handle); });
 }
 
 void fill(vok_ip_association_stats &stats, const vok_cp::object &o)
@@ -100,7 +117,7 @@ void fill(vok_ipv6_egress_association_stats &stats, const vok_cp::object &o)
 template <typename Stats>
 status read_stats(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, Stats *stats)
 {
-    return perform({operation, type, nullptr, 0, handle, 0}, [=]() -> status {
+    return perform(call_on(operation, type, kind, handle), [=]() -> status {
         if (stats == nullptr)
             return VOK_CP_SIM_NULL_ARGUMENT;
         const vok_cp::object *found = nullptr;
@@ -158,7 +175,7 @@ status vok_ipv6_egress_association_delete(std::uint64_t type, std::uint64_t hand
 status vok_ipv6_egress_association_attr_modify(std::uint64_t type, const vok_ipv6_egress_record *record,
                                                std::uint64_t handle)
 {
-    return perform(call_with(__func__, type, record, handle),
+    return perform(call_with(__func__, type, record, VOK_CP_SIM_IPV6_EGRESS, handle),
                    [=] { return data_plane.modify_ipv6_egress(type, bytes_of(record), handle); });
 }
 
@@ -224,7 +241,7 @@ status vok_unbind(std::uint64_t instance, const vok_bind_record *record)
 
 status vok_syshandle_get(std::uint32_t first, std::uint32_t second, std::uint64_t *handle)
 {
-    observe({__func__, 0, nullptr, 0, 0, 0});
+    observe({__func__, 0, nullptr, 0, 0, 0, {}});
     if (handle == nullptr)
         return VOK_CP_SIM_NULL_ARGUMENT;
     if (first != 0 || second != 1)
@@ -235,7 +252,7 @@ status vok_syshandle_get(std::uint32_t first, std::uint32_t second, std::uint64_
 
 const char *vok_sys_status_get(std::uint64_t handle, std::uint32_t reported)
 {
-    observe({__func__, 0, nullptr, 0, handle, reported});
+    observe({__func__, 0, nullptr, 0, handle, reported, {}});
     if (handle != system_handle)
         return "wrong system handle";
     switch (reported) {
@@ -275,17 +292,19 @@ void vok_cp_sim_reset(void)
     vok_cp_sim_observe_outcomes(nullptr, nullptr);
 }
 
+vok_cp_sim_object_t vok_cp_sim_describe(vok_cp_sim_kind_t kind, const void *record, size_t record_size)
+{
+    const auto *bytes = static_cast<const std::byte *>(record);
+    vok_cp_sim_object_t described = shown(0, {kind, {bytes, bytes + record_size}});
+    described.record = record;
+    return described;
+}
+
 void vok_cp_sim_walk_objects(void (*visit)(void *, const vok_cp_sim_object_t *), void *context)
 {
     for (const auto &[handle, object] : data_plane.objects()) {
-        const vok_cp_sim_object_t shown{handle,
-                                        object.kind,
-                                        object.record.data(),
-                                        object.record.size(),
-                                        object.binding_count,
-                                        vok_cp::header_of(object),
-                                        vok_cp::path_mtu_of(object)};
-        visit(context, &shown);
+        const vok_cp_sim_object_t o = shown(handle, object);
+        visit(context, &o);
     }
 }
 

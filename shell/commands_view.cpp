@@ -1,0 +1,89 @@
+// The commands that look at the data plane and at the last operation.
+#include "data_plane_view.h"
+#include "line_options.h"
+#include "ownership.h"
+#include "picture.h"
+#include "text_table.h"
+
+namespace {
+
+std::string duration_text(std::uint64_t ns)
+{
+    const auto [unit, name] = ns < 10'000       ? std::pair(1.0, "ns")
+                              : ns < 10'000'000 ? std::pair(1e3, "us")
+                                                : std::pair(1e6, "ms");
+    char text[32];
+    std::snprintf(text, sizeof text, "%.0f %s", static_cast<double>(ns) / unit, name);
+    return text;
+}
+
+std::string answer_text(const recorded_call &call)
+{
+    std::string text = call.status == 0 ? "ok" : std::to_string(call.status) + ", " + call.status_text;
+    if (call.status != 0 && call.took_effect)
+        text += ", after its effect";
+    if (call.created != 0)
+        text += ", made " + handle_text(call.created);
+    return text;
+}
+
+/// What is special about a call: it undoes, a fault answers it.
+std::string mark_text(const recorded_call &call)
+{
+    return call.is_undo && call.injected ? "undo, fault" : call.is_undo ? "undo" : call.injected ? "fault" : "";
+}
+
+} // namespace
+
+void commands::add_view_commands(CLI::App &app, line_options &o)
+{
+    add_command(app, "objects", "the data plane's objects and bindings", "objects")->callback([this] {
+        show(out_, data_plane::now());
+    });
+
+    add_command(app, "audit", "what is wrong between the library's tables and the data plane, and who left it", "audit")
+        ->callback([this] { audit_.show(out_, data_plane::now()); });
+
+    CLI::App *calls = add_command(app, "calls", "the data-plane calls of the last operation", "calls --durations");
+    calls->add_flag("--durations", o.durations, "with how long each took");
+    calls->callback([this, &o] { show_calls(o.durations); });
+
+    const auto add_picture = [&](const std::string &name, const std::string &meaning, auto draw) {
+        CLI::App *command = add_command(app, name, meaning, name + " " + name + ".svg");
+        command->add_option("FILE", o.file, "of which the extension tells the format: .svg, .png, .pdf or .dot")
+            ->required();
+        command->callback([this, &o, draw] {
+            try {
+                draw(o.file);
+            } catch (const std::runtime_error &wrong) {
+                throw bad_line(wrong.what());
+            }
+            out_ << "wrote " << o.file << '\n';
+        });
+    };
+    add_picture("graph", "draw the data plane", [this](const std::string &file) {
+        const data_plane plane = data_plane::now();
+        draw_data_plane(plane, ownership(known_, plane), file);
+    });
+    add_picture("ladder", "draw the last operation as a sequence of calls",
+                [this](const std::string &file) { draw_ladder(last_operation(), file); });
+
+    CLI::App *trace = add_command(app, "trace", "show each trace event as it fires, or stop to", "trace exceptions");
+    add_choice(trace, o, "SWITCH", o.choice, "on, exceptions (those events only) or off", {"on", "exceptions", "off"});
+    trace->callback([this, &o] { shown_events_ = o.choice; });
+}
+
+void commands::show_calls(bool with_durations)
+{
+    const operation_record &last = last_operation();
+    text_table table{{"", "call", "of", "answer", with_durations ? "took" : ""}};
+    int count = 0;
+    for (const auto &happened : last.course)
+        if (const auto *call = std::get_if<recorded_call>(&happened)) {
+            table.add({mark_text(*call), call->operation, call->subject, answer_text(*call),
+                       with_durations ? duration_text(call->duration_ns) : ""});
+            ++count;
+        }
+    out_ << last.name << ": " << last.result << " (" << last.result_text << "), " << count
+         << (count == 1 ? " call\n" : " calls\n") << table;
+}

@@ -1,0 +1,85 @@
+#include "line_reader.h"
+
+#include <cstdio> // before readline's headers, which need it
+#include <cstdlib>
+#include <cstring>
+#include <readline/history.h>
+#include <readline/readline.h>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr int longest_history = 1000; ///< lines
+
+terminal_reader::completer complete;
+std::vector<std::string> choices; ///< for the word that is being completed
+std::size_t next_choice;
+
+/// readline asks for one match after the other, and frees them.
+char *next_match(const char *beginning, int is_new_word)
+{
+    if (is_new_word == 0)
+        next_choice = 0;
+    while (next_choice < choices.size())
+        if (const std::string &choice = choices[next_choice++]; choice.starts_with(beginning))
+            return strdup(choice.c_str());
+    return nullptr;
+}
+
+char **matches(const char *beginning, int start, int)
+{
+    std::istringstream before(std::string(rl_line_buffer, static_cast<std::size_t>(start)));
+    std::vector<std::string> words;
+    for (std::string word; before >> word;)
+        words.push_back(word);
+    choices = complete(words);
+    rl_attempted_completion_over = choices.empty() ? 0 : 1; // otherwise the word may be a file's name
+    return rl_completion_matches(beginning, next_match);
+}
+
+std::string history_file()
+{
+    if (const char *file = std::getenv("ZEL_TERM_SHELL_HISTORY"))
+        return file;
+    const char *home = std::getenv("HOME");
+    return home != nullptr ? std::string(home) + "/.zel_term_shell_history" : "";
+}
+
+} // namespace
+
+terminal_reader::terminal_reader(completer choices_after) : history_file_(history_file())
+{
+    if (complete)
+        throw std::logic_error("there is a terminal reader already");
+    complete = std::move(choices_after);
+    rl_readline_name = "zel-term-shell";
+    rl_attempted_completion_function = matches;
+    rl_basic_word_break_characters = const_cast<char *>(" \t");
+    using_history();
+    stifle_history(longest_history);
+    read_history(history_file_.c_str());
+}
+
+terminal_reader::~terminal_reader()
+{
+    if (!history_file_.empty())
+        write_history(history_file_.c_str());
+    clear_history();
+    complete = nullptr;
+}
+
+bool terminal_reader::read(std::string &line)
+{
+    char *typed = readline("zel> ");
+    if (typed == nullptr) {
+        std::fputc('\n', stdout);
+        return false;
+    }
+    line = typed;
+    std::free(typed);
+    const HIST_ENTRY *latest = history_length > 0 ? history_get(history_base + history_length - 1) : nullptr;
+    if (!line.empty() && (latest == nullptr || line != latest->line))
+        add_history(line.c_str());
+    return true;
+}
