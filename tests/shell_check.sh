@@ -68,7 +68,7 @@ ROWS
 # How a scenario that does not go as written ends: "LINE: message", and lines below it. `|` parts the lines.
 session='udp add 010 --local 192.0.2.1:1 --remote 192.0.2.2:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
 while IFS=@ read -r lines message; do
-    got=$(sed "s/ADD/$(sed 's/[][/]/\\&/g' <<<"$session")/g" <<<"start|$lines" | tr '|' '\n' | "$shell" 2>&1 >/dev/null) &&
+    got=$(tr '|' '\n' <<<"start|${lines//ADD/$session}" | "$shell" 2>&1 >/dev/null) &&
         fail "'$lines' passes"
     [ "$(tr '\n' '|' <<<"$got")" = "standard input:$message|" ] || fail "'$lines' says: $got"
 done <<'ROWS'
@@ -127,6 +127,12 @@ udp free-id" || fail "another scenario was saved"
 grep -qx 'udp free-id' history || fail "no history is kept"
 printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed | grep -q 'udp release 10: 0' ||
     fail "a live id is not completed"
+
+# Long work shows how far it is on a terminal, and nothing of the kind in a file.
+printf 'start\nudp fill 70000\nquit\n' | script --quiet --return --command "$shell" /dev/null >said
+grep -q ' of 70000 (' said || fail "no progress is shown on a terminal"
+printf 'start\nudp fill 70000\n' | "$shell" >said
+{ [ "$(wc -l <said)" -eq 4 ] && ! grep -q $'\r' said; } || fail "progress is shown in a file"
 
 got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
 [[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"
