@@ -117,7 +117,7 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  *               down again, shared associations by their counts, and the id is free. Every unbind is tried once its
  *               flow or association is there, whether its bind was made or not. The ingress interface stays. The data
  *               plane keeps what could not be taken down, and an association whose create took effect although it
- *               failed; connections that share may lose a binding, see below
+ *               failed; connections that share may lose a binding, as the last paragraph says
  * @retval other the code of the session-type hook; undone likewise
  *
  * The undo of an add that fails after it came to share an ingress association, but before it asked for that
