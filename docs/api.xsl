@@ -204,7 +204,7 @@ the same leaves behind what it was to take away. How often all of this was tried
 <xsl:template match="parameterlist | simplesect"/>
 <xsl:template match="computeroutput"><xsl:value-of select="concat('`', ., '`')"/></xsl:template>
 <xsl:template match="ref">
-  <xsl:value-of select="concat('[', ., '](#', translate(., '()', ''), ')')"/>
+  <xsl:value-of select="concat('[', ., '](#', translate(., 'ABCDEFGHIJKLMNOPQRSTUVWXYZ()', 'abcdefghijklmnopqrstuvwxyz'), ')')"/>
 </xsl:template>
 <xsl:template match="computeroutput/ref"><xsl:value-of select="."/></xsl:template>
 
