@@ -34,7 +34,7 @@ for document in docs/architecture.md docs/porting.md docs/tracing.md; do
     scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
 done
 
-# first_column PATTERN: of the rows of tracing.md's tables whose first cell is such a word.
+# first_cells PATTERN: of the rows of tracing.md's tables whose first cell is such a word.
 first_cells() { sed -nE "s/^\| \`($1)\` \|.*/\1/p" docs/tracing.md | sort; }
 diff -u --label docs/tracing.md --label "the providers' headers" \
     <(sed -nE 's/^\| `(tn_zel_[a-z]+:[A-Z_]+)` \| ([A-Z_]+) \|.*/\1 \2/p' docs/tracing.md | sort) \
@@ -76,6 +76,7 @@ for document in README.md docs/*.md; do
     { echo 'set -euo pipefail'
       awk '/^```$/ { commands = 0 } commands { print } /^```sh$/ { commands = 1 }' "$document"; } >"$temporary/commands"
     [ "$(wc -l <"$temporary/commands")" -gt 1 ] || continue
+    ! sed "s/'[^']*'//g" "$temporary/commands" | grep -E '^ *!|&&|\|\|' || fail "a command of $document whose failure would not be seen"
     home=$temporary/home.${document##*/}
     mkdir "$home"
     as_private_user "$home"
