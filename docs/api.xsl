@@ -102,7 +102,7 @@ the same leaves behind what it was to take away. How often all of this was tried
 
   <xsl:text>&#10;## Data objects&#10;</xsl:text>
   <xsl:apply-templates select="$all/sectiondef/memberdef[@kind='variable']"/>
-  <xsl:text>&#10;## Records&#10;&#10;Offsets and widths in bytes; what the tables leave out is reserved.&#10;</xsl:text>
+  <xsl:text>&#10;## Records&#10;&#10;Offsets and widths in bytes; what the tables leave out is reserved. Records of the platform libraries are in `platform/include/`.&#10;</xsl:text>
   <xsl:for-each select="$all/innerclass">
     <xsl:variable name="refid" select="@refid"/>
     <xsl:apply-templates select="document(concat($xml, '/', @refid, '.xml'))//compounddef">
