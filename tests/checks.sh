@@ -16,3 +16,15 @@ compare() {
         diff -u --label "expected $1" --label "actual $1" "$2" - || fail "$1"
     fi
 }
+
+# Sets `as_user`, to be put before a command that is to use a session daemon which is not the machine's: as a user
+# without rights whose home is the folder given, with the folder's variables and PATH only. What it starts itself ends
+# with this script.
+as_private_user() { # HOME [VARIABLE=VALUE...]
+    as_user=(env --ignore-environment PATH="$PATH" LC_ALL=C HOME="$1" LTTNG_HOME="$1" "${@:2}" setpriv --pdeathsig TERM)
+    if [ "$(id -u)" -eq 0 ]; then
+        chown 65534:65534 "$1"
+        as_user+=(--reuid 65534 --regid 65534 --clear-groups)
+    fi
+    as_user+=(--)
+}

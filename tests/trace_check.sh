@@ -8,13 +8,7 @@ expected=$project/tests/expected
 # Everything runs as a user whose session daemon is not the machine's, and ends with this script. Programs wait at their
 # start until their events are enabled.
 home=$(mktemp -d)
-as_user=(env --ignore-environment PATH="$PATH" LC_ALL=C HOME="$home" LTTNG_HOME="$home" LTTNG_UST_REGISTER_TIMEOUT=-1
-    setpriv --pdeathsig TERM)
-if [ "$(id -u)" -eq 0 ]; then
-    chown 65534:65534 "$home"
-    as_user+=(--reuid 65534 --regid 65534 --clear-groups)
-fi
-as_user+=(--)
+as_private_user "$home" LTTNG_UST_REGISTER_TIMEOUT=-1
 
 "${as_user[@]}" lttng-sessiond --no-kernel >"$home/log" 2>&1 &
 daemon=$!

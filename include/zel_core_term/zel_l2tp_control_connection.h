@@ -74,8 +74,9 @@ ZEL_CORE_TERM_API extern ovlin_capabilities_t ovlin_capabilities;
  * Starts the L2TP side with empty tables and reads the ovlin capabilities; called by zel_core_term_start(). Makes no
  * data-plane call: what connections and sessions held before is forgotten, not deleted.
  *
- * @return 0, or the code of zel_core_ic_ovlin_capabilities_get(); the tables are then empty and zel_handles is set all
- *         the same
+ * @retval 0     started
+ * @retval other the code of zel_core_ic_ovlin_capabilities_get(); the tables are then empty and zel_handles is set all
+ *               the same
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_start(void);
 
@@ -105,15 +106,19 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  * @param session_type_flag    not 0: zel_ovlin_session_handler_set_session_type() is called for tn_pcep_id with
  *                             session type 1 before the last bind
  *
- * @return 0: added.
- *         3: an id is out of range; 13 with the L2TP side stopped; 5: the id is in use: nothing was done. (Before the
- *         first start no limit but 0 is known, and 3 comes before 13.)
- *         13: a data-plane call failed, or 48 associations are in use already. What the table entry shows was taken
- *         down again, shared associations by their counts, and the id is free. Every unbind is tried once its flow or
- *         association is there, whether its bind was made or not. The ingress interface stays. The data plane keeps
- *         what could not be taken down, and an association whose create took effect although it failed.
- *         Any other: the code of the session-type hook; undone likewise, except that after a 3 nothing is undone: the
- *         id stays in use without the last binding, until it is removed.
+ * @retval 0     added
+ * @retval 3     an id is out of range: nothing was done. (Before the first start no limit but 0 is known, and 3 comes
+ *               before 13.)
+ * @retval 3     the session-type hook refused with 3: nothing is undone, the id stays in use without the last binding,
+ *               until it is removed
+ * @retval 5     the id is in use: nothing was done
+ * @retval 13    the L2TP side is stopped: nothing was done
+ * @retval 13    a data-plane call failed, or 48 associations are in use already. What the table entry shows was taken
+ *               down again, shared associations by their counts, and the id is free. Every unbind is tried once its
+ *               flow or association is there, whether its bind was made or not. The ingress interface stays. The data
+ *               plane keeps what could not be taken down, and an association whose create took effect although it
+ *               failed; connections that share may lose a binding, as the last paragraph says
+ * @retval other the code of the session-type hook; undone likewise
  *
  * The undo of an add that fails after it came to share an ingress association, but before it asked for that
  * association's binding to the interface, releases one request for it all the same. From then on there is one request
@@ -134,8 +139,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_add(
  * @param tn_ovlin_session_id  the connection
  * @param tn_pcep_id           as given to the add
  * @param rat_ovlin_session_id as given to the add
- * @return 0 in every case. The id is free, except that with an id above 48 or the L2TP side stopped nothing was done;
- *         what failed is reported by trace events, and the data plane keeps it
+ * @retval 0 in every case. The id is free, except that with an id above 48 or the L2TP side stopped nothing was done;
+ *           what failed is reported by trace events, and the data plane keeps it
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn_ovlin_session_id, uint32_t tn_pcep_id,
                                                                      uint32_t rat_ovlin_session_id);
@@ -161,11 +166,14 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  * @param old_remote_addr      the remote address in force: 16 bytes, of which the first 4 are read
  * @param session_type_flag    as for the add; for each session too
  *
- * @return 0: the new configuration is in force. 2: the old remote address and DSCP are in force. In both cases the data
- *         plane keeps what could not be taken down of the configuration before, which is reported by trace events.
- *         3: the id is above 48; 13 with the L2TP side stopped: nothing was done.
- *         Otherwise the code of the step that failed, which may be any of these too: all listed sessions and the
- *         connection were removed, as their removal does. l2tp_control_table tells which.
+ * @retval 0     the new configuration is in force. The data plane keeps what could not be taken down of the
+ *               configuration before, which is reported by trace events: what failed is no failure of the modify
+ * @retval 2     the old remote address and DSCP are in force. The data plane keeps what could not be taken down of the
+ *               configuration before, which is reported by trace events
+ * @retval 3     the id is above 48: nothing was done
+ * @retval 13    the L2TP side is stopped: nothing was done
+ * @retval other the code of the step that failed, which may be any of these too: all listed sessions and the
+ *               connection were removed, as their removal does. l2tp_control_table tells which
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_modify(
     uint32_t tn_ovlin_session_id, const uint32_t *session_ids, uint32_t session_count,

@@ -66,14 +66,16 @@ ZEL_CORE_TERM_API extern l2tp_session_entry
  * @param session_type_flag                not 0: zel_ovlin_session_handler_set_session_type() is called for tn_pcep
  *                                         with session type 1 before each of the two egress binds
  *
- * @return 0: added.
- *         3: an id is out of range; 13 with the L2TP side stopped: nothing was done. (Before the first start no limit
- *         but 0 is known, and 3 comes before 13.)
- *         13: a data-plane call failed, as for a control connection that is not there. What the table entry shows was
- *         taken down again and the id is free. Unbinds are tried by what the entry and the control connection show,
- *         whether their binds were made or not; the data plane keeps what could not be taken down.
- *         Any other: the code of the session-type hook; undone likewise, except that after a 3 nothing is undone: the
- *         id keeps what was built, until it is removed.
+ * @retval 0     added
+ * @retval 3     an id is out of range: nothing was done. (Before the first start no limit but 0 is known, and 3 comes
+ *               before 13.)
+ * @retval 3     the session-type hook refused with 3: nothing is undone, the id keeps what was built, until it is
+ *               removed
+ * @retval 13    the L2TP side is stopped: nothing was done
+ * @retval 13    a data-plane call failed, as for a control connection that is not there. What the table entry shows was
+ *               taken down again and the id is free. Unbinds are tried by what the entry and the control connection
+ *               show, whether their binds were made or not; the data plane keeps what could not be taken down
+ * @retval other the code of the session-type hook; undone likewise
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_add(uint8_t dscp, uint8_t crc, uint32_t tn_pcep,
                                                           uint32_t rat_ovlin_session_id, uint32_t l2tp_local_session_id,
@@ -84,8 +86,10 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_add(uint8_t dscp, uint8_t 
 /**
  * Removes a session, of which nothing needs to be there: its three bindings and its two flows.
  *
- * @return 0 in every case. The id is free, except that with an id out of range or the L2TP side stopped nothing was
- *         done; what failed is reported by trace events, and the data plane keeps it
+ * @param tn_ovlin_session_id_control_conn its control connection
+ * @param tn_ovlin_session_id_session      the session
+ * @retval 0 in every case. The id is free, except that with an id out of range or the L2TP side stopped nothing was
+ *           done; what failed is reported by trace events, and the data plane keeps it
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_rem(uint32_t tn_ovlin_session_id_control_conn,
                                                           uint32_t tn_ovlin_session_id_session);
@@ -94,7 +98,12 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_rem(uint32_t tn_ovlin_sess
  * Unbinds a session from its control connection's egress association, before that is replaced; a part of the control
  * connection's modify. The session keeps everything else; its table entry does not change.
  *
- * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused
+ * @param tn_ovlin_session_id_control_conn its control connection
+ * @param tn_ovlin_session_id_session      the session
+ * @retval 0  unbound
+ * @retval 3  an id is out of range: nothing was done
+ * @retval 13 the L2TP side is stopped: nothing was done
+ * @retval 13 the data plane refused: a binding that was there stays, unless the unbind took effect although it failed
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin_session_id_control_conn,
                                                                uint32_t tn_ovlin_session_id_session);
@@ -103,10 +112,15 @@ ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin
  * Binds a session to its control connection's egress association, with the DSCP that it was added with; a part of the
  * control connection's modify. Its table entry does not change.
  *
- * @param tn_pcep           as given to the add
- * @param session_type_flag as for the add
- * @return 0; 3: an id is out of range, 13 with the L2TP side stopped: nothing was done; 13: the data plane refused, and
- *         what was bound although it refused stays; any other: the code of the session-type hook, nothing was bound
+ * @param tn_ovlin_session_id_control_conn its control connection
+ * @param tn_ovlin_session_id_session      the session
+ * @param tn_pcep                          as given to the add
+ * @param session_type_flag                as for the add
+ * @retval 0     bound
+ * @retval 3     an id is out of range: nothing was done
+ * @retval 13    the L2TP side is stopped: nothing was done
+ * @retval 13    the data plane refused; what was bound although it refused stays
+ * @retval other the code of the session-type hook: nothing was bound
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_bind_part(uint32_t tn_ovlin_session_id_control_conn,
                                                              uint32_t tn_ovlin_session_id_session, uint32_t tn_pcep,

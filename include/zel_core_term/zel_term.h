@@ -19,6 +19,10 @@
 extern "C" {
 #endif
 
+/** @name Start and stop
+ *  @{
+ */
+
 /** The handle block while the L2TP module is started, otherwise NULL. Others take zel_getHandles(). */
 ZEL_CORE_TERM_API extern zel_handles_t *zel_handles;
 
@@ -27,10 +31,9 @@ ZEL_CORE_TERM_API extern zel_handles_t *zel_handles;
  * the session modules with empty tables. Makes no data-plane call. Starting again re-attaches and empties the
  * tables; what sessions held in the data plane is forgotten, not deleted.
  *
- * @return 0: started.
- *         Otherwise the code of the step that failed, with nothing undone: when zel_init_attach() failed the
- *         modules are as they were; when a module failed the handle block is filled and the modules before it
- *         are started.
+ * @retval 0     started
+ * @retval other the code of the step that failed, with nothing undone: when zel_init_attach() failed the modules are as
+ *               they were; when a module failed the handle block is filled and the modules before it are started
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_start(void);
 
@@ -38,14 +41,18 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_start(void);
  * Stops the session modules in reverse order and zeroes the handle block. Makes no data-plane call: what
  * sessions still hold in the data plane is forgotten, not deleted.
  *
- * @return 0: stopped, the tables and the handle block all zero.
- *         Otherwise the code of the module that did not stop; the modules after it and the handle block are
- *         untouched.
+ * @retval 0     stopped, the tables and the handle block all zero
+ * @retval other the code of the module that did not stop; the modules after it and the handle block are untouched
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_stop(void);
 
 /** @return the static handle block, never NULL; it is all zero before a start and after a stop */
 ZEL_CORE_TERM_API zel_handles_t *zel_getHandles(void);
+
+/** @}
+ *  @name Time and tracing
+ *  @{
+ */
 
 /** @return the processor's tick counter, as every data-plane call is timed with it */
 ZEL_CORE_TERM_API uint64_t zel_core_term_time_get(void);
@@ -80,6 +87,8 @@ ZEL_CORE_TERM_API const char *zel_trace_internal_format_str(const char *prefix_f
 /** As zel_trace_internal_format_str(), with the arguments of `fmt` packed. */
 ZEL_CORE_TERM_API const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func, const char *fmt,
                                                              va_list args) __attribute__((format(printf, 3, 0)));
+
+/** @} */
 
 #ifdef __cplusplus
 }

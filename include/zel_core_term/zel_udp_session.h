@@ -87,8 +87,9 @@ ZEL_LAYOUT_FIELD(zel_udp_session_ipv6_stats_t, ingress, 4, 8);
  * Starts the module with an empty table and reads the ovlin capabilities; called by zel_core_term_start() once
  * the handle block is filled.
  *
- * @return 0, or the code of zel_core_ic_ovlin_capabilities_get(); the table is then empty and the module has the
- *         handle block all the same
+ * @retval 0     started
+ * @retval other the code of zel_core_ic_ovlin_capabilities_get(); the table is then empty and the module has the handle
+ *               block all the same
  */
 ZEL_CORE_TERM_API uint32_t zel_udp_session_start(void);
 
@@ -103,7 +104,8 @@ ZEL_CORE_TERM_API uint32_t zel_udp_session_stop(void);
  * The module's capabilities.
  *
  * @param capabilities receives them
- * @return 0; 2 when `capabilities` is NULL
+ * @retval 0 they are in `capabilities`
+ * @retval 2 `capabilities` is NULL: nothing was done
  */
 ZEL_CORE_TERM_API uint32_t
 zel_core_term_udp_session_capabilities_get(zel_core_term_udp_session_capabilities_t *capabilities);
@@ -112,7 +114,8 @@ zel_core_term_udp_session_capabilities_get(zel_core_term_udp_session_capabilitie
  * The lowest udp_session_id that is free. It is not reserved: it stays free until an add takes it.
  *
  * @param udp_session_id receives the id; must be valid
- * @return 0; 10 when all ids are in use, `udp_session_id` then being unchanged
+ * @retval 0  the id is in `udp_session_id`
+ * @retval 10 all ids are in use, `udp_session_id` is unchanged: nothing was done
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_free_id_get(uint32_t *udp_session_id);
 
@@ -121,7 +124,9 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_free_id_get(uint32_t *udp_s
  *
  * @param udp_session_id the session
  * @param cfg            receives the 56 bytes; must be valid
- * @return 0; 3 when the id is outside 1 to 70,000; 4 when it is free; `cfg` is written only with 0
+ * @retval 0 the configuration is in `cfg`, which is written only then
+ * @retval 3 the id is outside 1 to 70,000: nothing was done
+ * @retval 4 the id is free: nothing was done
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_session_id,
                                                              zel_core_term_udp_session_cfg_t *cfg);
@@ -143,17 +148,22 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  * @param session_type_flag    not 0: zel_ovlin_session_handler_set_session_type() is called for tn_ul_pcep_id
  *                             with session type 2 before the uplink bind
  *
- * @return 0: added.
- *         3: an id is out of range; 5: the id is in use; 7: the IP version is neither 4 nor 6; 13 with the module
- *         stopped: nothing was done. (Before the first start no limit but 0 is known, and 3 comes before 13.)
- *         13: a data-plane call failed. What was made before was taken down again (downlink binding, uplink binding,
- *         ingress association, egress association) and the id is free. The data plane keeps something that no
- *         session owns where taking it down failed too, and where a bind took effect although it failed: the failed
- *         bind itself is not undone.
- *         4: the id was freed while the add ran, which a caller that serialises never sees; undone likewise, as far as
- *         the table still shows it.
- *         Any other: the code of the session-type hook; undone likewise, except that after a 3 or a 5 of the hook
- *         nothing is undone: the id stays in use with both associations and no binding, until it is released.
+ * @retval 0     added
+ * @retval 3     an id is out of range: nothing was done. (Before the first start no limit but 0 is known, and 3 comes
+ *               before 13.)
+ * @retval 3     the session-type hook refused with 3: nothing is undone, the id stays in use with both associations and
+ *               no binding, until it is released
+ * @retval 4     the id was freed while the add ran, which a caller that serialises never sees; undone as after 13, as
+ *               far as the table still shows it
+ * @retval 5     the id is in use: nothing was done
+ * @retval 5     the session-type hook refused with 5: as after its 3
+ * @retval 7     the IP version is neither 4 nor 6: nothing was done
+ * @retval 13    the module is stopped: nothing was done
+ * @retval 13    a data-plane call failed. What was made before was taken down again (downlink binding, uplink binding,
+ *               ingress association, egress association) and the id is free. The data plane keeps something that no
+ *               session owns where taking it down failed too, and where a bind took effect although it failed: the
+ *               failed bind itself is not undone
+ * @retval other the code of the session-type hook; undone as after 13
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id,
                                                          const zel_core_term_udp_session_cfg_t *cfg,
@@ -166,9 +176,12 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id
  *
  * @param udp_session_id the session, in use, connected or not
  * @param pmtu           bytes; all 32 bits are kept in the configuration, the low 16 go to the data plane
- * @return 0: changed. 3: the id is outside 1 to 70,000; 4: it is free; 7: the session is not over IPv6: nothing was
- *         done. 13: the data plane refused: the session's configuration is unchanged, and the association too unless
- *         the change took effect although it failed
+ * @retval 0  changed
+ * @retval 3  the id is outside 1 to 70,000: nothing was done
+ * @retval 4  the id is free: nothing was done
+ * @retval 7  the session is not over IPv6: nothing was done
+ * @retval 13 the data plane refused: the session's configuration is unchanged, and the association too unless the
+ *            change took effect although it failed
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_pmtu(uint32_t udp_session_id, uint32_t pmtu);
 
@@ -177,7 +190,11 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_pmtu(uint32_t udp_se
  *
  * @param udp_session_id the session, in use, connected or not
  * @param ttl            hop limit; 0 is kept in the configuration and sends 128 to the data plane
- * @return as zel_core_term_udp_session_modify_pmtu()
+ * @retval 0  changed
+ * @retval 3  the id is outside 1 to 70,000: nothing was done
+ * @retval 4  the id is free: nothing was done
+ * @retval 7  the session is not over IPv6: nothing was done
+ * @retval 13 as for zel_core_term_udp_session_modify_pmtu()
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_ttl(uint32_t udp_session_id, uint8_t ttl);
 
@@ -189,8 +206,10 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_ttl(uint32_t udp_ses
  * bindings again. A downlink binding of ovlin flow ID 0 counts as not bound and stays in the data plane.
  *
  * @param udp_session_id the session
- * @return 0, also when an unbind failed: that is reported by trace events, and the binding stays in the data plane.
- *         3: the id is outside 1 to 70,000; 4: it is free
+ * @retval 0 disconnected, also when an unbind failed: that is reported by trace events, and the binding stays in the
+ *           data plane
+ * @retval 3 the id is outside 1 to 70,000: nothing was done
+ * @retval 4 the id is free: nothing was done
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_disconnect(uint32_t udp_session_id);
 
@@ -199,9 +218,11 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_disconnect(uint32_t udp_ses
  * the data plane refuses to delete what is bound, the associations stay in the data plane without an owner.
  *
  * @param udp_session_id the session
- * @return 0: the id is free, also when a delete failed, which is reported by trace events.
- *         3: the id is outside 1 to 70,000; 4: it is free; 7: the session is neither over IPv4 nor IPv6: nothing was
- *         done
+ * @retval 0 the id is free, also when a delete failed, which is reported by trace events; the association then stays
+ *           in the data plane
+ * @retval 3 the id is outside 1 to 70,000: nothing was done
+ * @retval 4 the id is free already: nothing was done
+ * @retval 7 the session is neither over IPv4 nor IPv6: nothing was done
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_release(uint32_t udp_session_id);
 
@@ -211,14 +232,23 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_release(uint32_t udp_sessio
  *
  * @param udp_session_id the session
  * @param stats          receives the counters; must be valid. It is set to zero before anything else
- * @return 0. 3: the id is outside 1 to 70,000; 4: it is free; 13: the data plane refused: with the ingress counters
- *         already in `stats` when it was the egress read
+ * @retval 0  the counters are in `stats`
+ * @retval 3  the id is outside 1 to 70,000: `stats` is zero
+ * @retval 4  the id is free: `stats` is zero
+ * @retval 13 the data plane refused: with the ingress counters already in `stats` when it was the egress read
  */
 ZEL_CORE_TERM_API uint32_t zel_udp_session_get_stats(uint32_t udp_session_id, zel_udp_session_ipv4_stats_t *stats);
 
 /**
  * Reads the counters of a session over IPv6, as zel_udp_session_get_stats() does for IPv4, except that `stats` is not
  * set to zero first: what is not read stays as the caller passed it.
+ *
+ * @param udp_session_id the session
+ * @param stats          receives the counters; must be valid
+ * @retval 0  the counters are in `stats`
+ * @retval 3  the id is outside 1 to 70,000: `stats` is unchanged
+ * @retval 4  the id is free: `stats` is unchanged
+ * @retval 13 as for zel_udp_session_get_stats()
  */
 ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_id, zel_udp_session_ipv6_stats_t *stats);
 
@@ -230,8 +260,11 @@ ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_i
  *                       anything else, and stays empty when the counters cannot be read
  * @param buf_size       bytes of `buf`, passed on to the formatters
  * @param fmt_option     passed on to the formatters; what they answer is not looked at
- * @return 0. 3: the id is outside 1 to 70,000; 4: it is free; 13: the data plane refused. Any other: the code of
- *         zel_fmt_end(), with the text as far as it was made
+ * @retval 0     the text is in `buf`
+ * @retval 3     the id is outside 1 to 70,000: the text is empty
+ * @retval 4     the id is free: the text is empty
+ * @retval 13    the data plane refused: the text is empty
+ * @retval other the code of zel_fmt_end(), with the text as far as it was made
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_fmt_stats_get(uint32_t udp_session_id, char *buf,
                                                                    uint32_t buf_size, uint8_t fmt_option);

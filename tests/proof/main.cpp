@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "proof/calls.h"
 #include "proof/random_operations.h"
 #include "proof/sweep.h"
 
@@ -74,11 +75,21 @@ int main(int argc, char **argv)
     random->add_option("--operations", operations, "how many, and those that complete the last world")
         ->check(CLI::Range(uint64_t{1}, uint64_t{1'000'000'000}))
         ->capture_default_str();
+
+    std::string operation;
+    CLI::App *const calls =
+        app.add_subcommand("calls", "the data-plane calls of an operation, and those after a failure");
+    calls->add_option("OPERATION", operation, "its exported name; without it the names are listed");
     CLI11_PARSE(app, argc, argv);
 
     try {
         if (*sweep)
             proof::sweep(std::cout, effort);
+        else if (*calls && operation.empty())
+            for (const std::string &name : proof::operations_with_calls())
+                std::cout << name << "\n";
+        else if (*calls)
+            proof::show_calls(std::cout, operation);
         else
             random_worlds(seed, world, operations);
     } catch (const std::exception &e) {

@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# That the documents say what is: documents_check.sh PROJECT_FOLDER BIN_FOLDER
+#   links lead to what exists, and files that are named are there;
+#   api.md is what the headers say, and tracing.md lists what the sources fire;
+#   the ```sh blocks of README.md and docs/ work, those of a document one after the other as one script.
+source "$(dirname "$0")/checks.sh"
+project=$1
+export BIN=$2
+cd "$project"
+
+# A document without its fenced blocks.
+prose() { awk '/^ *```/ { fenced = !fenced; next } !fenced' "$1"; }
+anchors() { prose "$1" | sed -n 's/^#\{1,6\} //p' | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
+
+links=0
+for document in *.md docs/*.md; do
+    while read -r target; do
+        path=$document
+        [ -z "${target%%#*}" ] || path=$(dirname "$document")/${target%%#*}
+        [ -e "$path" ] || fail "$document leads to $target: there is no such file"
+        [[ $target != *'#'* ]] || grep -qxF -- "${target#*#}" < <(anchors "$path") ||
+            fail "$document leads to $target: $path has no such heading"
+        links=$((links + 1))
+    done < <(prose "$document" | grep -oE '\]\([^)]+\)' | sed 's/^](//; s/)$//' | grep -v '^https\?:' | sort -u)
+    while read -r path; do
+        compgen -G "$path" >/dev/null || fail "$document names $path, which does not exist"
+    done < <(prose "$document" |
+        grep -oE '`(bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace)/[^` ]*' | tr -d '`' | sort -u)
+done
+[ "$links" -gt 0 ] || fail "no links were seen"
+
+scripts/api-doc check || fail "docs/api.md: scripts/api-doc write"
+for document in docs/architecture.md docs/porting.md docs/tracing.md; do
+    scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
+done
+
+# first_cells PATTERN: of the rows of tracing.md's tables whose first cell is such a word.
+first_cells() { sed -nE "s/^\| \`($1)\` \|.*/\1/p" docs/tracing.md | sort; }
+diff -u --label docs/tracing.md --label "the providers' headers" \
+    <(sed -nE 's/^\| `(tn_zel_[a-z]+:[A-Z_]+)` \| ([A-Z_]+) \|.*/\1 \2/p' docs/tracing.md | sort) \
+    <(sed -n 's/^ZEL_TRACE_EVENT(\(.*\), \(.*\), LTTNG_UST_TRACEPOINT_LOGLEVEL_\(.*\))$/\1:\2 TRACE_\3/p' trace/*.h | sort) ||
+    fail "the table of events"
+diff -u --label docs/tracing.md --label src/term/zel_trace.h <(first_cells '[A-Z0-9]+(_[A-Z0-9]+)*') \
+    <(sed -n 's/^inline constexpr char [a-z0-9_]*\[\] = "\(.*\)";/\1/p' src/term/zel_trace.h | sort) ||
+    fail "the table of categories"
+
+# What the reports of refusals, failures and inconsistencies say, up to the first value in it; names of functions aside.
+texts=$(cat src/*/*.cpp | tr '\n' ' ' | grep -oE '(report\(|EXCEPTION,|TRACE_ERROR\(|ERROR,)[^;]*;' | grep -oE '"[^"]*"' |
+    sed 's/^"//; s/"$//; s/%[a-z].*//' | grep '[^a-z0-9_]' | grep -v '^(): ' | sort -u)
+while read -r text; do
+    grep -qF -- "$text" docs/tracing.md || fail "docs/tracing.md does not tell what '$text' means"
+done <<<"$texts"
+[ "$(wc -l <<<"$texts")" -gt 10 ] || fail "the texts of the reports were not found"
+
+# The commands run in a copy of the sources, whose build/release is the one that is there; each document's as a user with
+# a home of their own, whose processes are ended after it.
+temporary=$(mktemp -d)
+processes() { grep -lszx "HOME=$home" /proc/[0-9]*/environ | sed 's|/proc/\([0-9]*\)/.*|\1|'; }
+end_processes() {
+    local process
+    for _ in {1..100}; do
+        [ -n "$(processes)" ] || return 0
+        for process in $(processes); do kill "$process" 2>/dev/null || true; done
+        sleep 0.1
+    done
+    fail "processes that do not end: $(processes)"
+}
+trap '[ -z "${home:-}" ] || end_processes; rm -rf "$temporary"' EXIT
+chmod 755 "$temporary"
+copy=$temporary/project
+mkdir -p "$copy/build"
+tar --create --exclude ./build --exclude ./.git . | tar --extract --directory "$copy"
+ln -s "$(dirname "$BIN")" "$copy/build/release"
+[ "$(id -u)" -ne 0 ] || chown -R 65534:65534 "$copy"
+for document in README.md docs/*.md; do
+    { echo 'set -euo pipefail'
+      awk '/^```$/ { commands = 0 } commands { print } /^```sh$/ { commands = 1 }' "$document"; } >"$temporary/commands"
+    [ "$(wc -l <"$temporary/commands")" -gt 1 ] || continue
+    ! sed "s/'[^']*'//g" "$temporary/commands" | grep -E '^ *!|&&|\|\|' || fail "a command of $document whose failure would not be seen"
+    home=$temporary/home.${document##*/}
+    mkdir "$home"
+    as_private_user "$home"
+    (cd "$copy" && exec "${as_user[@]}" timeout 120 bash -x "$temporary/commands") </dev/null >"$temporary/log" 2>&1 ||
+        { tail -n 40 "$temporary/log"; fail "a command of $document"; }
+    ! grep -F 'cannot be preloaded' "$temporary/log" || fail "a library of $document"
+    echo "commands of $document that work: $(grep -c '^+ ' "$temporary/log")"
+    end_processes
+    home=
+done
