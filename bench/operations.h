@@ -36,7 +36,7 @@ std::span<const operation> operations();
 
 /// Occupancies are counted in quarters: 0 empty, 4 full but for the entries that the batch needs.
 constexpr std::uint32_t quarters_full = 4;
-void occupy(const measured_table &table, std::uint32_t quarters);
+void occupy(const measured_table &occupied, std::uint32_t quarters);
 
 /// How an operation is run: as it is, or with its failing_call failing.
 enum class outcome { success, failure };

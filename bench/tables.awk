@@ -74,7 +74,8 @@ function print_targets(    free_id, fill) {
     start_target("over a full table", measured("none", "start", 4) / 1000)
     target("tables of at most 6.5 MiB", fresh("table bytes") <= 6.5 * 1048576,
            sprintf("%.2f MiB", fresh("table bytes") / 1048576))
-    target("touched only where sessions are: at most 256 KiB with 1,000 of them", fresh("resident bytes with 1000 sessions") < 262144,
+    target("touched only where sessions are: at most 256 KiB with 1,000 of them",
+           fresh("resident bytes with 1000 sessions") < 262144,
            sprintf("%.0f KiB in memory after the first start, %.0f KiB with 1,000 sessions",
                    fresh("resident bytes after the first start") / 1024,
                    fresh("resident bytes with 1000 sessions") / 1024))

@@ -279,7 +279,7 @@ class l2tp_modify : public l2tp {
 protected:
     static constexpr uint32_t sessions[] = {100, 101, 102};
 
-    void connect_with_sessions()
+    static void connect_with_sessions()
     {
         reset();
         ASSERT_EQ(connect(1), 0u);

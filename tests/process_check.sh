@@ -12,7 +12,8 @@ export HOME=$temporary LTTNG_HOME=$temporary # where no session daemon is
 strace -o /dev/null true || fail "strace cannot trace a process here, so that system calls cannot be seen"
 strace -ff --signal=none -o "$temporary/calls" "$quiet_operations" || fail "the operations are not quiet"
 thread=$(grep -l '^write(-1, "begin", 5)' "$temporary"/calls.*) || fail "no system calls were seen"
-between=$(awk '/^write\(-1, "begin", 5\)/ { within = 1; next } /^write\(-1, "end", 3\)/ { within = 0 } within' "$thread")
+between=$(awk '/^write\(-1, "begin", 5\)/ { within = 1; next }
+               /^write\(-1, "end", 3\)/ { within = 0 } within' "$thread")
 [ "$(grep -c '^write(-1, "begin", 5)' "$thread")" -eq "$(grep -c '^write(-1, "end", 3)' "$thread")" ] ||
     fail "the operations did not come to their end"
 [ -z "$between" ] || fail "system calls of the operations: $(sort <<<"$between" | uniq --count)"

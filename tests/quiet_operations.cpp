@@ -31,10 +31,10 @@ template <typename Function> Function *original(const char *name)
 extern "C" {
 
 void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
+void *__libc_calloc(size_t nmemb, size_t size);
+void *__libc_realloc(void *ptr, size_t size);
 void *__libc_memalign(size_t alignment, size_t size);
-void __libc_free(void *block);
+void __libc_free(void *ptr);
 
 void *malloc(size_t size) noexcept
 {
@@ -42,16 +42,16 @@ void *malloc(size_t size) noexcept
     return __libc_malloc(size);
 }
 
-void *calloc(size_t count, size_t size) noexcept
+void *calloc(size_t nmemb, size_t size) noexcept
 {
     ++allocations;
-    return __libc_calloc(count, size);
+    return __libc_calloc(nmemb, size);
 }
 
-void *realloc(void *block, size_t size) noexcept
+void *realloc(void *ptr, size_t size) noexcept
 {
     ++allocations;
-    return __libc_realloc(block, size);
+    return __libc_realloc(ptr, size);
 }
 
 void *aligned_alloc(size_t alignment, size_t size) noexcept
@@ -60,17 +60,17 @@ void *aligned_alloc(size_t alignment, size_t size) noexcept
     return __libc_memalign(alignment, size);
 }
 
-int posix_memalign(void **block, size_t alignment, size_t size) noexcept
+int posix_memalign(void **memptr, size_t alignment, size_t size) noexcept
 {
     ++allocations;
-    *block = __libc_memalign(alignment, size);
-    return *block != nullptr ? 0 : ENOMEM;
+    *memptr = __libc_memalign(alignment, size);
+    return *memptr != nullptr ? 0 : ENOMEM;
 }
 
-void free(void *block) noexcept
+void free(void *ptr) noexcept
 {
     ++allocations;
-    __libc_free(block);
+    __libc_free(ptr);
 }
 
 #define COUNT_LOCK(name, parameters, ...)                                                                              \
@@ -81,15 +81,15 @@ void free(void *block) noexcept
         return real(__VA_ARGS__);                                                                                      \
     }
 
-COUNT_LOCK(pthread_mutex_lock, (pthread_mutex_t * lock) noexcept, lock)
-COUNT_LOCK(pthread_mutex_trylock, (pthread_mutex_t * lock) noexcept, lock)
+COUNT_LOCK(pthread_mutex_lock, (pthread_mutex_t * mutex) noexcept, mutex)
+COUNT_LOCK(pthread_mutex_trylock, (pthread_mutex_t * mutex) noexcept, mutex)
 COUNT_LOCK(pthread_rwlock_rdlock, (pthread_rwlock_t * lock) noexcept, lock)
 COUNT_LOCK(pthread_rwlock_wrlock, (pthread_rwlock_t * lock) noexcept, lock)
 COUNT_LOCK(pthread_spin_lock, (pthread_spinlock_t * lock) noexcept, lock)
-COUNT_LOCK(pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *lock), condition, lock)
-COUNT_LOCK(pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex_t *lock, const timespec *end), condition,
-           lock, end)
-COUNT_LOCK(sem_wait, (sem_t * semaphore), semaphore)
+COUNT_LOCK(pthread_cond_wait, (pthread_cond_t * cond, pthread_mutex_t *mutex), cond, mutex)
+COUNT_LOCK(pthread_cond_timedwait, (pthread_cond_t * cond, pthread_mutex_t *mutex, const timespec *abstime), cond,
+           mutex, abstime)
+COUNT_LOCK(sem_wait, (sem_t * sem), sem)
 }
 #pragma GCC visibility pop
 

@@ -68,4 +68,4 @@ babeltrace2 --output-format=ctf-metadata "$home"/tour/ust/uid/*/*-bit |
 start_session storm --subbuf-size "$(getconf PAGESIZE)" --num-subbuf 2 --read-timer 500000
 printf 'start\n%.0s' {1..1000} | "${as_user[@]}" "$shell" >/dev/null
 end_session storm
-[ "$lost" -gt 0 ] && [ -n "$losses_in_trace" ] || fail "losses are not told"
+[[ $lost -gt 0 && -n $losses_in_trace ]] || fail "losses are not told"

@@ -38,7 +38,7 @@ static uint32_t answer(void)
         return answer();                                                                                               \
     }
 
-#define READ_STATS(operation, stats_type)                                                                              \
+#define READ_STATS(operation, stats_type) /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type */                     \
     uint32_t operation(uint64_t type, uint64_t handle, stats_type *stats)                                              \
     {                                                                                                                  \
         (void)type, (void)handle, (void)stats;                                                                         \

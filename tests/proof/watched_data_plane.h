@@ -98,7 +98,7 @@ public:
 
 private:
     static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *call);
-    static void on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_cp_sim_outcome_t *outcome);
+    static void on_outcome(void *self, const vok_cp_sim_call_t *made, const vok_cp_sim_outcome_t *outcome);
 
     choices &decisions_;
     std::set<uint64_t> known_handles_{0};

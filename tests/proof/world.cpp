@@ -209,13 +209,10 @@ void world::excuse_leftovers(tolerated allowed)
             interface_ = c.handle;
         if (!c.failed() || (c.refused() && c.status != VOK_CP_SIM_OBJECT_IN_USE))
             continue;
-        if (c.is("_delete"))
-            excused_objects_.insert(c.handle);
-        else if (c.operation == "vok_unbind" || (c.operation == "vok_bind" && c.took_effect && allowed.binds))
+        if (c.operation == "vok_unbind" || (c.operation == "vok_bind" && c.took_effect && allowed.binds))
             excused_bindings_.insert(c.binding);
-        else if (c.is("attr_modify") && c.took_effect)
-            excused_objects_.insert(c.handle);
-        else if (allowed.associations && (c.made(VOK_CP_SIM_IPV4_INGRESS) || c.made(VOK_CP_SIM_IPV4_EGRESS)))
+        else if (c.is("_delete") || (c.is("attr_modify") && c.took_effect) ||
+                 (allowed.associations && (c.made(VOK_CP_SIM_IPV4_INGRESS) || c.made(VOK_CP_SIM_IPV4_EGRESS))))
             excused_objects_.insert(c.handle);
     }
 }

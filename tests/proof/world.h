@@ -153,7 +153,7 @@ private:
     bool associations_full(uint32_t but) const;
     void take_associations(connection &c, uint32_t id, uint8_t ttl);
     uint64_t egress_of(uint32_t connection) const;
-    bool has_flows(uint32_t session) const;
+    bool has_flows(uint32_t id) const;
     void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, const std::vector<uint32_t> &leaving);
     void forget_session(uint32_t connection, uint32_t id);
     void excuse_session(const session &s);

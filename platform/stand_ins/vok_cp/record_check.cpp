@@ -1,5 +1,6 @@
 #include "record_check.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "vok_cp.h"
@@ -110,10 +111,7 @@ std::uint64_t number_at(std::span<const std::byte> record, const field &f)
 
 bool all_zero(std::span<const std::byte> bytes)
 {
-    for (const std::byte b : bytes)
-        if (b != std::byte{0})
-            return false;
-    return true;
+    return std::ranges::all_of(bytes, [](std::byte b) { return b == std::byte{0}; });
 }
 
 } // namespace

@@ -13,7 +13,7 @@ void *observer_context;
 vok_cp_sim_outcome_observer_t outcome_observer;
 void *outcome_observer_context;
 
-constexpr std::uint64_t system_handle = 0x5a5a0000'00000001;
+constexpr std::uint64_t system_handle_value = 0x5a5a0000'00000001;
 
 std::uint64_t ticks_now()
 {
@@ -246,16 +246,16 @@ status vok_syshandle_get(std::uint32_t first, std::uint32_t second, std::uint64_
         return VOK_CP_SIM_NULL_ARGUMENT;
     if (first != 0 || second != 1)
         return VOK_CP_SIM_WRONG_CONSTANT;
-    *handle = system_handle;
+    *handle = system_handle_value;
     return VOK_CP_SIM_OK;
 }
 
-const char *vok_sys_status_get(std::uint64_t handle, std::uint32_t reported)
+const char *vok_sys_status_get(std::uint64_t system_handle, std::uint32_t status)
 {
-    observe({__func__, 0, nullptr, 0, handle, reported, {}});
-    if (handle != system_handle)
+    observe({__func__, 0, nullptr, 0, system_handle, status, {}});
+    if (system_handle != system_handle_value)
         return "wrong system handle";
-    switch (reported) {
+    switch (status) {
     case VOK_CP_SIM_OK: return "ok";
     case VOK_CP_SIM_WRONG_INSTANCE: return "wrong instance handle";
     case VOK_CP_SIM_WRONG_TYPE_HANDLE: return "wrong type handle";
