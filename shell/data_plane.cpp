@@ -41,15 +41,15 @@ data_plane data_plane::now()
 {
     data_plane plane;
     vok_cp_sim_walk_objects(
-        [](void *objects, const vok_cp_sim_object_t *o) {
+        [](void *context, const vok_cp_sim_object_t *o) {
             const auto *record = static_cast<const std::byte *>(o->record);
-            static_cast<std::vector<object> *>(objects)->push_back(
+            static_cast<std::vector<object> *>(context)->push_back(
                 {o->handle, o->kind, {record, record + o->record_size}, o->header, o->path_mtu});
         },
         &plane.objects);
     vok_cp_sim_walk_bindings(
-        [](void *bindings, const vok_cp_sim_binding_t *b) {
-            static_cast<std::vector<binding> *>(bindings)->push_back(
+        [](void *context, const vok_cp_sim_binding_t *b) {
+            static_cast<std::vector<binding> *>(context)->push_back(
                 {*static_cast<const vok_bind_record *>(b->record), b->has_dscp, b->dscp});
         },
         &plane.bindings);

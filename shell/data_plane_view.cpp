@@ -6,14 +6,12 @@
 
 namespace {
 
-template <typename Thing> std::string in_words(const Thing &thing);
-
-template <> std::string in_words(const data_plane::object &o)
+std::string in_words(const data_plane::object &o)
 {
     return to_text(o);
 }
 
-template <> std::string in_words(const data_plane::binding &b)
+std::string in_words(const data_plane::binding &b)
 {
     return to_text(b.record) + (b.has_dscp ? ", dscp " + std::to_string(b.dscp) : "");
 }

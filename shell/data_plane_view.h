@@ -13,5 +13,5 @@ void show(std::ostream &out, const data_plane &plane);
 /// What `after` has that `before` has not, and the reverse, a line each.
 void show_difference(std::ostream &out, const data_plane &before, const data_plane &after);
 
-std::string to_text(const vok_cp_sim_arrival_t &arrival);
-std::string to_text(const vok_cp_sim_departure_t &departure);
+std::string to_text(const vok_cp_sim_arrival_t &a);
+std::string to_text(const vok_cp_sim_departure_t &d);

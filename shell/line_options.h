@@ -88,6 +88,7 @@ CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_
 template <typename Map> std::vector<std::string> ids_of(const Map &known)
 {
     std::vector<std::string> ids;
+    ids.reserve(known.size());
     for (const auto &[id, entry] : known)
         ids.push_back(std::to_string(id));
     return ids;

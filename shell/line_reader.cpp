@@ -12,7 +12,7 @@ namespace {
 
 constexpr int longest_history = 1000; ///< lines
 
-terminal_reader::completer complete;
+line_reader::completer complete;
 std::vector<std::string> choices; ///< for the word that is being completed
 std::size_t next_choice;
 
@@ -48,10 +48,10 @@ std::string history_file()
 
 } // namespace
 
-terminal_reader::terminal_reader(completer choices_after) : history_file_(history_file())
+line_reader::line_reader(completer choices_after) : history_file_(history_file())
 {
     if (complete)
-        throw std::logic_error("there is a terminal reader already");
+        throw std::logic_error("there is a line reader already");
     complete = std::move(choices_after);
     rl_readline_name = "zel-term-shell";
     rl_attempted_completion_function = matches;
@@ -61,7 +61,7 @@ terminal_reader::terminal_reader(completer choices_after) : history_file_(histor
     read_history(history_file_.c_str());
 }
 
-terminal_reader::~terminal_reader()
+line_reader::~line_reader()
 {
     if (!history_file_.empty())
         write_history(history_file_.c_str());
@@ -69,17 +69,17 @@ terminal_reader::~terminal_reader()
     complete = nullptr;
 }
 
-bool terminal_reader::read(std::string &line)
+std::optional<std::string> line_reader::next()
 {
     char *typed = readline("zel> ");
     if (typed == nullptr) {
         std::fputc('\n', stdout);
-        return false;
+        return std::nullopt;
     }
-    line = typed;
+    std::string line = typed;
     std::free(typed);
-    const HIST_ENTRY *latest = history_length > 0 ? history_get(history_base + history_length - 1) : nullptr;
-    if (!line.empty() && (latest == nullptr || line != latest->line))
+    if (!line.empty() && line != latest_)
         add_history(line.c_str());
-    return true;
+    latest_ = line;
+    return line;
 }

@@ -46,13 +46,17 @@ int run(std::istream &in, const std::string &name)
 void converse()
 {
     commands shell(std::cout, false, isatty(STDOUT_FILENO) != 0);
-    terminal_reader lines([&shell](const auto &words) { return shell.choices_after(words); });
+    line_reader lines([&shell](const auto &words) { return shell.choices_after(words); });
     std::cout << "'help' lists the commands, the tabulator key completes them, 'quit' ends.\n";
-    std::string line;
-    for (int number = 1; !shell.wants_to_quit() && lines.read(line); ++number) {
+    int number = 0;
+    while (!shell.wants_to_quit()) {
+        const std::optional<std::string> line = lines.next();
+        if (!line)
+            return;
+        ++number;
         try {
-            if (has_command(line))
-                shell.execute(line, number);
+            if (has_command(*line))
+                shell.execute(*line, number);
         } catch (const bad_line &wrong) {
             std::cout << wrong.what() << '\n';
         }

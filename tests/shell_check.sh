@@ -118,8 +118,8 @@ printf 'start\nfault vok_b\t\n%s\nudp free-id\nfly\nsave tried.zel\nquit\n' "$se
     fail "the conversation ends with $?"
 grep -q 'vok_bind: call number 1 fails' said || fail "a function's name is not completed: $(cat said)"
 grep -q "unknown command 'fly'" said || fail "a conversation ends with a bad line: $(cat said)"
-diff - tried.zel <<<"start
-fault vok_bind 
+diff - <(sed 's/ $//' tried.zel) <<<"start
+fault vok_bind
 $session
 expect 13
 udp free-id" || fail "another scenario was saved"
