@@ -22,7 +22,8 @@ for package in "$packages"/*.deb; do
 done | sort | uniq --repeated >"$temporary/shared"
 [ ! -s "$temporary/shared" ] || fail "in more than one package: $(cat "$temporary/shared")"
 for document in "$project"/docs/*; do
-    [ -e "$temporary/all/usr/share/doc/libzel-core-term-dev/${document##*/}" ] || fail "${document##*/} is in no package"
+    name=${document##*/}
+    [ -e "$temporary/all/usr/share/doc/libzel-core-term-dev/$name" ] || fail "$name is in no package"
 done
 
 for binary in $(find "$temporary/all" -type f \( -name '*.so*' -o -path '*/bin/*' \)); do

@@ -38,8 +38,8 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
         endif()
     endforeach()
     if(binaries)
-        # CPack can ask dpkg-shlibdeps by itself, but then it adds scripts that call ldconfig, which is what the triggers
-        # are for. The information that may be missing is that on the packages that are being made.
+        # CPack can ask dpkg-shlibdeps by itself, but then it adds scripts that call ldconfig, which is what the
+        # triggers are for. The information that may be missing is that on the packages that are being made.
         file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/debian/control "")
         execute_process(${run} COMMAND dpkg-shlibdeps ${library_options} --ignore-missing-info -O ${binaries}
             OUTPUT_VARIABLE depends OUTPUT_STRIP_TRAILING_WHITESPACE)
