@@ -1,24 +1,24 @@
 #!/usr/bin/env bash
-# That the libraries come out the same to the byte wherever the source tree lies: builds a copy of it in another folder.
-# rebuild_check.sh PROJECT_FOLDER FLAVOUR LIBRARY_FOLDER
+# That the packages come out the same to the byte wherever the source tree lies: makes them of a copy in another folder.
+# rebuild_check.sh PROJECT_FOLDER PACKAGES_FOLDER
 source "$(dirname "$0")/checks.sh"
 project=$1
-flavour=$2
-libraries=$3
+packages=$2
 
 temporary=$(mktemp -d)
 trap 'rm -rf "$temporary"' EXIT
 copy=$temporary/a/folder/whose/name/has/another/length
 mkdir -p "$copy"
-tar --create --directory "$project" --exclude ./build --exclude ./.git . | tar --extract --directory "$copy"
+tar --create --directory "$project" --exclude ./build . | tar --extract --directory "$copy"
 (
-    source "$copy/scripts/common.sh"
-    build "$flavour" zel-core-term
+    umask 077
+    "$copy/scripts/package"
 )
 
 same=0
-for library in "$copy/build/$flavour"/lib/*.so; do
-    cmp "$library" "$libraries/${library##*/}" || fail "${library##*/} is not the same when built elsewhere"
+for package in "$copy"/build/packages/*.deb; do
+    cmp "$package" "$packages/${package##*/}" || fail "${package##*/} is not the same when made elsewhere"
     same=$((same + 1))
 done
-echo "libraries that are the same when built elsewhere: $same"
+[ "$same" -eq "$(ls "$packages" | wc -l)" ] || fail "other packages are made elsewhere"
+echo "packages that are the same when made elsewhere: $same"

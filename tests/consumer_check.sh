@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Programs outside the project, built against what is installed: by pkg-config in a folder that the packages are
+# extracted into, and by find_package in a prefix that was moved after `cmake --install`.
+# consumer_check.sh PROJECT_FOLDER BUILD_FOLDER PACKAGES_FOLDER
+source "$(dirname "$0")/checks.sh"
+project=$1
+build=$2
+packages=$3
+consumers=$project/tests/consumers
+
+temporary=$(mktemp -d)
+trap 'rm -rf "$temporary"' EXIT
+quietly() { "$@" >"$temporary/log" 2>&1 || fail "$*: $(cat "$temporary/log")"; }
+same() { # WHAT ACTUAL; the expected lines come on standard input
+    diff -u --label "expected $1" --label "actual $1" - <(echo "$2") || fail "$1"
+}
+
+extracted=$temporary/extracted
+for package in "$packages"/*.deb; do
+    dpkg-deb --extract "$package" "$extracted"
+done
+export PKG_CONFIG_PATH=$extracted/usr/lib/pkgconfig
+cflags="-std=c11 -pedantic-errors -Wall -Wextra -Werror $(pkg-config --cflags zel-core-term)"
+libs=$(pkg-config --libs zel-core-term)
+quietly gcc $cflags "$consumers/session.c" $libs -lvok_cp -o "$temporary/session"
+same "the C consumer" "$(LD_LIBRARY_PATH=$extracted/usr/lib "$temporary/session")" <<'LINES'
+start: 0
+add: 0
+object 0x100000001: kind 0, bindings 1
+object 0x100000002: kind 1, bindings 1
+LINES
+
+# Programs of a deployment are linked with the platform's names alone: another library of that name takes its place.
+quietly gcc $cflags "$extracted/usr/share/doc/libzel-core-term-dev/examples/add_session.c" $libs -o "$temporary/example"
+same "the example over the stand-in" "$(LD_LIBRARY_PATH=$extracted/usr/lib "$temporary/example")" <<'LINES'
+start: 0
+free id: 0
+add: 0
+disconnect: 0
+release: 0
+stop: 0
+LINES
+mkdir "$temporary/other"
+quietly gcc -shared -fPIC "$consumers/other_vok_cp.c" -o "$temporary/other/libvok_cp.so"
+same "the example over another data plane" \
+    "$(LD_LIBRARY_PATH=$temporary/other:$extracted/usr/lib "$temporary/example")" <<'LINES'
+start: 0
+free id: 0
+vok_ip_ingress_association_create: 71
+vok_ip_egress_association_create: 72
+vok_bind
+vok_bind
+add: 0
+vok_unbind
+vok_unbind
+disconnect: 0
+vok_ip_ingress_association_delete: 71
+vok_ip_egress_association_delete: 72
+release: 0
+stop: 0
+LINES
+
+prefix="$temporary/moved to here"
+quietly cmake --install "$build" --prefix "$temporary/installed"
+mv "$temporary/installed" "$prefix"
+quietly cmake -S "$consumers" -B "$temporary/build" -G Ninja -D CMAKE_PREFIX_PATH="$prefix"
+quietly cmake --build "$temporary/build"
+same "the C++ consumer" "$("$temporary/build/session")" <<'LINES'
+start: 0
+add: 0
+object 0x100000001: kind 2, bindings 1
+object 0x100000002: kind 3, bindings 1
+LINES
+quietly "$prefix/bin/zel-term-shell" "$prefix/share/doc/zel-term-tools/examples/tour.zel"
