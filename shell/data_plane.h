@@ -1,0 +1,65 @@
+/// What the stand-in data plane holds at one moment.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "vok_cp.h"
+#include "vok_cp_sim.h"
+
+struct data_plane {
+    struct object {
+        std::uint64_t handle;
+        vok_cp_sim_kind_t kind;
+        std::vector<std::byte> record;
+        vok_cp_sim_header_t header; ///< made from the record, as `path_mtu` is
+        std::uint32_t path_mtu;     ///< bytes; 0: none given
+
+        bool operator==(const object &other) const;
+    };
+
+    struct binding {
+        vok_bind_record record; ///< dscpRef is null
+        bool has_dscp;
+        std::uint8_t dscp;
+
+        bool operator==(const binding &other) const;
+    };
+
+    std::vector<object> objects;   ///< in the order of their creation
+    std::vector<binding> bindings; ///< ordered by kind, direction, source and destination
+
+    static data_plane now();
+
+    /// "2 objects, 1 binding"
+    std::string counts() const;
+
+    bool operator==(const data_plane &) const = default;
+};
+
+/// "IPv4 ingress", "L2TPv3 ingress interface"
+const char *kind_name(vok_cp_sim_kind_t kind);
+
+/// "192.0.2.1:2152 -> 198.51.100.7:2152", without ports where the protocol has none.
+std::string from_to(const vok_cp_sim_header_t &header);
+
+/// What an object matches or sends, its addresses aside: "UDP, ttl 64", "control connection 1001", or nothing.
+std::string header_text(const data_plane::object &object);
+
+/// "ovlin 0x00200005 (pcep 2, session 5)"
+std::string ovlin_flow_text(std::uint32_t flow_id);
+
+/// "F2F", "F2ID", "ID2F"
+std::string bind_kind_text(const vok_bind_record &binding);
+
+/// "INGRESS", "EGRESS"
+std::string direction_text(const vok_bind_record &binding);
+
+/// "0x100000001", or the ovlin flow on that side.
+std::string source_text(const vok_bind_record &binding);
+std::string destination_text(const vok_bind_record &binding);
+
+/// "0x100000001"
+std::string handle_text(std::uint64_t handle);
