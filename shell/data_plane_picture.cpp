@@ -1,11 +1,12 @@
 #include "picture.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "data_plane_layout.h"
 #include "graphviz.h"
 #include "owner_groups.h"
 #include "picture_style.h"
@@ -13,16 +14,15 @@
 namespace {
 
 using graphviz::escaped;
+using graphviz::number;
 using style::in_bold;
 using style::in_colour;
+using column = data_plane_layout::column;
 
-constexpr std::size_t objects_at_most = 200; ///< drawn in a second or two; many more nobody looks through
-
-/// Left to right, as packets come in from the network.
-enum column { network, association, interface, l2tpv3_flow, ovlin_flow };
+constexpr std::size_t objects_at_most = 200; ///< many more nobody looks through
+constexpr double font_size = 10, line_height = 13;
 
 struct look {
-    column place;
     const char *shape, *outlines, *fill, *border;
 };
 
@@ -33,260 +33,342 @@ look look_of(vok_cp_sim_kind_t kind)
 {
     switch (kind) {
     case VOK_CP_SIM_IPV4_INGRESS:
-    case VOK_CP_SIM_IPV6_INGRESS: return {association, "box", "filled", in_fill, in_border};
+    case VOK_CP_SIM_IPV6_INGRESS: return {"box", "filled", in_fill, in_border};
     case VOK_CP_SIM_IPV4_EGRESS:
-    case VOK_CP_SIM_IPV6_EGRESS: return {association, "box", "filled", out_fill, out_border};
-    case VOK_CP_SIM_L2TPV3_INTERFACE: return {interface, "component", "filled", "#eee8f7", "#9c86c4"};
-    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: return {l2tpv3_flow, "box", "rounded,filled", in_fill, in_border};
-    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: return {l2tpv3_flow, "box", "rounded,filled", out_fill, out_border};
+    case VOK_CP_SIM_IPV6_EGRESS: return {"box", "filled", out_fill, out_border};
+    case VOK_CP_SIM_L2TPV3_INTERFACE: return {"component", "filled", "#eee8f7", "#9c86c4"};
+    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: return {"box", "rounded,filled", in_fill, in_border};
+    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: return {"box", "rounded,filled", out_fill, out_border};
     }
-    return {association, "box", "filled", "white", style::line};
+    return {"box", "filled", "white", style::line};
 }
 
-std::string label_of(const data_plane::object &object)
+/// What a node says.
+struct node_text {
+    std::string heading, handle;
+    std::vector<std::string> lines;
+    std::string faint_line;
+
+    std::string html() const
+    {
+        std::string all = in_bold(heading) + (handle.empty() ? "" : " " + escaped(handle));
+        for (const std::string &line : lines)
+            all += "<br/>" + escaped(line);
+        return all + (faint_line.empty() ? "" : "<br/>" + in_colour(style::faint_ink, escaped(faint_line)));
+    }
+
+    /// With a margin around it. A heading's bold letters are wider.
+    data_plane_layout::size size() const
+    {
+        std::size_t longest = std::max(faint_line.size(), heading.size() * 11 / 10 + 1 + handle.size());
+        for (const std::string &line : lines)
+            longest = std::max(longest, line.size());
+        const std::size_t count = 1 + lines.size() + (faint_line.empty() ? 0 : 1);
+        return {static_cast<double>(longest) * 0.6 * font_size + 14, static_cast<double>(count) * line_height + 9};
+    }
+};
+
+node_text text_of(const data_plane::object &object)
 {
-    std::string text = in_bold(kind_name(object.kind)) + " " + escaped(handle_text(object.handle));
-    if (object.header.ip_version != 0)
-        text += "<br/>" + escaped(from_to(object.header));
-    if (const std::string header = header_text(object); !header.empty())
-        text += "<br/>" + in_colour(style::faint_ink, escaped(header));
+    node_text text{kind_name(object.kind), handle_text(object.handle), {}, header_text(object)};
+    if (object.header.ip_version == 0)
+        return text;
+    const std::string both = from_to(object.header);
+    const std::size_t arrow = both.find(" -> ");
+    if (both.size() > 60 && arrow != std::string::npos)
+        text.lines = {both.substr(0, arrow), both.substr(arrow + 1)};
+    else
+        text.lines = {both};
     return text;
 }
 
 /// "ovlin 0x00200005" above "pcep 2, session 5"
-std::string label_of_ovlin_flow(std::uint32_t id)
+node_text text_of_ovlin_flow(std::uint32_t id)
 {
-    std::string text = ovlin_flow_text(id);
-    const std::size_t bracket = text.find(" (");
+    const std::string both = ovlin_flow_text(id);
+    const std::size_t bracket = both.find(" (");
     if (bracket == std::string::npos)
-        return in_bold(text);
-    const std::string parts = text.substr(bracket + 2, text.size() - bracket - 3);
-    return in_bold(text.substr(0, bracket)) + "<br/>" + in_colour(style::faint_ink, escaped(parts));
+        return {both, "", {}, ""};
+    return {both.substr(0, bracket), "", {}, both.substr(bracket + 2, both.size() - bracket - 3)};
 }
 
 std::string label_of(const data_plane::binding &binding)
 {
-    std::string text = escaped(bind_kind_text(binding.record) + " " + direction_text(binding.record));
+    std::string label = bind_kind_text(binding.record) + " " + direction_text(binding.record);
     if (binding.has_dscp)
-        text += "<br/>dscp " + std::to_string(binding.dscp);
+        label += ", dscp " + std::to_string(binding.dscp);
+    return escaped(label);
+}
+
+struct point {
+    double x, y;
+};
+
+/// A line from one point to another, level first as far as `level_to`, then in a bend.
+std::vector<point> way(point from, double level_to, point to)
+{
+    const point knee{level_to, from.y};
+    const double third = (knee.x - from.x) / 3, middle = (knee.x + to.x) / 2;
+    return {
+        from, {from.x + third, from.y}, {knee.x - third, from.y}, knee, {middle, from.y}, {middle, to.y}, to,
+    };
+}
+
+std::vector<point> reversed(std::vector<point> points)
+{
+    std::ranges::reverse(points);
+    return points;
+}
+
+/// Graphviz's form of a line, with an arrow's head at its last point.
+std::string spline_of(std::vector<point> points)
+{
+    const auto in_text = [](const point &p) { return number(p.x) + "," + number(-p.y); };
+    constexpr double head_length = 7;
+    const point tip = points.back();
+    points.back().x += points[points.size() - 2].x < tip.x ? -head_length : head_length;
+    std::string text = "e," + in_text(tip);
+    for (const point &p : points)
+        text += " " + in_text(p);
     return text;
+}
+
+/// What all L2TPv3 packets pass, what nobody owns, the rest of L2TP, UDP.
+std::vector<owner_group> in_reading_order(std::vector<owner_group> groups)
+{
+    const auto place = [](const owner_group &group) {
+        if (group.owners.empty())
+            return 1;
+        const owner::kind first = group.owners.front().what;
+        return first == owner::kind::library ? 0 : first == owner::kind::udp_session ? 3 : 2;
+    };
+    std::ranges::sort(groups, {}, [&](const owner_group &group) { return std::pair(place(group), group.owners); });
+    return groups;
 }
 
 class data_plane_picture {
 public:
     data_plane_picture(const data_plane &plane, const ownership &owners)
-        : plane_(plane), owners_(owners), groups_(most_interesting_groups(plane, owners, objects_at_most))
+        : plane_(plane), owners_(owners),
+          groups_(in_reading_order(most_interesting_groups(plane, owners, objects_at_most))), texts_(texts()),
+          layout_(plane, owners, groups_, [this](const std::string &name) { return texts_.at(name).size(); })
     {
-        for (const auto &object : plane.objects) {
-            exists_.insert(object.handle);
-            has_l2tpv3_ = has_l2tpv3_ || look_of(object.kind).place > association;
-        }
     }
 
     void draw(const std::string &file)
     {
-        for (const owner_group &group : groups_)
-            draw(group);
+        for (std::size_t i = 0; i < groups_.size(); ++i)
+            draw(groups_[i], layout_.frame(i));
+        draw_ovlin_flows();
         for (const owner_group &group : groups_)
             for (const auto *object : group.objects)
-                draw_to_interface(*object);
-        for (const auto &binding : plane_.bindings)
-            draw(binding);
-        hold_columns();
-        if (places_.empty())
-            graph_.node("empty", {{"label", "the data plane is empty"}, {"shape", "plain"}, {"fontsize", "14"}});
+                draw_from_interface(*object);
+        for (const bool is_owned : {true, false}) // what nobody owns is above all else
+            for (const auto *binding : layout_.bindings())
+                if (owners_.of(*binding).empty() != is_owned)
+                    draw(*binding, is_owned);
         draw_title();
-        graph_.render("dot", file);
+        graph_.render("nop2", file);
     }
 
 private:
-    void draw(const owner_group &group)
+    /// Of all nodes that there may be, by name.
+    std::map<std::string, node_text> texts() const
+    {
+        std::map<std::string, node_text> all;
+        for (const owner_group &group : groups_) {
+            for (const auto *object : group.objects) {
+                all[data_plane_layout::name_of(*object)] = text_of(*object);
+                const std::uint32_t vrf = object->header.vrf_id;
+                all[data_plane_layout::name_of_network(group, vrf)] = {"network", "", {}, "vrf " + std::to_string(vrf)};
+            }
+            for (const auto *dangling : group.dangling)
+                all[data_plane_layout::name_of(*dangling)] = {
+                    dangling->field, handle_text(dangling->handle), {"not there"}, ""};
+        }
+        for (const auto &binding : plane_.bindings)
+            for (const auto &[handle, id] : {std::pair(binding.record.srcFlowHandle, binding.record.srcFlowID),
+                                             std::pair(binding.record.destFlowHandle, binding.record.dstFlowID)})
+                if (handle == 0)
+                    all[data_plane_layout::name_of_ovlin_flow(id)] = text_of_ovlin_flow(id);
+        return all;
+    }
+
+    graphviz::attributes at_its_place(const std::string &name, graphviz::attributes attributes) const
+    {
+        const auto &[where, y, height] = layout_.nodes().at(name);
+        attributes["label"] = texts_.at(name).html();
+        attributes.merge(graphviz::placed((layout_.left(where) + layout_.right(where)) / 2, y,
+                                          layout_.right(where) - layout_.left(where), height));
+        return attributes;
+    }
+
+    void draw(const owner_group &group, const data_plane_layout::box &frame)
     {
         const bool is_owned = !group.owners.empty();
-        auto box = graph_.add_cluster({{"label", in_bold(group.title())},
-                                       {"style", "rounded,filled"},
-                                       {"fillcolor", is_owned ? "#f1f3f6" : style::alarm_fill},
-                                       {"color", is_owned ? "#cdd5de" : style::alarm},
-                                       {"fontcolor", is_owned ? style::ink : style::alarm},
-                                       {"labeljust", "l"},
-                                       {"margin", "12"}});
+        const std::string title = group.title();
+        const auto title_width = static_cast<long>(title.size()) * 8;
+        auto box = graph_.add_cluster(
+            {{"label", "<table border=\"0\" cellpadding=\"0\"><tr><td align=\"left\" width=\"" +
+                           std::to_string(title_width) + "\">" + in_bold(title) + "</td></tr></table>"},
+             {"bb",
+              number(frame.left) + "," + number(-frame.bottom) + "," + number(frame.right) + "," + number(-frame.top)},
+             {"lp", number(frame.left + 8 + static_cast<double>(title_width) / 2) + "," +
+                        number(-frame.top - data_plane_layout::title_height / 2)},
+             {"style", "rounded,filled"},
+             {"fillcolor", is_owned ? "#f1f3f6" : style::alarm_fill},
+             {"color", is_owned ? "#cdd5de" : style::alarm},
+             {"fontcolor", is_owned ? style::ink : style::alarm}});
         for (const auto *object : group.objects) {
             const look as = look_of(object->kind);
-            const std::string name = handle_text(object->handle);
-            box.node(name, {{"label", label_of(*object)},
-                            {"shape", as.shape},
-                            {"style", as.outlines},
-                            {"fillcolor", is_owned ? as.fill : "white"},
-                            {"color", is_owned ? as.border : style::alarm},
-                            {"fontcolor", is_owned ? style::ink : style::alarm},
-                            {"penwidth", is_owned ? "1" : "2"}});
-            places_[name] = as.place;
-        }
-        for (const auto *dangling : group.dangling)
-            draw(*dangling, box);
-        for (const auto *object : group.objects)
-            if (look_of(object->kind).place == association)
+            const std::string name = data_plane_layout::name_of(*object);
+            box.node(name, at_its_place(name, {{"shape", as.shape},
+                                               {"style", as.outlines},
+                                               {"fillcolor", is_owned ? as.fill : "white"},
+                                               {"color", is_owned ? as.border : style::alarm},
+                                               {"fontcolor", is_owned ? style::ink : style::alarm},
+                                               {"penwidth", is_owned ? "1" : "2"}}));
+            if (data_plane_layout::column_of(object->kind) == column::association)
                 draw_network(*object, group);
+        }
+        for (const auto *dangling : group.dangling) {
+            const std::string name = data_plane_layout::name_of(*dangling);
+            box.node(name, at_its_place(name, {{"style", "dashed,filled"},
+                                               {"fillcolor", "white"},
+                                               {"color", style::alarm},
+                                               {"fontcolor", style::alarm}}));
+        }
         objects_drawn_ += group.objects.size();
     }
 
-    /// A handle of a table that names nothing.
-    void draw(const dangling_handle &dangling, graphviz::graph::cluster &box)
-    {
-        const std::string name = handle_text(dangling.handle) + " of " + to_text(dangling.holder);
-        box.node(name, {{"label", in_bold(dangling.field) + " " + handle_text(dangling.handle) + "<br/>not there"},
-                        {"shape", "box"},
-                        {"style", "dashed"},
-                        {"color", style::alarm},
-                        {"fontcolor", style::alarm}});
-        places_[name] = dangling.field.find("interface") != std::string::npos ? interface
-                        : dangling.field.find("flow") != std::string::npos     ? l2tpv3_flow
-                                                                               : association;
-    }
-
-    /// Where an association's packets come from or go to: for each group a network of its own, so that no arrows cross
-    /// the picture.
+    /// Where an association's packets come from or go to.
     void draw_network(const data_plane::object &object, const owner_group &group)
     {
-        const std::string vrf = "vrf " + std::to_string(object.header.vrf_id);
-        const std::string name = "network, " + vrf + ", of " + group.title();
-        const bool is_egress = object.kind == VOK_CP_SIM_IPV4_EGRESS || object.kind == VOK_CP_SIM_IPV6_EGRESS;
-        if (places_.emplace(name, network).second)
-            graph_.node(name, {{"label", "network<br/>" + vrf},
-                               {"shape", "none"},
-                               {"margin", "0.06,0.02"},
-                               {"fontcolor", style::faint_ink}});
-        graph_.edge(name, handle_text(object.handle),
-                    {{"dir", is_egress ? "back" : "forward"}, {"color", style::line}, {"weight", "4"}});
+        const std::string network = data_plane_layout::name_of_network(group, object.header.vrf_id);
+        const std::string association = data_plane_layout::name_of(object);
+        graph_.node(network, at_its_place(network, {{"fontcolor", style::faint_ink}}));
+        const point at_network{layout_.right(column::network), layout_.nodes().at(network).y};
+        const point at_association{layout_.left(column::association), layout_.nodes().at(association).y};
+        const std::vector<point> inwards = way(at_network, at_network.x, at_association);
+        if (object.kind == VOK_CP_SIM_IPV4_INGRESS || object.kind == VOK_CP_SIM_IPV6_INGRESS)
+            draw_arrow(network, association, inwards, {{"color", style::line}});
+        else
+            draw_arrow(association, network, reversed(inwards), {{"color", style::line}});
+    }
+
+    void draw_ovlin_flows()
+    {
+        for (const auto &[name, placed] : layout_.nodes())
+            if (placed.where == column::ovlin_flow)
+                graph_.node(
+                    name,
+                    at_its_place(name, {{"style", "rounded,filled"}, {"fillcolor", "#fcf1da"}, {"color", "#cfa24a"}}));
     }
 
     /// No binding leads from the interface to its flows: they were created on it.
-    void draw_to_interface(const data_plane::object &object)
+    void draw_from_interface(const data_plane::object &object)
     {
-        const std::string from = handle_text(interface_of(object)), to = handle_text(object.handle);
-        if (places_.contains(from))
-            draw_arrow(from, to, {{"style", "dotted"}, {"color", style::line}});
+        const std::string interface = handle_text(interface_of(object)), flow = data_plane_layout::name_of(object);
+        const auto found = layout_.nodes().find(interface);
+        if (found == layout_.nodes().end())
+            return;
+        const point from{layout_.right(column::interface), found->second.y};
+        const point to{layout_.left(column::l2tpv3_flow), layout_.nodes().at(flow).y};
+        draw_arrow(interface, flow, reversed(way(to, to.x - data_plane_layout::label_width, from)),
+                   {{"color", "#b4bfcb"}});
     }
 
-    void draw(const data_plane::binding &binding)
+    /// The label stands on the level part of the line, at the end that has the fewer bindings.
+    void draw(const data_plane::binding &binding, bool is_owned)
     {
-        const vok_bind_record &r = binding.record;
-        if (is_left_out(r.srcFlowHandle) || is_left_out(r.destFlowHandle))
-            return;
-        const bool is_owned = !owners_.of(binding).empty();
-        ++bindings_drawn_;
-        draw_arrow(end(r.srcFlowHandle, r.srcFlowID), end(r.destFlowHandle, r.dstFlowID),
+        const std::string from = source_text(binding.record), to = destination_text(binding.record);
+        const auto &source = layout_.nodes().at(from), &destination = layout_.nodes().at(to);
+        const bool rightwards = source.where < destination.where;
+        const auto &at_left = rightwards ? source : destination, &at_right = rightwards ? destination : source;
+        const point left_end{layout_.right(at_left.where), at_left.y};
+        const point right_end{layout_.left(at_right.where), at_right.y};
+
+        const double label_width = data_plane_layout::label_width;
+        const bool label_at_left = at_left.where == column::l2tpv3_flow || at_right.where == column::interface;
+        const point labelled = label_at_left ? left_end : right_end;
+        double level_to = labelled.x + (label_at_left ? label_width : -label_width);
+        if (at_left.where == column::association && at_right.where == column::ovlin_flow) // goes on past the flows
+            level_to = std::clamp(layout_.left(column::l2tpv3_flow) - label_width, left_end.x, level_to);
+        std::vector<point> points =
+            label_at_left ? way(left_end, level_to, right_end) : way(right_end, level_to, left_end);
+        if (label_at_left != rightwards)
+            points = reversed(points);
+
+        const bool beside_frame = label_at_left || at_right.where != column::ovlin_flow;
+        const double off =
+            (label_width + (beside_frame ? data_plane_layout::padding : -data_plane_layout::padding)) / 2;
+        const double label_x = labelled.x + (label_at_left ? off : -off);
+        draw_arrow(from, to, std::move(points),
                    {{"label", label_of(binding)},
+                    {"lp", number(label_x) + "," + number(-labelled.y + 7)},
                     {"color", is_owned ? style::faint_ink : style::alarm},
                     {"fontcolor", is_owned ? style::ink : style::alarm},
                     {"penwidth", is_owned ? "1" : "2"}});
     }
 
-    bool is_left_out(std::uint64_t handle) const
+    void draw_arrow(const std::string &from, const std::string &to, std::vector<point> points,
+                    graphviz::attributes attributes)
     {
-        return exists_.contains(handle) && !places_.contains(handle_text(handle));
-    }
-
-    /// The node at an end of a binding.
-    std::string end(std::uint64_t handle, std::uint32_t flow_id)
-    {
-        if (handle != 0) {
-            const std::string name = handle_text(handle);
-            if (places_.emplace(name, association).second)
-                graph_.node(name, {{"label", escaped(name) + "<br/>not there"},
-                                   {"shape", "box"},
-                                   {"style", "dashed"},
-                                   {"color", style::alarm},
-                                   {"fontcolor", style::alarm}});
-            return name;
-        }
-        const std::string name = ovlin_flow_text(flow_id);
-        if (places_.emplace(name, ovlin_flow).second)
-            graph_.node(name, {{"label", label_of_ovlin_flow(flow_id)},
-                               {"shape", "box"},
-                               {"style", "rounded,filled"},
-                               {"fillcolor", "#fcf1da"},
-                               {"color", "#cfa24a"}});
-        return name;
-    }
-
-    /// Columns of this picture are ranks: without L2TPv3 there are none between associations and ovlin flows.
-    int rank(const std::string &name) const
-    {
-        const column place = places_.at(name);
-        return place == ovlin_flow && !has_l2tpv3_ ? interface : place;
-    }
-
-    /// The layout knows edges from left to right only, so an arrow to the left is one whose head is at its tail.
-    void draw_arrow(std::string from, std::string to, graphviz::attributes attributes)
-    {
-        if (rank(from) > rank(to)) {
-            std::swap(from, to);
-            attributes["dir"] = "back";
-        }
-        attributes["minlen"] = std::to_string(rank(to) - rank(from));
+        attributes["pos"] = spline_of(std::move(points));
         graph_.edge(from, to, attributes);
-    }
-
-    /// Each column is kept together, whatever leads to its nodes, and stands to the right of those before it.
-    void hold_columns()
-    {
-        std::map<int, std::vector<std::string>> columns;
-        for (const auto &[name, place] : places_)
-            columns[rank(name)].push_back(name);
-        for (auto it = columns.begin(), before = columns.end(); it != columns.end(); before = it++) {
-            graph_.put_in_one_rank(it->second);
-            if (before != columns.end())
-                graph_.edge(before->second.front(), it->second.front(),
-                            {{"style", "invis"}, {"minlen", std::to_string(it->first - before->first)}});
-        }
     }
 
     void draw_title()
     {
-        std::string title =
-            "<font point-size=\"16\">" + in_bold("Data plane") + "</font>   " + escaped(plane_.counts());
-        const auto line = [&](const char *colour, const std::string &text) {
-            title += "<br align=\"left\"/>" + in_colour(colour, escaped(text));
+        std::vector<std::string> lines = {"<font point-size=\"16\">" + in_bold("Data plane") + "</font>"};
+        const auto add = [&](const char *colour, const std::string &line) {
+            lines.push_back(in_colour(colour, escaped(line)));
         };
+        const bool is_empty = plane_.objects.empty() && plane_.bindings.empty();
+        add(style::ink, is_empty ? "the data plane is empty" : plane_.counts());
         const auto ownerless = [this](const auto &all) {
             return std::ranges::count_if(all, [this](const auto &one) { return owners_.of(one).empty(); });
         };
         const auto objects = ownerless(plane_.objects), bindings = ownerless(plane_.bindings);
         if (objects + bindings != 0)
-            line(style::alarm, "nobody owns " + std::to_string(objects) + " of the objects and " +
-                                   std::to_string(bindings) + " of the bindings");
+            add(style::alarm, "owned by nobody: " + std::to_string(objects) + " of the objects, " +
+                                  std::to_string(bindings) + " of the bindings");
         if (!owners_.dangling().empty())
-            line(style::alarm, "handles of nothing in tables: " + std::to_string(owners_.dangling().size()));
+            add(style::alarm, "handles in tables that name nothing: " + std::to_string(owners_.dangling().size()));
         if (const std::size_t left_out = plane_.objects.size() - objects_drawn_; left_out != 0)
-            line(style::warning, "left out: " + std::to_string(left_out) + " objects and " +
-                                     std::to_string(plane_.bindings.size() - bindings_drawn_) + " bindings");
-        graph_.set_label(title + "<br align=\"left\"/>");
+            add(style::warning, "left out of the picture: " + std::to_string(left_out) + " of the objects, " +
+                                    std::to_string(plane_.bindings.size() - layout_.bindings().size()) +
+                                    " of the bindings");
+
+        const double width = 380, height = 10 + 16 * static_cast<double>(lines.size());
+        std::string table = "<table border=\"0\" cellborder=\"0\" cellspacing=\"0\" cellpadding=\"1\">";
+        for (const std::string &line : lines)
+            table += "<tr><td align=\"left\" width=\"" + std::to_string(std::lround(width) - 2) + "\">" + line +
+                     "</td></tr>";
+        graphviz::attributes title{{"label", table + "</table>"}, {"fontsize", "11"}};
+        title.merge(graphviz::placed(width / 2, -height / 2 - 12, width, height));
+        graph_.node("title", title);
     }
 
     const data_plane &plane_;
     const ownership &owners_;
     std::vector<owner_group> groups_;
-    std::unordered_set<std::uint64_t> exists_;
-    bool has_l2tpv3_ = false;
-    std::map<std::string, column> places_; ///< of the nodes, by name
-    std::size_t objects_drawn_ = 0, bindings_drawn_ = 0;
-    graphviz::graph graph_{{{"rankdir", "LR"},
-                            {"newrank", "true"},
-                            {"bgcolor", style::ground},
+    std::map<std::string, node_text> texts_;
+    data_plane_layout layout_;
+    std::size_t objects_drawn_ = 0;
+    graphviz::graph graph_{{{"bgcolor", style::ground},
                             {"fontname", style::font},
-                            {"fontcolor", style::ink},
-                            {"fontsize", "11"},
-                            {"labelloc", "t"},
-                            {"labeljust", "l"},
+                            {"fontsize", number(font_size + 1)},
                             {"pad", "0.3"},
-                            {"nodesep", "0.18"},
-                            {"ranksep", "0.35"}},
+                            {"outputorder", "nodesfirst"}},
                            {{"fontname", style::font},
-                            {"fontsize", "10"},
+                            {"fontsize", number(font_size)},
                             {"fontcolor", style::ink},
-                            {"margin", "0.12,0.06"},
-                            {"height", "0.1"}},
+                            {"shape", "box"},
+                            {"style", ""},
+                            {"color", "transparent"},
+                            {"fixedsize", "true"},
+                            {"margin", "0"}},
                            {{"fontname", style::font}, {"fontsize", "9"}, {"arrowsize", "0.7"}}};
 };
 

@@ -98,6 +98,21 @@ std::string graphviz::escaped(const std::string &text)
     return safe;
 }
 
+graphviz::attributes graphviz::placed(double x, double y, double width, double height)
+{
+    constexpr double points_per_inch = 72;
+    return {{"pos", number(x) + "," + number(-y)},
+            {"width", number(width / points_per_inch)},
+            {"height", number(height / points_per_inch)}};
+}
+
+std::string graphviz::number(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", value);
+    return text;
+}
+
 void graphviz::graph::closer::operator()(Agraph_s *opened) const
 {
     agclose(opened);
@@ -149,22 +164,9 @@ void graphviz::graph::edge(const std::string &tail, const std::string &head, con
     set(agedge(graph_.get(), end(tail), end(head), read_only(std::to_string(++edges_)), 1), of_edge);
 }
 
-void graphviz::graph::set_label(const std::string &html)
-{
-    set(graph_.get(), {{"label", html}});
-}
-
-void graphviz::graph::put_in_one_rank(const std::vector<std::string> &names)
-{
-    Agraph_s *part = agsubg(graph_.get(), read_only("rank" + std::to_string(++parts_)), 1);
-    set(part, {{"rank", "same"}});
-    for (const std::string &name : names)
-        agnode(part, read_only(name), 1);
-}
-
 graphviz::graph::cluster graphviz::graph::add_cluster(const attributes &of_cluster)
 {
-    Agraph_s *part = agsubg(graph_.get(), read_only("cluster" + std::to_string(++parts_)), 1);
+    Agraph_s *part = agsubg(graph_.get(), read_only("cluster" + std::to_string(++clusters_)), 1);
     set(part, of_cluster);
     return {*this, part};
 }

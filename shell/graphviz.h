@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 struct Agraph_s;
 
@@ -16,6 +15,12 @@ using attributes = std::map<std::string, std::string>;
 
 /// Text that reads the same inside an HTML-like label, on one line.
 std::string escaped(const std::string &text);
+
+/// For nodes of a fixed size at a fixed place: their middle and size, all in points; y grows downwards.
+attributes placed(double x, double y, double width, double height);
+
+/// A number as attributes hold it; lengths but those of nodes are in points.
+std::string number(double value);
 
 /// A directed graph. Nodes are named; whoever names one twice means the same.
 class graph {
@@ -38,9 +43,6 @@ public:
 
     void node(const std::string &name, const attributes &of_node);
     void edge(const std::string &tail, const std::string &head, const attributes &of_edge);
-    void set_label(const std::string &html);
-    /// Side by side across the direction of the layout.
-    void put_in_one_rank(const std::vector<std::string> &names);
     cluster add_cluster(const attributes &of_cluster);
 
     /// Lays the graph out and writes it in the format that the file's extension names: .svg, .png, .pdf or .dot. A file
@@ -57,7 +59,7 @@ private:
         void operator()(Agraph_s *opened) const;
     };
     std::unique_ptr<Agraph_s, closer> graph_;
-    std::size_t edges_ = 0, parts_ = 0;
+    std::size_t edges_ = 0, clusters_ = 0;
 };
 
 } // namespace graphviz

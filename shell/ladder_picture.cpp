@@ -13,10 +13,11 @@
 namespace {
 
 using graphviz::escaped;
+using graphviz::number;
 using style::in_bold;
 using style::in_colour;
 
-// All in points; y grows downwards here, and upwards in Graphviz.
+// All in points; y grows downwards.
 constexpr double font_size = 10;
 constexpr double line_height = 13;
 constexpr double row_gap = 9;
@@ -183,21 +184,11 @@ private:
 
     enum class align { left, right, centre };
 
-    static std::string number(double value)
-    {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.2f", value);
-        return text;
-    }
-
-    static std::string inches(double points) { return number(points / 72); }
-
     /// A node of that size around a point.
     void put(nodes &layer, const std::string &name, double x, double y, double width, double height,
              graphviz::attributes attributes)
     {
-        attributes.insert(
-            {{"pos", number(x) + "," + number(-y)}, {"width", inches(width)}, {"height", inches(height)}});
+        attributes.merge(graphviz::placed(x, y, width, height));
         layer.emplace_back(name, std::move(attributes));
     }
 
