@@ -51,7 +51,7 @@ struct node_text {
 
     std::string html() const
     {
-        std::string all = in_bold(heading) + (handle.empty() ? "" : " " + escaped(handle));
+        std::string all = in_bold(heading) + (handle.empty() ? "" : style::gap + escaped(handle));
         for (const std::string &line : lines)
             all += "<br/>" + escaped(line);
         return all + (faint_line.empty() ? "" : "<br/>" + in_colour(style::faint_ink, escaped(faint_line)));
@@ -60,7 +60,7 @@ struct node_text {
     /// With a margin around it. A heading's bold letters are wider.
     data_plane_layout::size size() const
     {
-        std::size_t longest = std::max(faint_line.size(), heading.size() * 11 / 10 + 1 + handle.size());
+        std::size_t longest = std::max(faint_line.size(), heading.size() * 11 / 10 + 2 + handle.size());
         for (const std::string &line : lines)
             longest = std::max(longest, line.size());
         const std::size_t count = 1 + lines.size() + (faint_line.empty() ? 0 : 1);

@@ -86,6 +86,7 @@ std::string graphviz::escaped(const std::string &text)
         case '<': safe += "&lt;"; break;
         case '>': safe += "&gt;"; break;
         case '"': safe += "&quot;"; break;
+        case '\\': safe += "\\&#8203;"; break; // else \N would be the node's name; the space has no width
         default:
             if (length == 0)
                 safe += '?';

@@ -23,7 +23,7 @@ constexpr double line_height = 13;
 constexpr double row_gap = 9;
 constexpr double program_x = 0, library_x = 340, data_plane_x = 830;
 constexpr double bar_width = 9; ///< of the library's lifeline while the operation runs
-constexpr double text_gap = 10; ///< between a text and the lifeline beside it
+constexpr double text_gap = 13; ///< between a text and the lifeline beside it
 constexpr double step_width = library_x - program_x - 2 * text_gap - bar_width;
 constexpr double call_width = data_plane_x - library_x - 2 * text_gap - bar_width;
 constexpr double answer_width = 230;
@@ -50,7 +50,7 @@ std::string duration_text(std::uint64_t ns)
 
 std::size_t characters(double width)
 {
-    return static_cast<std::size_t>(width / (0.57 * font_size));
+    return static_cast<std::size_t>(width / (0.6 * font_size));
 }
 
 /// The text in lines of at most `width` characters, broken after blanks and commas where there are any, cut after
@@ -96,10 +96,10 @@ paragraph call_text(const recorded_call &call)
 {
     const char *const colour = call.status != 0 || call.is_undo ? style::alarm : style::ink;
     const std::string operation = (call.is_undo ? "undo: " : "") + call.operation;
-    const std::size_t width = characters(call_width);
+    const std::size_t width = characters(call_width * 1.1); // addresses, numbers and blanks are narrow
     // Bold letters are a tenth wider.
     if (operation.size() * 11 / 10 + 2 + call.subject.size() <= width)
-        return {{in_bold(operation) + "  " + escaped(call.subject)}, colour};
+        return {{in_bold(operation) + style::gap + escaped(call.subject)}, colour};
     paragraph text{{in_bold(operation)}, colour};
     for (const std::string &line : escaped_lines(wrapped(call.subject, width, 3)))
         text.lines.push_back(line);
@@ -116,8 +116,8 @@ paragraph answer_text(const recorded_call &call)
         outcome = handle_text(call.created);
     for (const std::string &line : wrapped(outcome, width - 10, 2))
         text.lines.push_back(failed ? in_bold(line) : escaped(line));
-    text.lines.back() += "  " + in_colour(is_slow(call) ? style::warning : style::faint_ink,
-                                          duration_text(call.duration_ns) + (is_slow(call) ? ", slow" : ""));
+    text.lines.back() += style::gap + in_colour(is_slow(call) ? style::warning : style::faint_ink,
+                                                duration_text(call.duration_ns) + (is_slow(call) ? ", slow" : ""));
     std::string remarks = call.injected && call.status_text != injected_fault ? injected_fault : "";
     if (failed && call.took_effect)
         remarks += std::string(remarks.empty() ? "" : ", ") + "took effect all the same";

@@ -16,6 +16,9 @@ inline constexpr char alarm_fill[] = "#fdeceb";
 inline constexpr char warning[] = "#a85b00";
 inline constexpr char font[] = "Helvetica"; ///< an SVG then names sans-serif for where there is none
 
+/// Between texts of different styles: an SVG drops common blanks there, and its viewer may have wider letters.
+inline const std::string gap = "&#160;&#160;&#160;";
+
 inline std::string in_bold(const std::string &text)
 {
     return "<b>" + graphviz::escaped(text) + "</b>";
