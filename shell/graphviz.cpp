@@ -8,6 +8,28 @@
 
 #include <gvc.h>
 
+#if defined(__has_feature)
+#define ZEL_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define ZEL_HAS_FEATURE(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || ZEL_HAS_FEATURE(address_sanitizer)
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions();
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_options();
+
+/// Graphviz loses parts of each HTML-like label and of each cluster's, Pango's layouts of bold text, and what
+/// Fontconfig keeps for them. Graphs that are not closed are still found: they are libcgraph's.
+const char *__lsan_default_suppressions()
+{
+    return "leak:libgvc\nleak:libgvplugin\nleak:libpango\nleak:libglib\nleak:libfontconfig\n";
+}
+
+const char *__lsan_default_options()
+{
+    return "print_suppressions=0";
+}
+#endif
+
 namespace {
 
 /// Graphviz's library takes the plugins that it has loaded for granted for as long as the process runs.

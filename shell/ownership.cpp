@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ranges>
 #include <set>
 
 #include "zel_core_term/zel_l2tp_session.h"
@@ -75,7 +74,7 @@ std::vector<owner> ownership::of(const data_plane::object &object) const
     for (auto it = first; it != last; ++it)
         owners.push_back(it->second);
     std::ranges::sort(owners);
-    owners.erase(std::ranges::unique(owners).begin(), owners.end());
+    owners.erase(std::unique(owners.begin(), owners.end()), owners.end());
     return owners;
 }
 
