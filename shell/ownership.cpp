@@ -43,7 +43,7 @@ ownership::ownership(const ledger &known, const data_plane &plane) : known_(know
         holds(who, "ingress flow", l2tp_session_table[i].ingress_flow_handle);
         holds(who, "egress flow", l2tp_session_table[i].egress_flow_handle);
     }
-    for (const std::uint32_t id : known.udp_sessions) {
+    for (const std::uint32_t id : known_.udp_sessions) {
         std::vector<std::uint64_t> read;
         vok_cp_sim_observe(
             [](void *context, const vok_cp_sim_call_t *call) {

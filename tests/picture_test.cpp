@@ -267,7 +267,7 @@ TEST_F(picture_test, TheExtensionNamesTheFormat)
 
 TEST_F(picture_test, WhatCannotBeWrittenIsRefusedAndLeavesNoFile)
 {
-    const auto error = [this](const std::string &file) -> std::string {
+    const auto error = [](const std::string &file) -> std::string {
         try {
             draw_ladder(operation({}), file);
         } catch (const std::runtime_error &wrong) {
