@@ -10,6 +10,7 @@ namespace {
 
 constexpr double row_gap = 9;
 constexpr double group_gap = 14;
+constexpr double title_width = 240; ///< of a group that shares an association
 constexpr char line[] = "-";
 
 } // namespace
@@ -68,11 +69,14 @@ void data_plane_layout::fill_bands(const data_plane &plane, const ownership &own
                                    const std::vector<owner_group> &groups)
 {
     std::unordered_map<std::uint64_t, std::size_t> group_of;
+    std::unordered_map<std::uint64_t, column> column_of_handle;
     std::map<std::vector<owner>, std::size_t> group_of_owners;
     for (std::size_t i = 0; i < groups.size(); ++i) {
         group_of_owners[groups[i].owners] = i;
-        for (const auto *object : groups[i].objects)
+        for (const auto *object : groups[i].objects) {
             group_of[object->handle] = i;
+            column_of_handle[object->handle] = column_of(object->kind);
+        }
     }
 
     // A binding to or from an ovlin flow takes a row of its owner's band.
@@ -135,6 +139,9 @@ void data_plane_layout::fill_bands(const data_plane &plane, const ownership &own
                  name_of(*dangling), false);
     }
 
+    // A line to an association needs a row without a flow, so what associations are bound to comes first; a flow's line
+    // to an ovlin flow of another row bends behind it.
+    std::ranges::stable_sort(to_ovlin, {}, [&](const way &w) { return column_of_handle.at(w.handle); });
     std::set<std::uint32_t> placed;
     for (const auto &[group, handle, flow_id] : to_ovlin) {
         if (!placed.insert(flow_id).second)
@@ -230,6 +237,8 @@ void data_plane_layout::place_columns(const sizes &size_of)
 {
     for (const auto &[name, placed] : nodes_)
         width_[placed.where] = std::max(width_[placed.where], size_of(name).width);
+    if (width_[association] > 0)
+        width_[association] = std::max(width_[association], title_width);
     const bool has_l2tpv3 = width_[interface] + width_[l2tpv3_flow] > 0;
     double x = 0;
     for (std::size_t c = network; c < columns; ++c) {

@@ -163,6 +163,13 @@ public:
         for (const owner_group &group : groups_)
             for (const auto *object : group.objects)
                 draw_from_interface(*object);
+        for (const auto *binding : layout_.bindings()) {
+            const std::string from = source_text(binding->record), to = destination_text(binding->record);
+            if (layout_.nodes().at(from).where == column::association)
+                ++associations_at_[to];
+            if (layout_.nodes().at(to).where == column::association)
+                ++associations_at_[from];
+        }
         for (const bool is_owned : {true, false}) // what nobody owns is above all else
             for (const auto *binding : layout_.bindings())
                 if (owners_.of(*binding).empty() != is_owned)
@@ -206,7 +213,10 @@ private:
     void draw(const owner_group &group, const data_plane_layout::box &frame)
     {
         const bool is_owned = !group.owners.empty();
-        const std::string title = group.title();
+        std::string title = group.title();
+        const auto room = static_cast<std::size_t>((frame.right - frame.left) / (0.64 * (font_size + 1)));
+        if (title.size() > room)
+            title = title.substr(0, room - 1) + "…";
         const auto title_width = static_cast<long>(title.size()) * 8;
         auto box = graph_.add_cluster(
             {{"label", "<table border=\"0\" cellpadding=\"0\"><tr><td align=\"left\" width=\"" +
@@ -288,21 +298,28 @@ private:
         const point left_end{layout_.right(at_left.where), at_left.y};
         const point right_end{layout_.left(at_right.where), at_right.y};
 
-        const double label_width = data_plane_layout::label_width;
-        const bool label_at_left = at_left.where == column::l2tpv3_flow || at_right.where == column::interface;
+        // Beside an ovlin flow lines may bend to other rows, and labels keep off.
+        constexpr double label_width = data_plane_layout::label_width, bend_width = data_plane_layout::bend_width;
+        const bool at_ovlin_flow = at_right.where == column::ovlin_flow;
+        const bool from_association = at_left.where == column::association;
+        const bool has_own_row =
+            !at_ovlin_flow || at_left.y == at_right.y || associations_at_[rightwards ? to : from] == 1;
+        const bool label_at_left =
+            at_left.where == column::l2tpv3_flow || at_right.where == column::interface || !has_own_row;
         const point labelled = label_at_left ? left_end : right_end;
-        double level_to = labelled.x + (label_at_left ? label_width : -label_width);
-        if (at_left.where == column::association && at_right.where == column::ovlin_flow) // goes on past the flows
+        double level_to =
+            label_at_left ? labelled.x + label_width : labelled.x - label_width - (at_ovlin_flow ? bend_width : 0);
+        if (from_association && at_ovlin_flow && !label_at_left) // goes on past the flows
             level_to = std::clamp(layout_.left(column::l2tpv3_flow) - label_width, left_end.x, level_to);
         std::vector<point> points =
             label_at_left ? way(left_end, level_to, right_end) : way(right_end, level_to, left_end);
         if (label_at_left != rightwards)
             points = reversed(points);
 
-        const bool beside_frame = label_at_left || at_right.where != column::ovlin_flow;
-        const double off =
-            (label_width + (beside_frame ? data_plane_layout::padding : -data_plane_layout::padding)) / 2;
-        const double label_x = labelled.x + (label_at_left ? off : -off);
+        constexpr double padding = data_plane_layout::padding;
+        const double label_x = label_at_left   ? labelled.x + (label_width + padding) / 2
+                               : at_ovlin_flow ? labelled.x - bend_width - (label_width - padding) / 2
+                                               : labelled.x - (label_width + padding) / 2;
         draw_arrow(from, to, std::move(points),
                    {{"label", label_of(binding)},
                     {"lp", number(label_x) + "," + number(-labelled.y + 7)},
@@ -355,6 +372,7 @@ private:
     std::vector<owner_group> groups_;
     std::map<std::string, node_text> texts_;
     data_plane_layout layout_;
+    std::map<std::string, int> associations_at_; ///< how many are bound to a node
     std::size_t objects_drawn_ = 0;
     graphviz::graph graph_{{{"bgcolor", style::ground},
                             {"fontname", style::font},
