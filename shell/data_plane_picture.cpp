@@ -51,7 +51,7 @@ struct node_text {
 
     std::string html() const
     {
-        std::string all = in_bold(heading) + (handle.empty() ? "" : style::gap + escaped(handle));
+        std::string all = handle.empty() ? in_bold(heading) : style::as_heading(heading) + escaped(handle);
         for (const std::string &line : lines)
             all += "<br/>" + escaped(line);
         return all + (faint_line.empty() ? "" : "<br/>" + in_colour(style::faint_ink, escaped(faint_line)));

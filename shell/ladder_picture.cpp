@@ -99,7 +99,7 @@ paragraph call_text(const recorded_call &call)
     const std::size_t width = characters(call_width * 1.1); // addresses, numbers and blanks are narrow
     // Bold letters are a tenth wider.
     if (operation.size() * 11 / 10 + 2 + call.subject.size() <= width)
-        return {{in_bold(operation) + style::gap + escaped(call.subject)}, colour};
+        return {{style::as_heading(operation) + escaped(call.subject)}, colour};
     paragraph text{{in_bold(operation)}, colour};
     for (const std::string &line : escaped_lines(wrapped(call.subject, width, 3)))
         text.lines.push_back(line);

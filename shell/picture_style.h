@@ -16,12 +16,18 @@ inline constexpr char alarm_fill[] = "#fdeceb";
 inline constexpr char warning[] = "#a85b00";
 inline constexpr char font[] = "Helvetica"; ///< an SVG then names sans-serif for where there is none
 
-/// Between texts of different styles: an SVG drops common blanks there, and its viewer may have wider letters.
-inline const std::string gap = "&#160;&#160;&#160;";
+/// Between texts of different styles, at the end of the first: blanks before a text are dropped by viewers of SVG.
+inline const std::string gap = "&#160;&#160;";
 
 inline std::string in_bold(const std::string &text)
 {
     return "<b>" + graphviz::escaped(text) + "</b>";
+}
+
+/// In bold, with text after it.
+inline std::string as_heading(const std::string &text)
+{
+    return "<b>" + graphviz::escaped(text) + gap + "</b>";
 }
 
 inline std::string in_colour(const std::string &colour, const std::string &html)
