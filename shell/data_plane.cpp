@@ -83,9 +83,8 @@ std::string from_to(const vok_cp_sim_header_t &h)
     return to_text(h.ip_version, h.src_addr, h.src_port) + " -> " + to_text(h.ip_version, h.dst_addr, h.dst_port);
 }
 
-std::string header_text(const data_plane::object &object)
+std::string header_text(const vok_cp_sim_header_t &h, std::uint32_t path_mtu)
 {
-    const vok_cp_sim_header_t &h = object.header;
     if (h.ip_version == 0)
         return h.l2tp_session_id != 0      ? "session " + std::to_string(h.l2tp_session_id)
                : h.l2tp_connection_id != 0 ? "control connection " + std::to_string(h.l2tp_connection_id)
@@ -93,9 +92,19 @@ std::string header_text(const data_plane::object &object)
     std::string text = protocol_name(h.protocol);
     if (h.ttl != 0)
         text += (h.ip_version == 4 ? ", ttl " : ", hop limit ") + std::to_string(h.ttl);
-    if (object.path_mtu != 0)
-        text += ", path mtu " + std::to_string(object.path_mtu);
+    if (path_mtu != 0)
+        text += ", path mtu " + std::to_string(path_mtu);
     return text;
+}
+
+std::string header_text(const data_plane::object &object)
+{
+    return header_text(object.header, object.path_mtu);
+}
+
+std::string whole_header_text(const vok_cp_sim_header_t &header, std::uint32_t path_mtu)
+{
+    return from_to(header) + ", " + header_text(header, path_mtu) + ", vrf " + std::to_string(header.vrf_id);
 }
 
 std::string ovlin_flow_text(std::uint32_t id)
@@ -132,4 +141,16 @@ std::string destination_text(const vok_bind_record &r)
 std::string handle_text(std::uint64_t handle)
 {
     return hex(handle, 0);
+}
+
+std::string to_text(const data_plane::object &object)
+{
+    const std::string text = std::string(kind_name(object.kind)) + " " + handle_text(object.handle);
+    return object.header.ip_version == 0 ? text : text + " (" + from_to(object.header) + ")";
+}
+
+std::string to_text(const vok_bind_record &binding)
+{
+    return bind_kind_text(binding) + " " + direction_text(binding) + " " + source_text(binding) + " -> " +
+           destination_text(binding);
 }

@@ -45,8 +45,12 @@ const char *kind_name(vok_cp_sim_kind_t kind);
 /// "192.0.2.1:2152 -> 198.51.100.7:2152", without ports where the protocol has none.
 std::string from_to(const vok_cp_sim_header_t &header);
 
-/// What an object matches or sends, its addresses aside: "UDP, ttl 64", "control connection 1001", or nothing.
+/// What a header has beside its addresses: "UDP, ttl 64", "control connection 1001", or nothing.
+std::string header_text(const vok_cp_sim_header_t &header, std::uint32_t path_mtu);
 std::string header_text(const data_plane::object &object);
+
+/// Both, and the routing instance: "192.0.2.1 -> 198.51.100.7, L2TPv3, ttl 64, vrf 0".
+std::string whole_header_text(const vok_cp_sim_header_t &header, std::uint32_t path_mtu);
 
 /// "ovlin 0x00200005 (pcep 2, session 5)"
 std::string ovlin_flow_text(std::uint32_t flow_id);
@@ -63,3 +67,9 @@ std::string destination_text(const vok_bind_record &binding);
 
 /// "0x100000001"
 std::string handle_text(std::uint64_t handle);
+
+/// "IPv4 egress 0x100000002 (192.0.2.1:2152 -> 198.51.100.7:2152)"
+std::string to_text(const data_plane::object &object);
+
+/// "ID2F EGRESS ovlin 0x00100001 (pcep 1, session 1) -> 0x100000002"
+std::string to_text(const vok_bind_record &binding);

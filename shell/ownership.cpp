@@ -1,7 +1,6 @@
 #include "ownership.h"
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 
 #include "zel_core_term/zel_l2tp_session.h"
@@ -27,7 +26,7 @@ ownership::ownership(const ledger &known, const data_plane &plane) : known_(know
         if (handle == 0)
             return;
         if (handles.contains(handle))
-            objects_.emplace(handle, who);
+            holders_[handle].push_back(who);
         else
             dangling_.push_back({who, field, handle});
     };
@@ -43,54 +42,34 @@ ownership::ownership(const ledger &known, const data_plane &plane) : known_(know
         holds(who, "ingress flow", l2tp_session_table[i].ingress_flow_handle);
         holds(who, "egress flow", l2tp_session_table[i].egress_flow_handle);
     }
-    for (const std::uint32_t id : known_.udp_sessions) {
-        std::vector<std::uint64_t> read;
-        vok_cp_sim_observe(
-            [](void *context, const vok_cp_sim_call_t *call) {
-                if (call->handle != 0 && std::strstr(call->operation, "stat") != nullptr &&
-                    std::strstr(call->operation, "vok_ip") != nullptr)
-                    static_cast<std::vector<std::uint64_t> *>(context)->push_back(call->handle);
-                return vok_cp_sim_answer_t{};
-            },
-            &read);
-        zel_core_term_udp_session_cfg_t cfg{};
-        zel_core_term_udp_session_cfg_get(id, &cfg);
-        zel_udp_session_ipv4_stats_t ipv4;
-        zel_udp_session_ipv6_stats_t ipv6;
-        if (cfg.ip_version == 4)
-            zel_udp_session_get_stats(id, &ipv4);
-        else
-            zel_ipv6_udp_session_get_stats(id, &ipv6);
-        for (const std::uint64_t handle : read)
-            holds({owner::kind::udp_session, id}, "association", handle);
+    for (const auto &[id, session] : known_.udp_sessions) {
+        const owner who{owner::kind::udp_session, id};
+        holds(who, "ingress association", session.ingress_handle);
+        holds(who, "egress association", session.egress_handle);
     }
-    vok_cp_sim_observe(nullptr, nullptr);
+    for (auto &[handle, who] : holders_)
+        std::ranges::sort(who);
+}
+
+std::vector<owner> ownership::holders(std::uint64_t handle) const
+{
+    const auto found = holders_.find(handle);
+    return found != holders_.end() ? found->second : std::vector<owner>{};
 }
 
 std::vector<owner> ownership::of(const data_plane::object &object) const
 {
-    std::vector<owner> owners;
-    const auto [first, last] = objects_.equal_range(object.handle);
-    for (auto it = first; it != last; ++it)
-        owners.push_back(it->second);
-    std::ranges::sort(owners);
-    owners.erase(std::unique(owners.begin(), owners.end()), owners.end());
-    return owners;
+    return holders(object.handle);
 }
 
 std::vector<owner> ownership::of(const data_plane::binding &binding) const
 {
     const auto &r = binding.record;
-    const auto of_handle = [&](std::uint64_t handle) {
-        return of(data_plane::object{handle, VOK_CP_SIM_IPV4_INGRESS, {}, {}, 0});
-    };
     if (r.srcFlowHandle != 0)
-        return of_handle(r.srcFlowHandle);
+        return holders(r.srcFlowHandle);
     // An ID2F binding: of those that hold the destination, the one whose flow it is.
-    for (const owner &who : of_handle(r.destFlowHandle)) {
-        const bool is_udp = who.what == owner::kind::udp_session && (r.srcFlowID & 0xFFFFF) == who.id;
-        const bool is_l2tp = who.what != owner::kind::udp_session && (r.srcFlowID & 0xFFFFF) == who.id;
-        if (is_udp || is_l2tp)
+    for (const owner &who : holders(r.destFlowHandle)) {
+        if ((r.srcFlowID & 0xFFFFF) == who.id)
             return {who};
     }
     return {};

@@ -30,18 +30,21 @@ struct dangling_handle {
 
 class ownership {
 public:
-    /// Reads the library's tables. Those of UDP sessions are not public: the handles are taken from the data-plane calls
-    /// that reading a session's counters makes, so the caller keeps its own observers and events out of the way.
+    /// Reads the library's public tables. That of UDP sessions is not public; the ledger has what is in it.
     ownership(const ledger &known, const data_plane &plane);
 
-    /// In order, without duplicates; empty when no table entry owns it.
+    /// In order; empty when no table entry owns it.
     std::vector<owner> of(const data_plane::object &object) const;
     std::vector<owner> of(const data_plane::binding &binding) const;
 
     const std::vector<dangling_handle> &dangling() const { return dangling_; }
 
 private:
-    std::multimap<std::uint64_t, owner> objects_; ///< by handle
+    std::vector<owner> holders(std::uint64_t handle) const;
+    bool sends(const owner &who, std::uint32_t ovlin_flow_id) const;
+    bool leads_to(const owner &who, std::uint64_t handle) const;
+
     const ledger &known_;
+    std::map<std::uint64_t, std::vector<owner>> holders_; ///< by handle
     std::vector<dangling_handle> dangling_;
 };

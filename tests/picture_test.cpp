@@ -86,7 +86,8 @@ protected:
         cfg.local_port = static_cast<std::uint16_t>(id);
         cfg.remote_port = 2152;
         ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 46, 0), 0u);
-        known_.udp_sessions.insert(id);
+        const data_plane plane = data_plane::now();
+        known_.udp_sessions[id] = {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle};
     }
 
     static void add_connection(std::uint32_t id)
