@@ -1,0 +1,288 @@
+// What the pictures show, by their .dot form, which is what Graphviz has drawn.
+#include "picture.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "graphviz.h"
+#include "ladder_rows.h"
+#include "owner_groups.h"
+#include "zel_core_term/zel_core_term.h"
+
+namespace {
+
+constexpr char red[] = "color=\"#c62828\"";
+
+bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+class picture_test : public testing::Test {
+protected:
+    picture_test()
+    {
+        std::filesystem::create_directory(folder_);
+        vok_cp_sim_reset();
+        l2tp_control_ingress_interface = 0;
+        EXPECT_EQ(zel_core_term_start(), 0u);
+    }
+
+    ~picture_test() override
+    {
+        zel_core_term_stop();
+        vok_cp_sim_reset();
+        std::filesystem::remove_all(folder_);
+    }
+
+    std::string path(const std::string &name) const { return folder_ + "/" + name; }
+
+    static std::string content(const std::string &file)
+    {
+        std::ifstream in(file);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+
+    std::string data_plane_dot() const
+    {
+        const data_plane plane = data_plane::now();
+        draw_data_plane(plane, ownership(known_, plane), path("plane.dot"));
+        return content(path("plane.dot"));
+    }
+
+    std::string ladder_dot(const operation_record &operation) const
+    {
+        draw_ladder(operation, path("ladder.dot"));
+        return content(path("ladder.dot"));
+    }
+
+    /// The statement of a node or an edge: its name and what is in brackets.
+    static std::string statement(const std::string &dot, const std::string &name)
+    {
+        const std::size_t start = dot.find("\t" + name + "\t[");
+        EXPECT_NE(start, std::string::npos) << "no " << name;
+        return start == std::string::npos ? "" : dot.substr(start, dot.find("];", start) - start);
+    }
+
+    /// The title of the cluster that holds a node.
+    static std::string title_around(const std::string &dot, const std::string &node)
+    {
+        const std::size_t at = dot.find("\t" + node + "\t["), cluster = dot.rfind("subgraph", at);
+        const std::size_t title = dot.find("<b>", cluster) + 3;
+        return title < at ? dot.substr(title, dot.find("</b>", title) - title) : "none";
+    }
+
+    void add_udp(std::uint32_t id)
+    {
+        zel_core_term_udp_session_cfg_t cfg{};
+        cfg.ip_version = 4;
+        inet_pton(AF_INET, "192.0.2.1", cfg.local_addr);
+        inet_pton(AF_INET, "198.51.100.7", cfg.remote_addr);
+        cfg.local_port = static_cast<std::uint16_t>(id);
+        cfg.remote_port = 2152;
+        ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 46, 0), 0u);
+        const data_plane plane = data_plane::now();
+        known_.udp_sessions[id] = {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle};
+    }
+
+    static void add_connection(std::uint32_t id)
+    {
+        zel_core_term_l2tp_control_connection_cfg_t cfg{};
+        inet_pton(AF_INET, "192.0.2.1", cfg.local_addr);
+        inet_pton(AF_INET, "198.51.100.7", cfg.remote_addr);
+        ASSERT_EQ(zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, 0), 0u);
+    }
+
+    static std::string quoted(std::uint64_t handle) { return "\"" + handle_text(handle) + "\""; }
+
+    ledger known_;
+    std::string folder_ = testing::TempDir() + "zel_pictures";
+};
+
+recorded_call call(const std::string &operation, std::uint32_t status = 0)
+{
+    return {operation,   "0x100000001", 0,    status, status == 0 ? "success" : "no such binding",
+            status == 0, false,         1500, false};
+}
+
+operation_record operation(std::vector<std::variant<trace_event, recorded_call>> course)
+{
+    return {"udp add 1", "udp add 1", 3, std::move(course), 0, "success", 2'000'000};
+}
+
+TEST_F(picture_test, WhatNobodyOwnsIsRedAndWhatASessionOwnsIsInItsCluster)
+{
+    add_udp(1);
+    add_udp(2);
+    known_.udp_sessions.erase(2); // the second one's objects are then owned by nobody
+    const data_plane plane = data_plane::now();
+    const std::string owned = quoted(plane.objects[0].handle), orphan = quoted(plane.objects[2].handle);
+
+    const std::string dot = data_plane_dot();
+    EXPECT_EQ(title_around(dot, owned), "UDP session 1");
+    EXPECT_EQ(title_around(dot, orphan), "owned by nobody");
+    EXPECT_EQ(statement(dot, owned).find(red), std::string::npos);
+    EXPECT_NE(statement(dot, orphan).find(red), std::string::npos);
+    EXPECT_NE(dot.find("owned by nobody: 2 of the objects, 2 of the bindings"), std::string::npos);
+
+    const std::string owned_binding =
+        statement(dot, "\"ovlin 0x00100001 (pcep 1, session 1)\" -> " + quoted(plane.objects[1].handle));
+    EXPECT_NE(owned_binding.find("label=<ID2F EGRESS, dscp 46>"), std::string::npos) << owned_binding;
+    EXPECT_EQ(owned_binding.find(red), std::string::npos);
+    EXPECT_NE(statement(dot, orphan + " -> \"ovlin 0x00200002 (pcep 2, session 2)\"").find(red), std::string::npos);
+}
+
+TEST_F(picture_test, SharedAssociationsAndDanglingHandlesAreWithTheirOwners)
+{
+    add_connection(1);
+    add_connection(2);
+    ASSERT_EQ(zel_core_term_l2tp_session_add(26, 0, 3, 101, 50001, 1, 100, 0), 0u);
+    const l2tp_session_entry session = l2tp_session_table[100 - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN];
+    for (const auto &binding : data_plane::now().bindings) {
+        vok_bind_record record = binding.record;
+        if (record.srcFlowHandle == session.ingress_flow_handle) {
+            ASSERT_EQ(vok_unbind(VOK_CP_SIM_INSTANCE, &record), 0u);
+        }
+    }
+    ASSERT_EQ(vok_l2tpv3_ingress_flow_delete(VOK_CP_SIM_L2TPV3_FLOW_TYPE, session.ingress_flow_handle), 0u);
+
+    const std::string dot = data_plane_dot();
+    const std::string egress = quoted(l2tp_control_table[1].ipv4_egress_association_handle);
+    EXPECT_EQ(title_around(dot, egress), "shared by L2TP connections 1, 2");
+    EXPECT_EQ(title_around(dot, quoted(l2tp_control_ingress_interface)), "the library");
+    EXPECT_EQ(title_around(dot, quoted(session.egress_flow_handle)), "L2TP session 100");
+    EXPECT_NE(statement(dot, quoted(session.egress_flow_handle) + " -> " + egress).find("F2F EGRESS, dscp 26"),
+              std::string::npos);
+    const std::string dangling =
+        statement(dot, "\"ingress flow " + handle_text(session.ingress_flow_handle) + " of L2TP session 100\"");
+    EXPECT_NE(dangling.find("not there"), std::string::npos) << dangling;
+    EXPECT_NE(dangling.find("dashed"), std::string::npos);
+}
+
+TEST_F(picture_test, ALargeDataPlaneIsDrawnInPartWithWhatNobodyOwnsFirst)
+{
+    EXPECT_NE(data_plane_dot().find("the data plane is empty"), std::string::npos);
+
+    for (std::uint32_t id = 1; id <= 1000; ++id)
+        add_udp(id);
+    known_.udp_sessions.erase(900);
+    const std::string dot = data_plane_dot();
+    EXPECT_NE(dot.find("left out of the picture: 1800 of the objects, 1800 of the bindings"), std::string::npos);
+    EXPECT_NE(dot.find("owned by nobody</b>"), std::string::npos);
+    EXPECT_NE(dot.find("<b>UDP session 99</b>"), std::string::npos);
+    EXPECT_EQ(dot.find("<b>UDP session 100</b>"), std::string::npos);
+}
+
+TEST_F(picture_test, GroupsAreTitledByAllTheirOwners)
+{
+    using enum owner::kind;
+    EXPECT_EQ((owner_group{{{l2tp_connection, 1}, {l2tp_connection, 2}, {l2tp_session, 50}}, {}, {}}.title()),
+              "shared by L2TP connections 1, 2 and L2TP session 50");
+    EXPECT_EQ((owner_group{{{udp_session, 7}}, {}, {}}.title()), "UDP session 7");
+}
+
+TEST_F(picture_test, FailuresAndUndosAreRedInALadder)
+{
+    recorded_call failed = call("vok_bind", 0x109), undo = call("vok_unbind"), slow = call("vok_bind");
+    failed.injected = true;
+    undo.is_undo = true;
+    slow.duration_ns = 100'000'001;
+    operation_record record =
+        operation({call("vok_ip_ingress_association_create"), failed,
+                   trace_event{"tn_zel_term:EXCEPTION", "", "GENERAL", "connect(): no such binding"}, undo, slow});
+    const std::string dot = ladder_dot(record);
+
+    const auto arrow = [&](int row) {
+        const std::string name = "call " + std::to_string(row);
+        return statement(dot, "\"" + name + ", tail\" -> \"" + name + ", head\"");
+    };
+    EXPECT_EQ(arrow(1).find(red), std::string::npos) << arrow(1);
+    EXPECT_NE(arrow(2).find(red), std::string::npos) << arrow(2);
+    EXPECT_NE(arrow(4).find(red), std::string::npos) << arrow(4);
+    EXPECT_EQ(arrow(5).find(red), std::string::npos) << arrow(5);
+    EXPECT_NE(statement(dot, "\"answer 2\"").find("injected fault"), std::string::npos);
+    EXPECT_NE(statement(dot, "\"step 3\"").find(red), std::string::npos);
+    EXPECT_NE(statement(dot, "\"call 4\"").find("undo: vok_unbind"), std::string::npos);
+    EXPECT_NE(statement(dot, "\"answer 5\"").find("100 ms, slow"), std::string::npos);
+    EXPECT_EQ(statement(dot, "result").find(red), std::string::npos);
+    record.result = 13;
+    EXPECT_NE(statement(ladder_dot(record), "result").find(red), std::string::npos);
+}
+
+TEST_F(picture_test, AStepStandsBesideTheCallThatItAnnounces)
+{
+    const operation_record record =
+        operation({trace_event{"tn_zel_term:FN_ENTER", "", "", "add()"},
+                   trace_event{"tn_zel_term:API_CALL", "", "", "bind_ipv4(): id=1: vok_bind(F2F, INGRESS)"},
+                   call("vok_bind"), call("vok_bind")});
+    const std::vector<ladder_row> rows = rows_of(record, 100);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0].step->text, "bind_ipv4()");
+    EXPECT_NE(rows[0].call, nullptr);
+    EXPECT_FALSE(rows[1].step);
+}
+
+TEST_F(picture_test, ALongLadderKeepsItsEndsAndItsFailures)
+{
+    std::vector<std::variant<trace_event, recorded_call>> course(1000, call("vok_bind"));
+    course[500] = call("vok_bind", 0x108);
+    const operation_record record = operation(course);
+    const std::vector<ladder_row> rows = rows_of(record, 100);
+    ASSERT_EQ(rows.size(), 25u + 1 + 1 + 1 + 25);
+    EXPECT_EQ(rows[25].left_out, 475u);
+    EXPECT_EQ(rows[26].call->status, 0x108u);
+    EXPECT_EQ(rows[27].left_out, 474u);
+
+    std::ranges::fill(course, call("vok_bind", 0x108));
+    const operation_record all_failed = operation(course);
+    const auto kept = rows_of(all_failed, 100);
+    EXPECT_EQ(std::ranges::count(kept, 0u, &ladder_row::left_out), 100);
+}
+
+TEST_F(picture_test, TextsFromElsewhereAreShownAsTheyAre)
+{
+    EXPECT_EQ(graphviz::escaped("a <b> & \"c\" \\N"), "a &lt;b&gt; &amp; &quot;c&quot; \\&#8203;N");
+    EXPECT_EQ(graphviz::escaped("µ \xff\x01\tend\xe2\x82"), "µ ?  end??");
+
+    operation_record record = operation({});
+    record.line = "udp add 1 --local [::1]:1 <\"\\N\\l & \xff> " + std::string(5000, 'x');
+    const std::string dot = ladder_dot(record);
+    EXPECT_NE(dot.find("--local [::1]:1 &lt;&quot;\\&#8203;N\\&#8203;l &amp; ?&gt;"), std::string::npos);
+    draw_ladder(record, path("ladder.svg"));
+    EXPECT_PRED2(contains, content(path("ladder.svg")), "[::1]:1 &lt;&quot;\\\u200bN\\\u200bl &amp; ?&gt;");
+}
+
+TEST_F(picture_test, TheExtensionNamesTheFormat)
+{
+    const operation_record record = operation({call("vok_bind")});
+    for (const auto &[name, start] : {std::pair("a.svg", "<?xml"), {"a.png", "\x89PNG"}, {"a.pdf", "%PDF"}}) {
+        draw_ladder(record, path(name));
+        EXPECT_TRUE(content(path(name)).starts_with(start)) << name;
+    }
+}
+
+TEST_F(picture_test, WhatCannotBeWrittenIsRefusedAndLeavesNoFile)
+{
+    const auto error = [](const std::string &file) -> std::string {
+        try {
+            draw_ladder(operation({}), file);
+        } catch (const std::runtime_error &wrong) {
+            return wrong.what();
+        }
+        return "none";
+    };
+    for (const char *name : {"a.gif", "a", "svg", ".svg", "a.SVG", "a.svg.bak"})
+        EXPECT_EQ(error(path(name)),
+                  "'" + path(name) + "' is not named as a picture: expected .svg, .png, .pdf or .dot at its end");
+    EXPECT_EQ(error(path("no/a.svg")), path("no/a.svg") + ": cannot be written: No such file or directory");
+    std::filesystem::create_directory(path("folder.svg"));
+    EXPECT_EQ(error(path("folder.svg")), path("folder.svg") + ": cannot be written: Is a directory");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
+}
+
+} // namespace
