@@ -7,13 +7,6 @@
 
 namespace {
 
-/// The command that the line named as far as it was understood.
-const CLI::App &innermost(const CLI::App &app)
-{
-    const std::vector<CLI::App *> parsed = app.get_subcommands();
-    return parsed.empty() ? app : innermost(*parsed.front());
-}
-
 std::string first_word(const std::string &line)
 {
     std::string word;
@@ -33,7 +26,6 @@ commands::commands(std::ostream &out, bool strict, bool shows_progress)
 
 void commands::add_all(CLI::App &app, line_options &options)
 {
-    app.require_subcommand(1);
     add_library_commands(app, options);
     add_udp_commands(app, options);
     add_l2tp_commands(app, options);
@@ -53,28 +45,17 @@ void commands::execute(const std::string &line, int line_number)
     if (first != "expect")
         out_.forget();
 
-    CLI::App app;
+    const std::shared_ptr<CLI::App> parser = new_parser();
     line_options options;
-    add_all(app, options);
-    try {
-        app.parse(line);
-        if (!changed_by_.empty())
-            audit_.after("line " + std::to_string(line_number) + ": " + changed_by_, known_, data_plane::now());
-        if (first != "save")
-            scenario_.push_back(line);
-    } catch (const CLI::CallForHelp &) {
-        const CLI::App &command = innermost(app);
-        if (const std::vector<std::string> rest = app.remaining(true); !rest.empty())
-            throw bad_line(unknown_command(command, rest.front()));
-        show_help(command);
-    } catch (const CLI::ParseError &wrong) {
-        const CLI::App &command = innermost(app);
-        if (const std::vector<std::string> rest = app.remaining(true); !rest.empty())
-            throw bad_line(unknown_command(command, rest.front()));
-        throw bad_line(command.get_require_subcommand_min() == 0
-                           ? wrong.what()
-                           : "a command is missing; expected " + names_of_commands(command));
+    add_all(*parser, options);
+    if (const CLI::App *asked = parse_line(*parser, line)) {
+        out_ << help_text(*asked);
+        return;
     }
+    if (!changed_by_.empty())
+        audit_.after("line " + std::to_string(line_number) + ": " + changed_by_, known_, data_plane::now());
+    if (first != "save")
+        scenario_.push_back(line);
 }
 
 std::uint32_t commands::record(const std::string &name, const std::function<std::uint32_t()> &operation)
@@ -130,8 +111,8 @@ void commands::finish() const
 
 std::vector<std::string> commands::choices_after(const std::vector<std::string> &words)
 {
-    CLI::App app;
+    const std::shared_ptr<CLI::App> parser = new_parser();
     line_options options;
-    add_all(app, options);
-    return ::choices_after(app, options, words);
+    add_all(*parser, options);
+    return ::choices_after(*parser, options, words);
 }

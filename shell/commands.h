@@ -18,7 +18,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 /// A line that cannot be carried out as it is written, in which case nothing was done, or an expectation that does not
 /// hold.
@@ -78,7 +79,6 @@ private:
     void expect_result(std::uint32_t code);
     void expect_unchanged();
     void expect_event(const std::string &name, const std::string &text);
-    void show_help(const CLI::App &asked);
     void show_udp_sessions();
     void show_calls(bool with_durations);
     void note_udp_session(std::uint32_t id);

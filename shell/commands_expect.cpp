@@ -26,15 +26,15 @@ std::string came_of(const operation_record &last)
 
 void commands::add_expect_commands(CLI::App &app, line_options &o)
 {
-    add_command(app, "mark", "remember the data plane for 'expect unchanged'", "mark")->callback([this] {
+    on_run(add_command(app, "mark", "remember the data plane for 'expect unchanged'", "mark"), [this] {
         mark_ = data_plane::now();
         out_ << "marked: " << mark_->counts() << '\n';
     });
 
     CLI::App *expect = add_command(app, "expect", "fail unless the last operation's result is that", "expect 13");
-    expect->add_option("RESULT", o.text, "result code, as 13");
-    expect->callback([this, &o, expect] {
-        if (!expect->get_subcommands().empty())
+    add_text(expect, "RESULT", o.text, "result code, as 13");
+    on_run(expect, [this, &o, expect] {
+        if (names_inner_command(expect))
             return;
         const std::optional<std::uint32_t> code = parse_number(o.text);
         if (!code)
@@ -44,7 +44,7 @@ void commands::add_expect_commands(CLI::App &app, line_options &o)
 
     const auto add_state = [&](const std::string &name, const std::string &meaning, bool (*holds)(const data_plane &),
                                const std::string &then) {
-        add_command(*expect, name, meaning, "expect " + name)->callback([this, name, holds, then] {
+        on_run(add_command(*expect, name, meaning, "expect " + name), [this, name, holds, then] {
             const data_plane plane = data_plane::now();
             if (!holds(plane))
                 throw bad_line("expected " + name + ", and the data plane holds " + plane.counts());
@@ -57,8 +57,8 @@ void commands::add_expect_commands(CLI::App &app, line_options &o)
 
     const auto add_count = [&](const std::string &name, const std::string &meaning, std::size_t (*count)(commands &)) {
         CLI::App *command = add_command(*expect, name, meaning, "expect " + name + " 0");
-        add_number(command, "COUNT", o.count, "how many")->required();
-        command->callback([this, &o, name, count] {
+        required(add_number(command, "COUNT", o.count, "how many"));
+        on_run(command, [this, &o, name, count] {
             const std::size_t came = count(*this);
             if (came != o.count)
                 throw bad_line("expected " + name + " " + std::to_string(o.count) + ", and there are " +
@@ -73,14 +73,14 @@ void commands::add_expect_commands(CLI::App &app, line_options &o)
     add_count("audit", "fail unless the audit finds so many things wrong",
               [](commands &self) { return self.audit_.count(); });
 
-    add_command(*expect, "unchanged", "fail unless the data plane is as it was at the mark", "expect unchanged")
-        ->callback([this] { expect_unchanged(); });
+    on_run(add_command(*expect, "unchanged", "fail unless the data plane is as it was at the mark", "expect unchanged"),
+           [this] { expect_unchanged(); });
 
     CLI::App *shown =
         add_command(*expect, "shown", "fail unless the last command that is no expectation showed that text",
                     "expect shown \"packet ends at\"");
-    shown->add_option("TEXT", o.text, "a part of it, without line ends")->required();
-    shown->callback([this, &o] {
+    required(add_text(shown, "TEXT", o.text, "a part of it, without line ends"));
+    on_run(shown, [this, &o] {
         if (out_.kept().find(o.text) == std::string::npos)
             throw bad_line("expected \"" + o.text + "\", and what was shown is\n" + out_.kept());
         out_ << "that was shown\n";
@@ -89,8 +89,8 @@ void commands::add_expect_commands(CLI::App &app, line_options &o)
     CLI::App *event = add_command(*expect, "event", "fail unless the last operation fired such an event",
                                   "expect event tn_zel_init:EXCEPTION \"udp_session_connect_ul\"");
     add_choice(event, o, "NAME", o.event, "provider and event", names_of_events());
-    event->add_option("TEXT", o.text, "that its message contains");
-    event->callback([this, &o] { expect_event(o.event, o.text); });
+    add_text(event, "TEXT", o.text, "that its message contains");
+    on_run(event, [this, &o] { expect_event(o.event, o.text); });
 }
 
 void commands::expect_result(std::uint32_t code)

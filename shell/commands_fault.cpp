@@ -31,40 +31,39 @@ void commands::add_fault_commands(CLI::App &app, line_options &o)
     add_choice(fault_command, o, "FUNCTION", o.injected.call, "a data-plane function, or the session-type hook",
                functions_that_can_fail());
     CLI::Option *nth = add_number(fault_command, "--nth", o.injected.nth, "which call from now, the next being 1");
-    nth->capture_default_str();
+    with_default(nth);
     CLI::Option *status = add_number(fault_command, "--status", o.injected.status,
                                      "what the call answers, not 0; default " + std::to_string(default_status) +
                                          ", or success with --ticks");
-    fault_command->add_flag("--after-effect", o.injected.after_effect, "it fails having taken effect");
-    fault_command->add_flag("--every", o.injected.every, "every call from that one on");
+    add_flag(fault_command, "--after-effect", o.injected.after_effect, "it fails having taken effect");
+    add_flag(fault_command, "--every", o.injected.every, "every call from that one on");
     CLI::Option *ticks = add_number(fault_command, "--ticks", o.ticks,
                                     "it takes at least so many ticks; more than 25600000 are reported as slow");
-    fault_command->callback([this, &o, status, ticks] {
+    on_run(fault_command, [this, &o, status, ticks] {
         fault f = o.injected;
         f.ticks = o.ticks;
         f.line_number = line_number_;
         const bool is_hook = f.call == session_type_hook;
         if (f.nth == 0)
             throw bad_line("--nth: the next call is 1");
-        if (*status && f.status == 0)
+        if (is_given(status) && f.status == 0)
             throw bad_line("--status: 0 is success");
-        if (is_hook && (*ticks || f.after_effect))
+        if (is_hook && (is_given(ticks) || f.after_effect))
             throw bad_line("the session-type hook takes --status, --nth and --every only");
-        if (!*status && (f.after_effect || !*ticks))
+        if (!is_given(status) && (f.after_effect || !is_given(ticks)))
             f.status = default_status;
         faults_.add(f);
         out_ << f.call << ": " << which_calls(f) << " " << what_it_does(f) << '\n';
     });
 
-    CLI::App *list = app.add_subcommand("faults", "the faults that were asked for, and how often they acted");
-    list->footer("example: faults clear");
+    CLI::App *list = add_command(app, "faults", "the faults that were asked for, and how often they acted", "faults");
     CLI::App *clear = add_command(*list, "clear", "forget them", "faults clear");
-    clear->callback([this] {
+    on_run(clear, [this] {
         faults_.clear();
         out_ << "no faults\n";
     });
-    list->callback([this, list] {
-        if (!list->get_subcommands().empty())
+    on_run(list, [this, list] {
+        if (names_inner_command(list))
             return;
         text_table table{{"function", "which", "what", "calls seen", "acted on"}};
         for (const fault &f : faults_.all())

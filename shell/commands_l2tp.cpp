@@ -69,24 +69,24 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
     CLI::App *group = add_group(l2tp, "connection", "L2TPv3 control connections");
     const auto add_id = [&](CLI::App *command) {
         CLI::Option *id = add_number(command, "ID", o.id, "the control connection");
-        id->required();
+        required(id);
         o.choices[id] = ids_of(known_.connections);
     };
 
     CLI::App *add = add_command(*group, "add", "add a control connection",
                                 "l2tp connection add 1 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1001 "
                                 "--pcep 3 --rat-session 11 --dscp 48");
-    add_number(add, "ID", o.id, "tn_ovlin_session_id, 0 to 48")->required();
+    required(add_number(add, "ID", o.id, "tn_ovlin_session_id, 0 to 48"));
     add_ipv4(add, "--local", o.local, "local IPv4 address");
     add_ipv4(add, "--remote", o.remote, "the peer's IPv4 address");
-    add_number(add, "--connection-id", o.connection_id, "L2TPv3 control connection id")->required();
-    add_number(add, "--pcep", o.pcep, "PCEP id of its ovlin flows")->required();
-    add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id")->required();
-    add_number(add, "--dscp", o.dscp, "DSCP of the sent control messages", 255)->capture_default_str();
-    add_number(add, "--vrf", o.vrf, "routing instance")->capture_default_str();
-    add_number(add, "--ttl", o.ttl, "TTL of the sent packets", 255)->capture_default_str();
-    add->add_flag("--session-type", o.session_type, "set the session type of the PCEP first");
-    add->callback([this, &o] {
+    required(add_number(add, "--connection-id", o.connection_id, "L2TPv3 control connection id"));
+    required(add_number(add, "--pcep", o.pcep, "PCEP id of its ovlin flows"));
+    required(add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id"));
+    with_default(add_number(add, "--dscp", o.dscp, "DSCP of the sent control messages", 255));
+    with_default(add_number(add, "--vrf", o.vrf, "routing instance"));
+    with_default(add_number(add, "--ttl", o.ttl, "TTL of the sent packets", 255));
+    add_flag(add, "--session-type", o.session_type, "set the session type of the PCEP first");
+    on_run(add, [this, &o] {
         ledger::connection c{{}, o.pcep, o.rat_session, static_cast<std::uint8_t>(o.dscp), o.session_type};
         set_address(c.cfg.local_addr, o.local);
         set_address(c.cfg.remote_addr, o.remote);
@@ -106,12 +106,12 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
     CLI::Option *pcep = add_number(remove, "--pcep", o.pcep, "PCEP id, if not the one that it was added with");
     CLI::Option *rat_session =
         add_number(remove, "--rat-session", o.rat_session, "RAT-side ovlin session id, likewise");
-    remove->callback([this, &o, pcep, rat_session] {
+    on_run(remove, [this, &o, pcep, rat_session] {
         const auto known = known_.connections.find(o.id);
         const ledger::connection c = known != known_.connections.end() ? known->second : ledger::connection{};
         operate(connection_name("remove", o.id), [&] {
-            return zel_core_term_l2tp_control_connection_rem(o.id, *pcep ? o.pcep : c.pcep,
-                                                             *rat_session ? o.rat_session : c.rat_session);
+            return zel_core_term_l2tp_control_connection_rem(o.id, is_given(pcep) ? o.pcep : c.pcep,
+                                                             is_given(rat_session) ? o.rat_session : c.rat_session);
         });
         forget_removed();
     });
@@ -122,14 +122,14 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
     add_ipv4(modify, "--remote", o.remote, "the new peer's IPv4 address");
     CLI::Option *dscp =
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
-    modify->callback([this, &o, dscp] {
+    on_run(modify, [this, &o, dscp] {
         const auto known = known_.connections.find(o.id);
         if (known == known_.connections.end())
             throw bad_line("control connection " + std::to_string(o.id) + " was not added here");
         const ledger::connection old = known->second;
         ledger::connection c = old;
         set_address(c.cfg.remote_addr, o.remote);
-        if (*dscp)
+        if (is_given(dscp))
             c.dscp = static_cast<std::uint8_t>(o.dscp);
         std::vector<std::uint32_t> sessions;
         for (const auto &[id, control_connection] : known_.l2tp_sessions)
@@ -147,7 +147,7 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
         forget_removed();
     });
 
-    add_command(*group, "show", "the control connections", "l2tp connection show")->callback([this] {
+    on_run(add_command(*group, "show", "the control connections", "l2tp connection show"), [this] {
         text_table table{{"id", "peers", "vrf", "dscp", "L2TPv3 flow", "ingress", "egress"}};
         for (const auto &[id, c] : known_.connections) {
             const l2tp_control_entry &entry = l2tp_control_table[id];
@@ -168,17 +168,17 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
     CLI::App *add = add_command(*group, "add", "add a session to a control connection",
                                 "l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 "
                                 "--rat-session 101 --dscp 46");
-    add_number(add, "ID", o.id, "tn_ovlin_session_id_session, 48 to 336")->required();
+    required(add_number(add, "ID", o.id, "tn_ovlin_session_id_session, 48 to 336"));
     CLI::Option *carried_by = add_number(add, "--connection", o.connection, "the control connection that carries it");
-    carried_by->required();
+    required(carried_by);
     o.choices[carried_by] = ids_of(known_.connections);
-    add_number(add, "--local-session-id", o.local_session_id, "L2TPv3 session id of the received packets")->required();
-    add_number(add, "--pcep", o.pcep, "PCEP id of its ovlin flows")->required();
-    add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id")->required();
-    add_number(add, "--dscp", o.dscp, "DSCP of the sent packets", 255)->capture_default_str();
-    add->add_flag("--crc", o.crc, "the session's packets carry a CRC");
-    add->add_flag("--session-type", o.session_type, "set the session type of the PCEP first");
-    add->callback([this, &o] {
+    required(add_number(add, "--local-session-id", o.local_session_id, "L2TPv3 session id of the received packets"));
+    required(add_number(add, "--pcep", o.pcep, "PCEP id of its ovlin flows"));
+    required(add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id"));
+    with_default(add_number(add, "--dscp", o.dscp, "DSCP of the sent packets", 255));
+    add_flag(add, "--crc", o.crc, "the session's packets carry a CRC");
+    add_flag(add, "--session-type", o.session_type, "set the session type of the PCEP first");
+    on_run(add, [this, &o] {
         const std::uint32_t result = operate(session_name("add", o.id), [&] {
             return zel_core_term_l2tp_session_add(static_cast<std::uint8_t>(o.dscp), o.crc, o.pcep, o.rat_session,
                                                   o.local_session_id, o.connection, o.id, o.session_type);
@@ -192,20 +192,20 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
 
     CLI::App *remove = add_command(*group, "remove", "remove a session", "l2tp session remove 100");
     CLI::Option *id = add_number(remove, "ID", o.id, "the session");
-    id->required();
+    required(id);
     o.choices[id] = ids_of(known_.l2tp_sessions);
     CLI::Option *carrier =
         add_number(remove, "--connection", o.connection, "its control connection, if not the one that it was added to");
     o.choices[carrier] = ids_of(known_.connections);
-    remove->callback([this, &o, carrier] {
+    on_run(remove, [this, &o, carrier] {
         const auto known = known_.l2tp_sessions.find(o.id);
-        if (!*carrier && known != known_.l2tp_sessions.end())
+        if (!is_given(carrier) && known != known_.l2tp_sessions.end())
             o.connection = known->second;
         operate(session_name("remove", o.id), [&] { return zel_core_term_l2tp_session_rem(o.connection, o.id); });
         forget_removed();
     });
 
-    add_command(*group, "show", "the sessions", "l2tp session show")->callback([this] {
+    on_run(add_command(*group, "show", "the sessions", "l2tp session show"), [this] {
         text_table table{{"id", "connection", "sends for", "ends at", "dscp", "ingress flow", "egress flow"}};
         for (const auto &[session, control_connection] : known_.l2tp_sessions) {
             const l2tp_session_entry &entry = *session_entry(session);

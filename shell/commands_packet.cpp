@@ -30,9 +30,9 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
                                 "packet udp --from 198.51.100.7:2152 --to 192.0.2.1:2152");
     add_endpoint(udp, "--from", o.remote, "its source, IPv6 as [2001:db8::1]:2152");
     add_endpoint(udp, "--to", o.local, "its destination, of the same IP version");
-    add_number(udp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
-    add_number(udp, "--octets", o.octets, "its size")->capture_default_str();
-    udp->callback([this, &o] {
+    with_default(add_number(udp, "--vrf", o.vrf, "routing instance that it arrives in"));
+    with_default(add_number(udp, "--octets", o.octets, "its size"));
+    on_run(udp, [this, &o] {
         const endpoint from = parse_endpoint(o.remote), to = parse_endpoint(o.local);
         require_same_version("--from", from, "--to", to);
         const vok_cp_sim_header_t header = received(from, to, protocol_udp, o.vrf);
@@ -46,10 +46,10 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
     CLI::Option *session = add_number(l2tp, "--session", o.local_session_id, "the session id that it carries");
     CLI::Option *control_message = add_number(l2tp, "--connection", o.connection_id,
                                               "a control message: the control connection id that it carries");
-    add_number(l2tp, "--vrf", o.vrf, "routing instance that it arrives in")->capture_default_str();
-    add_number(l2tp, "--octets", o.octets, "its size")->capture_default_str();
-    l2tp->callback([this, &o, session, control_message] {
-        if (session->empty() == control_message->empty())
+    with_default(add_number(l2tp, "--vrf", o.vrf, "routing instance that it arrives in"));
+    with_default(add_number(l2tp, "--octets", o.octets, "its size"));
+    on_run(l2tp, [this, &o, session, control_message] {
+        if (is_given(session) == is_given(control_message))
             throw bad_line("--session or --connection is required, and not both");
         vok_cp_sim_header_t header = received(parse_ipv4(o.remote), parse_ipv4(o.local), protocol_l2tpv3, o.vrf);
         header.l2tp_session_id = o.local_session_id;
@@ -58,9 +58,7 @@ void commands::add_packet_commands(CLI::App &app, line_options &o)
     });
 
     CLI::App *send = add_command(app, "send", "an ovlin flow sends a packet", "send 1/1 --octets 300");
-    send->add_option("FLOW", o.flow, "ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)")
-        ->required()
-        ->check(readable_by(parse_flow));
-    add_number(send, "--octets", o.octets, "its size")->capture_default_str();
-    send->callback([this, &o] { out_ << "packet " << to_text(vok_cp_sim_send(parse_flow(o.flow), o.octets)) << '\n'; });
+    add_flow(send, "FLOW", o.flow, "ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)");
+    with_default(add_number(send, "--octets", o.octets, "its size"));
+    on_run(send, [this, &o] { out_ << "packet " << to_text(vok_cp_sim_send(parse_flow(o.flow), o.octets)) << '\n'; });
 }

@@ -3,33 +3,18 @@
 #include <fstream>
 
 #include "line_options.h"
-#include "text_table.h"
-
-namespace {
-
-/// All commands below `app` that do something, with their descriptions.
-void list_commands(text_table &list, const CLI::App &app)
-{
-    for (const CLI::App *command : app.get_subcommands(nullptr)) {
-        if (command->get_require_subcommand_min() == 0)
-            list.add({full_name(*command), command->get_description()});
-        list_commands(list, *command);
-    }
-}
-
-} // namespace
 
 void commands::add_shell_commands(CLI::App &app, line_options &o)
 {
     CLI::App *save_command =
         add_command(app, "save", "write the lines so far as a scenario, with the results other than 0 as expectations",
                     "save scenario.zel");
-    save_command->add_option("FILE", o.file, "a new file")->required();
-    save_command->callback([this, &o] { save(o.file); });
+    required(add_text(save_command, "FILE", o.file, "a new file"));
+    on_run(save_command, [this, &o] { save(o.file); });
 
     CLI::App *help = add_command(app, "help", "the commands, or the options of one", "help udp add");
-    help->add_option("COMMAND", o.command, "as in: help udp add");
-    help->callback([this, &app, &o] {
+    add_words(help, "COMMAND", o.command, "as in: help udp add");
+    on_run(help, [this, &app, &o] {
         CLI::App *asked = &app;
         for (const std::string &word : o.command) {
             CLI::App *below = command_below(*asked, word);
@@ -37,21 +22,10 @@ void commands::add_shell_commands(CLI::App &app, line_options &o)
                 throw bad_line(unknown_command(*asked, word));
             asked = below;
         }
-        show_help(*asked);
+        out_ << help_text(*asked);
     });
 
-    add_command(app, "quit", "end the shell", "quit")->callback([this] { wants_to_quit_ = true; });
-}
-
-void commands::show_help(const CLI::App &asked)
-{
-    if (asked.get_require_subcommand_min() == 0) {
-        out_ << asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal);
-        return;
-    }
-    text_table list{{"command", "what it does"}};
-    list_commands(list, asked);
-    out_ << list;
+    on_run(add_command(app, "quit", "end the shell", "quit"), [this] { wants_to_quit_ = true; });
 }
 
 /// A result that nobody expected so far goes into the scenario as an expectation.

@@ -56,18 +56,18 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     CLI::App *add = add_command(*group, "add", "add a session",
                                 "udp add 1 --local 192.0.2.1:2152 --remote 198.51.100.7:2152 --uplink-pcep 1 "
                                 "--downlink-pcep 2 --rat-session 5 --dscp 46");
-    add_number(add, "ID", o.id, "udp_session_id, 1 to 70000")->required();
+    required(add_number(add, "ID", o.id, "udp_session_id, 1 to 70000"));
     add_endpoint(add, "--local", o.local, "local address and UDP port, IPv6 as [2001:db8::1]:2152");
     add_endpoint(add, "--remote", o.remote, "remote address and UDP port, of the same IP version");
-    add_number(add, "--uplink-pcep", o.uplink_pcep, "PCEP id of the uplink ovlin flow")->required();
-    add_number(add, "--downlink-pcep", o.downlink_pcep, "PCEP id of the downlink ovlin flow")->required();
-    add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id")->required();
-    add_number(add, "--dscp", o.dscp, "DSCP of the uplink binding", 255)->capture_default_str();
-    add_number(add, "--vrf", o.vrf, "routing instance")->capture_default_str();
-    add_number(add, "--pmtu", o.pmtu, "path MTU in bytes: IPv6 only, low 16 bits")->capture_default_str();
-    add_number(add, "--ttl", o.ttl, "TTL or hop limit, 0: not given", 255)->capture_default_str();
-    add->add_flag("--session-type", o.session_type, "set the session type of the uplink PCEP first");
-    add->callback([this, &o] {
+    required(add_number(add, "--uplink-pcep", o.uplink_pcep, "PCEP id of the uplink ovlin flow"));
+    required(add_number(add, "--downlink-pcep", o.downlink_pcep, "PCEP id of the downlink ovlin flow"));
+    required(add_number(add, "--rat-session", o.rat_session, "RAT-side ovlin session id"));
+    with_default(add_number(add, "--dscp", o.dscp, "DSCP of the uplink binding", 255));
+    with_default(add_number(add, "--vrf", o.vrf, "routing instance"));
+    with_default(add_number(add, "--pmtu", o.pmtu, "path MTU in bytes: IPv6 only, low 16 bits"));
+    with_default(add_number(add, "--ttl", o.ttl, "TTL or hop limit, 0: not given", 255));
+    add_flag(add, "--session-type", o.session_type, "set the session type of the uplink PCEP first");
+    on_run(add, [this, &o] {
         zel_core_term_udp_session_cfg_t cfg = configuration(parse_endpoint(o.local), parse_endpoint(o.remote));
         cfg.vrf_id = o.vrf;
         cfg.pmtu = o.pmtu;
@@ -82,7 +82,7 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
 
     const auto add_id = [&](CLI::App *command) {
         CLI::Option *id = add_number(command, "ID", o.id, "the session");
-        id->required();
+        required(id);
         o.choices[id] = ids_of(known_.udp_sessions);
     };
     CLI::App *modify =
@@ -90,27 +90,28 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     add_id(modify);
     CLI::Option *pmtu = add_number(modify, "--pmtu", o.pmtu, "new path MTU in bytes, low 16 bits");
     CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new hop limit, 0: not given; after the path MTU", 255);
-    modify->callback([this, &o, pmtu, ttl] {
-        if (!*pmtu && !*ttl)
+    on_run(modify, [this, &o, pmtu, ttl] {
+        if (!is_given(pmtu) && !is_given(ttl))
             throw bad_line("--pmtu or --ttl is required");
-        if (*pmtu && operate(udp("modify", o.id) + " --pmtu", [&] {
-                         return zel_core_term_udp_session_modify_pmtu(o.id, o.pmtu);
-                     }) != ZEL_CORE_TERM_SUCCESS)
+        if (is_given(pmtu) && operate(udp("modify", o.id) + " --pmtu", [&] {
+                                  return zel_core_term_udp_session_modify_pmtu(o.id, o.pmtu);
+                              }) != ZEL_CORE_TERM_SUCCESS)
             return;
-        if (*ttl)
+        if (is_given(ttl))
             operate(udp("modify", o.id) + " --ttl",
                     [&] { return zel_core_term_udp_session_modify_ttl(o.id, static_cast<std::uint8_t>(o.ttl)); });
     });
 
     CLI::App *disconnect = add_command(*group, "disconnect", "remove a session's bindings", "udp disconnect 1");
     add_id(disconnect);
-    disconnect->callback(
-        [this, &o] { operate(udp("disconnect", o.id), [&] { return zel_core_term_udp_session_disconnect(o.id); }); });
+    on_run(disconnect, [this, &o] {
+        operate(udp("disconnect", o.id), [&] { return zel_core_term_udp_session_disconnect(o.id); });
+    });
 
     CLI::App *release =
         add_command(*group, "release", "delete a session's associations and free its id", "udp release 1");
     add_id(release);
-    release->callback([this, &o] {
+    on_run(release, [this, &o] {
         if (operate(udp("release", o.id), [&] { return zel_core_term_udp_session_release(o.id); }) ==
             ZEL_CORE_TERM_SUCCESS)
             known_.udp_sessions.erase(o.id);
@@ -118,32 +119,30 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
 
     CLI::App *stats = add_command(*group, "stats", "a session's counters", "udp stats 1 --fields");
     add_id(stats);
-    stats->add_flag("--fields", o.fields, "each field on a line of its own");
-    stats->callback([this, &o] {
+    add_flag(stats, "--fields", o.fields, "each field on a line of its own");
+    on_run(stats, [this, &o] {
         char text[512];
         operate(udp("stats", o.id),
                 [&] { return zel_core_term_udp_session_fmt_stats_get(o.id, text, sizeof text, o.fields); });
         out_ << text;
     });
 
-    add_command(*group, "free-id", "the lowest free id", "udp free-id")->callback([this] {
+    on_run(add_command(*group, "free-id", "the lowest free id", "udp free-id"), [this] {
         std::uint32_t id = 0;
         if (operate("udp free-id", [&] { return zel_core_term_udp_session_free_id_get(&id); }) == ZEL_CORE_TERM_SUCCESS)
             out_ << "lowest free id: " << id << '\n';
     });
 
-    add_command(*group, "show", "the sessions and their configuration", "udp show")->callback([this] {
-        show_udp_sessions();
-    });
+    on_run(add_command(*group, "show", "the sessions and their configuration", "udp show"),
+           [this] { show_udp_sessions(); });
 
     CLI::App *fill = add_command(*group, "fill", "add sessions under the lowest free ids until so many are in use",
                                  "udp fill 70000");
-    add_number(fill, "COUNT", o.count, "how many, at most 70000", ZEL_CORE_TERM_UDP_SESSION_ID_MAX)->required();
-    fill->callback([this, &o] { fill_udp_sessions(o.count); });
+    required(add_number(fill, "COUNT", o.count, "how many, at most 70000", ZEL_CORE_TERM_UDP_SESSION_ID_MAX));
+    on_run(fill, [this, &o] { fill_udp_sessions(o.count); });
 
-    add_command(*group, "clear", "disconnect and release all sessions", "udp clear")->callback([this] {
-        clear_udp_sessions();
-    });
+    on_run(add_command(*group, "clear", "disconnect and release all sessions", "udp clear"),
+           [this] { clear_udp_sessions(); });
 }
 
 /// Keeps the handles of a session's associations, which the library does not show but passes on when it is asked for

@@ -37,22 +37,22 @@ std::string mark_text(const recorded_call &call)
 
 void commands::add_view_commands(CLI::App &app, line_options &o)
 {
-    add_command(app, "objects", "the data plane's objects and bindings", "objects")->callback([this] {
-        show(out_, data_plane::now());
-    });
+    on_run(add_command(app, "objects", "the data plane's objects and bindings", "objects"),
+           [this] { show(out_, data_plane::now()); });
 
-    add_command(app, "audit", "what is wrong between the library's tables and the data plane, and who left it", "audit")
-        ->callback([this] { audit_.show(out_, data_plane::now()); });
+    on_run(add_command(app, "audit", "what is wrong between the library's tables and the data plane, and who left it",
+                       "audit"),
+           [this] { audit_.show(out_, data_plane::now()); });
 
     CLI::App *calls = add_command(app, "calls", "the data-plane calls of the last operation", "calls --durations");
-    calls->add_flag("--durations", o.durations, "with how long each took");
-    calls->callback([this, &o] { show_calls(o.durations); });
+    add_flag(calls, "--durations", o.durations, "with how long each took");
+    on_run(calls, [this, &o] { show_calls(o.durations); });
 
     const auto add_picture = [&](const std::string &name, const std::string &meaning, auto draw) {
         CLI::App *command = add_command(app, name, meaning, name + " " + name + ".svg");
-        command->add_option("FILE", o.file, "of which the extension tells the format: .svg, .png, .pdf or .dot")
-            ->required();
-        command->callback([this, &o, draw] {
+        required(
+            add_text(command, "FILE", o.file, "of which the extension tells the format: .svg, .png, .pdf or .dot"));
+        on_run(command, [this, &o, draw] {
             try {
                 draw(o.file);
             } catch (const std::runtime_error &wrong) {
@@ -70,7 +70,7 @@ void commands::add_view_commands(CLI::App &app, line_options &o)
 
     CLI::App *trace = add_command(app, "trace", "show each trace event as it fires, or stop to", "trace exceptions");
     add_choice(trace, o, "SWITCH", o.choice, "on, exceptions (those events only) or off", {"on", "exceptions", "off"});
-    trace->callback([this, &o] { shown_events_ = o.choice; });
+    on_run(trace, [this, &o] { shown_events_ = o.choice; });
 }
 
 void commands::show_calls(bool with_durations)

@@ -1,7 +1,92 @@
 #include "line_options.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <charconv>
+
+#include "text_table.h"
+
+namespace {
+
+/// The command that the line named as far as it was understood.
+const CLI::App &innermost(const CLI::App &app)
+{
+    const std::vector<CLI::App *> parsed = app.get_subcommands();
+    return parsed.empty() ? app : innermost(*parsed.front());
+}
+
+bool is_group(const CLI::App &app)
+{
+    return app.get_require_subcommand_min() > 0;
+}
+
+/// "udp add"
+std::string full_name(const CLI::App &command)
+{
+    const CLI::App *parent = command.get_parent();
+    const bool is_top = parent == nullptr || parent->get_parent() == nullptr;
+    return (is_top ? "" : full_name(*parent) + " ") + command.get_name();
+}
+
+/// All commands below `app` that do something, with their descriptions.
+void list_commands(text_table &list, const CLI::App &app)
+{
+    for (const CLI::App *command : app.get_subcommands(nullptr)) {
+        if (!is_group(*command))
+            list.add({full_name(*command), command->get_description()});
+        list_commands(list, *command);
+    }
+}
+
+/// Accepts what `parse` reads, and otherwise says what it says.
+template <typename Parse> CLI::Validator readable_by(Parse parse)
+{
+    return {[parse](std::string &text) {
+                try {
+                    parse(text);
+                    return std::string{};
+                } catch (const std::invalid_argument &wrong) {
+                    return std::string(wrong.what());
+                }
+            },
+            ""};
+}
+
+} // namespace
+
+std::shared_ptr<CLI::App> new_parser()
+{
+    const auto parser = std::make_shared<CLI::App>();
+    parser->require_subcommand(1);
+    return parser;
+}
+
+const CLI::App *parse_line(CLI::App &parser, const std::string &line)
+{
+    try {
+        parser.parse(line);
+        return nullptr;
+    } catch (const CLI::ParseError &wrong) {
+        const CLI::App &command = innermost(parser);
+        if (const std::vector<std::string> rest = parser.remaining(true); !rest.empty())
+            throw bad_line(unknown_command(command, rest.front()));
+        if (dynamic_cast<const CLI::CallForHelp *>(&wrong) != nullptr)
+            return &command;
+        throw bad_line(is_group(command) ? "a command is missing; expected " + names_of_commands(command)
+                                         : wrong.what());
+    }
+}
+
+void on_run(CLI::App *command, std::function<void()> run)
+{
+    command->callback(std::move(run));
+}
+
+bool names_inner_command(const CLI::App *command)
+{
+    return !command->get_subcommands().empty();
+}
 
 CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &meaning, const std::string &example)
 {
@@ -23,17 +108,21 @@ std::string names_of_commands(const CLI::App &app)
     return names;
 }
 
-std::string full_name(const CLI::App &command)
-{
-    const CLI::App *parent = command.get_parent();
-    const bool is_top = parent == nullptr || parent->get_parent() == nullptr;
-    return (is_top ? "" : full_name(*parent) + " ") + command.get_name();
-}
-
 std::string unknown_command(const CLI::App &app, const std::string &word)
 {
     const std::string choices = names_of_commands(app);
     return choices.empty() ? "not expected: " + word : "unknown command '" + word + "'; expected " + choices;
+}
+
+std::string help_text(const CLI::App &asked)
+{
+    if (!is_group(asked))
+        return asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal);
+    text_table list{{"command", "what it does"}};
+    list_commands(list, asked);
+    std::ostringstream text;
+    text << list;
+    return text.str();
 }
 
 CLI::App *command_below(CLI::App &app, const std::string &name)
@@ -80,6 +169,37 @@ std::vector<std::string> choices_after(CLI::App &app, const commands::line_optio
         }
     }
     return choices;
+}
+
+CLI::Option *required(CLI::Option *option)
+{
+    return option->required();
+}
+
+CLI::Option *with_default(CLI::Option *option)
+{
+    return option->capture_default_str();
+}
+
+bool is_given(const CLI::Option *option)
+{
+    return option->count() > 0;
+}
+
+CLI::Option *add_text(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+{
+    return command->add_option(name, text, meaning);
+}
+
+CLI::Option *add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words,
+                       const std::string &meaning)
+{
+    return command->add_option(name, words, meaning);
+}
+
+void add_flag(CLI::App *command, const std::string &name, bool &flag, const std::string &meaning)
+{
+    command->add_flag(name, flag, meaning);
 }
 
 std::optional<std::uint32_t> parse_number(const std::string &text)
@@ -141,6 +261,11 @@ CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::strin
         ->type_name("ADDRESS:PORT")
         ->required()
         ->check(readable_by(parse_endpoint));
+}
+
+CLI::Option *add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+{
+    return required(add_text(command, name, text, meaning))->check(readable_by(parse_flow));
 }
 
 CLI::Option *add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)

@@ -1,10 +1,11 @@
-/// The options that commands take, and how they are read.
+/// The options that commands take, and how lines are read. Only the source of this knows the parser, CLI11, whose
+/// headers cost seconds wherever they are included.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -35,6 +36,14 @@ struct commands::line_options {
     std::map<const CLI::Option *, std::vector<std::string>> choices; ///< of the options for which there is a list
 };
 
+/// A line's parser without commands.
+std::shared_ptr<CLI::App> new_parser();
+
+/// Reads a line and runs the command that it names.
+/// @return the command of which the line asks for help, or null
+/// @throws bad_line
+const CLI::App *parse_line(CLI::App &parser, const std::string &line);
+
 /// A command of `parent`, with an example for its help.
 CLI::App *add_command(CLI::App &parent, const std::string &name, const std::string &meaning,
                       const std::string &example);
@@ -42,17 +51,23 @@ CLI::App *add_command(CLI::App &parent, const std::string &name, const std::stri
 /// A group of commands.
 CLI::App *add_group(CLI::App &parent, const std::string &name, const std::string &meaning);
 
+/// What the command does.
+void on_run(CLI::App *command, std::function<void()> run);
+
+/// Whether the line goes on to one of the command's own commands.
+bool names_inner_command(const CLI::App *command);
+
 /// The command of that name directly below, or null.
 CLI::App *command_below(CLI::App &app, const std::string &name);
 
 /// The names of the commands directly below, separated by commas.
 std::string names_of_commands(const CLI::App &app);
 
-/// "udp add"
-std::string full_name(const CLI::App &command);
-
 /// The message for a word that is no command of `app`.
 std::string unknown_command(const CLI::App &app, const std::string &word);
+
+/// All commands below a group, or the options of a command.
+std::string help_text(const CLI::App &asked);
 
 /// What can stand at the end of a line that begins with `words`: commands, options, and values of which there is a
 /// list.
@@ -66,19 +81,17 @@ std::optional<std::uint32_t> parse_number(const std::string &text);
 /// @throws std::invalid_argument with what is wrong
 std::uint32_t parse_flow(const std::string &text);
 
-/// Accepts what `parse` reads, and otherwise says what it says.
-template <typename Parse> CLI::Validator readable_by(Parse parse)
-{
-    return {[parse](std::string &text) {
-                try {
-                    parse(text);
-                    return std::string{};
-                } catch (const std::invalid_argument &wrong) {
-                    return std::string(wrong.what());
-                }
-            },
-            ""};
-}
+CLI::Option *required(CLI::Option *option);
+
+/// The help tells the value that an option has when it is not given.
+CLI::Option *with_default(CLI::Option *option);
+
+bool is_given(const CLI::Option *option);
+
+CLI::Option *add_text(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
+CLI::Option *add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words,
+                       const std::string &meaning);
+void add_flag(CLI::App *command, const std::string &name, bool &flag, const std::string &meaning);
 
 /// An option that takes a number from 0 to `max`.
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
@@ -100,6 +113,9 @@ CLI::Option *add_choice(CLI::App *command, commands::line_options &options, cons
 
 /// A required option that takes an address and a port.
 CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
+
+/// A required option that takes an ovlin flow ID.
+CLI::Option *add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
 
 /// A required option that takes an IPv4 address.
 CLI::Option *add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);

@@ -1,5 +1,7 @@
 #include "recorder.h"
 
+#include <dlfcn.h>
+
 #include <stdexcept>
 #include <string_view>
 
@@ -98,12 +100,14 @@ void recorder::on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_c
               outcome->took_effect, answered, duration_ns, false});
 }
 
-std::uint32_t recorder::hook_called(std::uint32_t pcep_id, std::uint32_t session_type)
+std::uint32_t recorder::hook_called(std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type,
+                                    std::uint32_t (*next)(std::uint64_t, std::uint32_t, std::uint32_t))
 {
     const faults::answer answer = waiting_.on_call(session_type_hook);
+    const std::uint32_t result = answer.acts() ? answer.status : next(ovlin_flow_type, pcep_id, session_type);
     record({session_type_hook, "pcep " + std::to_string(pcep_id) + ", session type " + std::to_string(session_type), 0,
-            answer.status, kiv_util_init_rc_str_get(answer.status), true, answer.acts(), 0, false});
-    return answer.status;
+            result, kiv_util_init_rc_str_get(result), true, answer.acts(), 0, false});
+    return result;
 }
 
 void recorder::record(recorded_call call)
@@ -114,9 +118,12 @@ void recorder::record(recorded_call call)
         last_->course.emplace_back(std::move(call));
 }
 
-/// In front of the library's own, which does nothing and is called through its dynamic symbol: so it can fail too.
+/// In front of the library's own, which is called through its dynamic symbol, and of a preloaded one: so that it can be
+/// made to fail too.
 extern "C" __attribute__((visibility("default"))) std::uint32_t zel_ovlin_session_handler_set_session_type(
-    std::uint64_t, std::uint32_t pcep_id, std::uint32_t session_type)
+    std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type)
 {
-    return the_recorder != nullptr ? the_recorder->hook_called(pcep_id, session_type) : 0;
+    static const auto next =
+        reinterpret_cast<decltype(&zel_ovlin_session_handler_set_session_type)>(dlsym(RTLD_NEXT, session_type_hook));
+    return the_recorder->hook_called(ovlin_flow_type, pcep_id, session_type, next);
 }

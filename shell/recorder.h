@@ -30,8 +30,9 @@ public:
     /// What the last operation did; null before the first.
     const operation_record *last() const { return last_ ? &*last_ : nullptr; }
 
-    /// The session-type hook is called.
-    std::uint32_t hook_called(std::uint32_t pcep_id, std::uint32_t session_type);
+    /// The session-type hook is called, which would be `next` without the shell.
+    std::uint32_t hook_called(std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type,
+                              std::uint32_t (*next)(std::uint64_t, std::uint32_t, std::uint32_t));
 
     /// While it lives nothing is recorded, no fault answers and no event is seen.
     class pause {

@@ -30,7 +30,7 @@ done
 [ "$links" -gt 0 ] || fail "no links were seen"
 
 scripts/api-doc check || fail "docs/api.md: scripts/api-doc write"
-for document in docs/architecture.md docs/porting.md docs/tracing.md; do
+for document in docs/architecture.md docs/porting.md docs/rehearsing.md docs/tracing.md; do
     scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
 done
 
@@ -71,7 +71,11 @@ copy=$temporary/project
 mkdir -p "$copy/build"
 tar --create --exclude ./build --exclude ./.git . | tar --extract --directory "$copy"
 ln -s "$(dirname "$BIN")" "$copy/build/release"
-[ "$(id -u)" -ne 0 ] || chown -R 65534:65534 "$copy"
+if [ "$(id -u)" -eq 0 ]; then
+    chown -R 65534:65534 "$copy"
+    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest.txt" # cmake --install notes there what it does
+    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest_runtime.txt"
+fi
 for document in README.md docs/*.md; do
     { echo 'set -euo pipefail'
       awk '/^```$/ { commands = 0 } commands { print } /^```sh$/ { commands = 1 }' "$document"; } >"$temporary/commands"
