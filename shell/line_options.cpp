@@ -57,7 +57,7 @@ template <typename Parse> CLI::Validator readable_by(Parse parse)
 
 std::shared_ptr<CLI::App> new_parser()
 {
-    const auto parser = std::make_shared<CLI::App>();
+    auto parser = std::make_shared<CLI::App>();
     parser->require_subcommand(1);
     return parser;
 }
