@@ -73,23 +73,16 @@ std::vector<owner> ownership::of(const data_plane::object &object) const
     return holders(object.handle);
 }
 
+/// A binding belongs to the flow or association that it leads on from; from an ovlin flow, to the endpoint that this is
+/// of, which of those that share an association is one.
 std::vector<owner> ownership::of(const data_plane::binding &binding) const
 {
     const vok_bind_record &r = binding.record;
-    switch (r.bindKind) {
-    case VOK_BIND_F2ID: return holders(r.srcFlowHandle);
-    case VOK_BIND_ID2F: {
-        std::vector<owner> owners = holders(r.destFlowHandle);
-        std::erase_if(owners, [&](const owner &who) { return !sends(who, r.srcFlowID); });
-        return owners;
-    }
-    case VOK_BIND_F2F: {
-        std::vector<owner> owners = holders(r.srcFlowHandle);
-        std::erase_if(owners, [&](const owner &who) { return !leads_to(who, r.destFlowHandle); });
-        return owners;
-    }
-    default: return {};
-    }
+    if (r.bindKind != VOK_BIND_ID2F)
+        return holders(r.srcFlowHandle);
+    std::vector<owner> owners = holders(r.destFlowHandle);
+    std::erase_if(owners, [&](const owner &who) { return !sends(who, r.srcFlowID); });
+    return owners;
 }
 
 std::vector<owner> ownership::holders(std::uint64_t handle) const
@@ -107,16 +100,4 @@ bool ownership::sends(const owner &who, std::uint32_t ovlin_flow_id) const
         who.what == kind::l2tp_connection && connection != known_.connections.end())
         return ovlin_flow_id == (connection->second.pcep << 20 | who.id);
     return (ovlin_flow_id & 0xFFFFF) == who.id;
-}
-
-/// Whether a flow or association of the endpoint is to be bound to that object: of a control connection the ingress
-/// interface, of a session its control connection's egress association.
-bool ownership::leads_to(const owner &who, std::uint64_t handle) const
-{
-    if (who.what == kind::l2tp_connection)
-        return handle == l2tp_control_ingress_interface;
-    const auto carrier = known_.l2tp_sessions.find(who.id);
-    return who.what == kind::l2tp_session && carrier != known_.l2tp_sessions.end() &&
-           carrier->second < std::size(l2tp_control_table) &&
-           handle == l2tp_control_table[carrier->second].ipv4_egress_association_handle;
 }

@@ -42,7 +42,6 @@ public:
 private:
     std::vector<owner> holders(std::uint64_t handle) const;
     bool sends(const owner &who, std::uint32_t ovlin_flow_id) const;
-    bool leads_to(const owner &who, std::uint64_t handle) const;
 
     const ledger &known_;
     std::map<std::uint64_t, std::vector<owner>> holders_; ///< by handle

@@ -80,8 +80,6 @@ void recorder::end(std::uint32_t result)
 vok_cp_sim_answer_t recorder::on_call(void *self, const vok_cp_sim_call_t *call)
 {
     auto &r = *static_cast<recorder *>(self);
-    if (!r.watching_)
-        return {};
     const faults::answer answer = r.waiting_.on_call(call->operation);
     r.call_is_answered_ = answer.acts();
     r.call_began_ = clock::now();
@@ -94,8 +92,7 @@ void recorder::on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_c
     if (!r.watching_)
         return;
     const std::uint64_t duration_ns = ns_since(r.call_began_);
-    const bool answered = r.call_is_answered_;
-    const pause for_the_text(r);
+    const bool answered = r.call_is_answered_; // before the text is asked for, which is a call too
     r.record({call->operation, subject_of(*call), outcome->created, outcome->status, status_text(outcome->status),
               outcome->took_effect, answered, duration_ns, false});
 }

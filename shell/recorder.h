@@ -34,7 +34,7 @@ public:
     std::uint32_t hook_called(std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type,
                               std::uint32_t (*next)(std::uint64_t, std::uint32_t, std::uint32_t));
 
-    /// While it lives nothing is recorded, no fault answers and no event is seen.
+    /// While it lives nothing is recorded and no event is seen.
     class pause {
     public:
         explicit pause(recorder &paused) : paused_(paused), was_watching_(paused.watching_)

@@ -82,7 +82,7 @@ mark|ADD|udp disconnect 10|udp release 10|expect unchanged|ADD|udp disconnect 10
 fault vok_bind|ADD|objects@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind|ADD|objects|udp free-id|expect 13@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 calls
-udp release 5|expect 4|expect event tn_zel_term:EXCEPTION "release"@4: expected an event tn_zel_term:EXCEPTION with "release" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
+udp release 5|expect 4|expect event tn_zel_init:EXCEPTION "add"@4: expected an event tn_zel_init:EXCEPTION with "add" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
 ADD|expect event tn_zel_term:ERROR@3: expected an event tn_zel_term:ERROR of udp add 10 in line 2, which fired none
 send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
 ROWS
