@@ -61,8 +61,9 @@ ZEL_CORE_TERM_API extern l2tp_session_entry
  * @param tn_pcep                          at most the ovlin capabilities' max_tn_pcep_id
  * @param rat_ovlin_session_id             at most the capabilities' max_rat_ovlin_session_id
  * @param l2tp_local_session_id            L2TPv3 session id of the received packets, not checked
- * @param tn_ovlin_session_id_control_conn the control connection, 0 to 48
- * @param tn_ovlin_session_id_session      48 to 336
+ * @param tn_ovlin_session_id_control_conn the control connection, 0 to 48 and at most the capabilities'
+ *                                         max_rat_ovlin_session_id
+ * @param tn_ovlin_session_id_session      48 to 336, same limit
  * @param session_type_flag                not 0: zel_ovlin_session_handler_set_session_type() is called for tn_pcep
  *                                         with session type 1 before each of the two egress binds
  *

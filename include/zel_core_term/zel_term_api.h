@@ -10,7 +10,8 @@
 
 /**
  * The library's own result codes. Every operation returns 0 or one of these, or passes on the code of the
- * component that it called (the initialisation component, the interconnect component, the session handler).
+ * component that it called (the initialisation component, the interconnect component, the session handler, the
+ * statistics formatters).
  */
 enum {
     ZEL_CORE_TERM_SUCCESS = 0,
