@@ -14,7 +14,8 @@
   <xsl:variable name="term" select="document(concat($xml, '/zel__term_8h.xml'))//compounddef"/>
   <xsl:variable name="api" select="document(concat($xml, '/zel__term__api_8h.xml'))//compounddef"/>
   <xsl:variable name="udp" select="document(concat($xml, '/zel__udp__session_8h.xml'))//compounddef"/>
-  <xsl:variable name="connection" select="document(concat($xml, '/zel__l2tp__control__connection_8h.xml'))//compounddef"/>
+  <xsl:variable name="connection"
+                select="document(concat($xml, '/zel__l2tp__control__connection_8h.xml'))//compounddef"/>
   <xsl:variable name="session" select="document(concat($xml, '/zel__l2tp__session_8h.xml'))//compounddef"/>
   <xsl:variable name="handler" select="document(concat($xml, '/zel__ovlin__session__handler_8h.xml'))//compounddef"/>
   <xsl:variable name="all" select="$term | $api | $udp | $connection | $session | $handler"/>
@@ -42,12 +43,13 @@ ID is 12 bits of PCEP id and 20 bits of ovlin session id. "Must be valid" says t
 ## Result codes
 
 </xsl:text>
-  <xsl:apply-templates select="$api/sectiondef[@kind='enum']/memberdef/*[self::briefdescription or self::detaileddescription]/para"/>
+  <xsl:variable name="codes" select="$api/sectiondef[@kind='enum']/memberdef"/>
+  <xsl:apply-templates select="$codes/briefdescription/para | $codes/detaileddescription/para"/>
   <xsl:text>
 | Code | Name | Meaning |
 | ---: | --- | --- |
 </xsl:text>
-  <xsl:for-each select="$api/sectiondef[@kind='enum']/memberdef/enumvalue">
+  <xsl:for-each select="$codes/enumvalue">
     <xsl:value-of select="concat('| ', substring-after(initializer, '= '), ' | `', name, '` | ')"/>
     <xsl:apply-templates select="briefdescription/para | detaileddescription/para" mode="cell"/>
     <xsl:text> |&#10;</xsl:text>
@@ -78,22 +80,25 @@ in the data plane:
     </xsl:if>
   </xsl:for-each>
   <xsl:text>
-At each operation stand the data-plane calls that it makes, as the stand-in saw them: first those of a success, numbered;
-then, for each of them, what comes of its failure (here without effect; what a failed call with an effect leaves is
-above): the result, what is left behind, and the calls that follow. `A -> B` is a binding. An operation that gives 0 all
-the same leaves behind what it was to take away. How often all of this was tried is in [reliability.md](reliability.md).
+At each operation stand the data-plane calls that it makes, as the stand-in saw them: first those of a success,
+numbered; then, for each of them, what comes of its failure (here without effect; what a failed call with an effect
+leaves is above): the result, what is left behind, and the calls that follow. `A -> B` is a binding. An operation that
+gives 0 all the same leaves behind what it was to take away. How often all of this was tried is in
+[reliability.md](reliability.md).
 </xsl:text>
 
   <xsl:text>&#10;## Start and stop&#10;&#10;</xsl:text>
   <xsl:apply-templates select="$term/detaileddescription/para | $term/briefdescription/para"/>
   <xsl:apply-templates select="$term/sectiondef[header='Start and stop']/memberdef[@kind='function']"/>
   <xsl:for-each select="$udp | $connection | $session | $handler">
+    <xsl:text>&#10;## </xsl:text>
     <xsl:choose>
-      <xsl:when test="compoundname='zel_udp_session.h'">&#10;## UDP sessions&#10;&#10;</xsl:when>
-      <xsl:when test="compoundname='zel_l2tp_control_connection.h'">&#10;## L2TPv3 control connections&#10;&#10;</xsl:when>
-      <xsl:when test="compoundname='zel_l2tp_session.h'">&#10;## L2TPv3 sessions&#10;&#10;</xsl:when>
-      <xsl:otherwise>&#10;## Session handler&#10;&#10;</xsl:otherwise>
+      <xsl:when test="compoundname='zel_udp_session.h'">UDP sessions</xsl:when>
+      <xsl:when test="compoundname='zel_l2tp_control_connection.h'">L2TPv3 control connections</xsl:when>
+      <xsl:when test="compoundname='zel_l2tp_session.h'">L2TPv3 sessions</xsl:when>
+      <xsl:otherwise>Session handler</xsl:otherwise>
     </xsl:choose>
+    <xsl:text>&#10;&#10;</xsl:text>
     <xsl:apply-templates select="briefdescription/para | detaileddescription/para"/>
     <xsl:apply-templates select="sectiondef/memberdef[@kind='function']"/>
   </xsl:for-each>
@@ -102,7 +107,8 @@ the same leaves behind what it was to take away. How often all of this was tried
 
   <xsl:text>&#10;## Data objects&#10;</xsl:text>
   <xsl:apply-templates select="$all/sectiondef/memberdef[@kind='variable']"/>
-  <xsl:text>&#10;## Records&#10;&#10;Offsets and widths in bytes; what the tables leave out is reserved. Records of the platform libraries are in `platform/include/`.&#10;</xsl:text>
+  <xsl:text>&#10;## Records&#10;&#10;Offsets and widths in bytes; what the tables leave out is reserved. </xsl:text>
+  <xsl:text>Records of the platform libraries are in `platform/include/`.&#10;</xsl:text>
   <xsl:for-each select="$all/innerclass">
     <xsl:variable name="refid" select="@refid"/>
     <xsl:apply-templates select="document(concat($xml, '/', @refid, '.xml'))//compounddef">
@@ -147,7 +153,8 @@ the same leaves behind what it was to take away. How often all of this was tried
     <xsl:text>&#10;</xsl:text>
   </xsl:for-each>
   <xsl:if test="contains($operations, concat(' ', name, ' '))">
-    <xsl:value-of select="concat('&#10;Calls:&#10;&#10;&lt;!-- made by: zel-proof calls ', name, ' --&gt;&#10;```&#10;```&#10;')"/>
+    <xsl:value-of select="concat('&#10;Calls:&#10;&#10;&lt;!-- made by: zel-proof calls ', name, ' --&gt;&#10;')"/>
+    <xsl:text>```&#10;```&#10;</xsl:text>
   </xsl:if>
 </xsl:template>
 
@@ -169,7 +176,8 @@ the same leaves behind what it was to take away. How often all of this was tried
   <xsl:for-each select="sectiondef/memberdef">
     <xsl:variable name="place" select="$bytes/field[@record=$record and @name=current()/name]"/>
     <xsl:if test="$place">
-      <xsl:value-of select="concat('| ', $place/@offset, ' | ', $place/@width, ' | `', type, ' ', name, argsstring, '` | ')"/>
+      <xsl:value-of select="concat('| ', $place/@offset, ' | ', $place/@width, ' | ')"/>
+      <xsl:value-of select="concat('`', type, ' ', name, argsstring, '` | ')"/>
       <xsl:apply-templates select="briefdescription/para | detaileddescription/para" mode="cell"/>
       <xsl:text> |&#10;</xsl:text>
     </xsl:if>
@@ -195,7 +203,9 @@ the same leaves behind what it was to take away. How often all of this was tried
   <xsl:choose>
     <xsl:when test="contains($text, '|')">
       <xsl:value-of select="concat(substring-before($text, '|'), '\|')"/>
-      <xsl:call-template name="escaped"><xsl:with-param name="text" select="substring-after($text, '|')"/></xsl:call-template>
+      <xsl:call-template name="escaped">
+        <xsl:with-param name="text" select="substring-after($text, '|')"/>
+      </xsl:call-template>
     </xsl:when>
     <xsl:otherwise><xsl:value-of select="$text"/></xsl:otherwise>
   </xsl:choose>
@@ -204,7 +214,8 @@ the same leaves behind what it was to take away. How often all of this was tried
 <xsl:template match="parameterlist | simplesect"/>
 <xsl:template match="computeroutput"><xsl:value-of select="concat('`', ., '`')"/></xsl:template>
 <xsl:template match="ref">
-  <xsl:value-of select="concat('[', ., '](#', translate(., 'ABCDEFGHIJKLMNOPQRSTUVWXYZ()', 'abcdefghijklmnopqrstuvwxyz'), ')')"/>
+  <xsl:variable name="anchor" select="translate(., 'ABCDEFGHIJKLMNOPQRSTUVWXYZ()', 'abcdefghijklmnopqrstuvwxyz')"/>
+  <xsl:value-of select="concat('[', ., '](#', $anchor, ')')"/>
 </xsl:template>
 <xsl:template match="computeroutput/ref"><xsl:value-of select="."/></xsl:template>
 

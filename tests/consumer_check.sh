@@ -20,9 +20,11 @@ for package in "$packages"/*.deb; do
     dpkg-deb --extract "$package" "$extracted"
 done
 export PKG_CONFIG_PATH=$extracted/usr/lib/pkgconfig
-cflags="-std=c11 -pedantic-errors -Wall -Wextra -Werror $(pkg-config --cflags zel-core-term)"
-libs=$(pkg-config --libs zel-core-term)
-quietly gcc $cflags "$consumers/session.c" $libs -lvok_cp -o "$temporary/session"
+cflags=(-std=c11 -pedantic-errors -Wall -Wextra -Werror)
+read -ra from_package < <(pkg-config --cflags zel-core-term)
+read -ra libs < <(pkg-config --libs zel-core-term)
+cflags+=("${from_package[@]}")
+quietly gcc "${cflags[@]}" "$consumers/session.c" "${libs[@]}" -lvok_cp -o "$temporary/session"
 same "the C consumer" "$(LD_LIBRARY_PATH=$extracted/usr/lib "$temporary/session")" <<'LINES'
 start: 0
 add: 0
@@ -31,7 +33,8 @@ object 0x100000002: kind 1, bindings 1
 LINES
 
 # Programs of a deployment are linked with the platform's names alone: another library of that name takes its place.
-quietly gcc $cflags "$extracted/usr/share/doc/libzel-core-term-dev/examples/add_session.c" $libs -o "$temporary/example"
+example=$extracted/usr/share/doc/libzel-core-term-dev/examples/add_session.c
+quietly gcc "${cflags[@]}" "$example" "${libs[@]}" -o "$temporary/example"
 same "the example over the stand-in" "$(LD_LIBRARY_PATH=$extracted/usr/lib "$temporary/example")" <<'LINES'
 start: 0
 free id: 0

@@ -12,6 +12,7 @@ cd "$project"
 prose() { awk '/^ *```/ { fenced = !fenced; next } !fenced' "$1"; }
 anchors() { prose "$1" | sed -n 's/^#\{1,6\} //p' | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
 
+folders='bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace'
 links=0
 for document in *.md docs/*.md; do
     while read -r target; do
@@ -24,8 +25,7 @@ for document in *.md docs/*.md; do
     done < <(prose "$document" | grep -oE '\]\([^)]+\)' | sed 's/^](//; s/)$//' | grep -v '^https\?:' | sort -u)
     while read -r path; do
         compgen -G "$path" >/dev/null || fail "$document names $path, which does not exist"
-    done < <(prose "$document" |
-        grep -oE '`(bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace)/[^` ]*' | tr -d '`' | sort -u)
+    done < <(prose "$document" | grep -oE "\`($folders)/[^\` ]*" | tr -d '`' | sort -u)
 done
 [ "$links" -gt 0 ] || fail "no links were seen"
 
@@ -36,24 +36,26 @@ done
 
 # first_cells PATTERN: of the rows of tracing.md's tables whose first cell is such a word.
 first_cells() { sed -nE "s/^\| \`($1)\` \|.*/\1/p" docs/tracing.md | sort; }
+level=LTTNG_UST_TRACEPOINT_LOGLEVEL
 diff -u --label docs/tracing.md --label "the providers' headers" \
-    <(sed -nE 's/^\| `(tn_zel_[a-z]+:[A-Z_]+)` \| ([A-Z_]+) \|.*/\1 \2/p' docs/tracing.md | sort) \
-    <(sed -n 's/^ZEL_TRACE_EVENT(\(.*\), \(.*\), LTTNG_UST_TRACEPOINT_LOGLEVEL_\(.*\))$/\1:\2 TRACE_\3/p' trace/*.h | sort) ||
+    <(sed -nE "s/^\| \`(tn_zel_[a-z]+:[A-Z_]+)\` \| ([A-Z_]+) \|.*/\1 \2/p" docs/tracing.md | sort) \
+    <(sed -nE "s/^ZEL_TRACE_EVENT\((.*), (.*), ${level}_(.*)\)\$/\1:\2 TRACE_\3/p" trace/*.h | sort) ||
     fail "the table of events"
 diff -u --label docs/tracing.md --label src/term/zel_trace.h <(first_cells '[A-Z0-9]+(_[A-Z0-9]+)*') \
     <(sed -n 's/^inline constexpr char [a-z0-9_]*\[\] = "\(.*\)";/\1/p' src/term/zel_trace.h | sort) ||
     fail "the table of categories"
 
 # What the reports of refusals, failures and inconsistencies say, up to the first value in it; names of functions aside.
-texts=$(cat src/*/*.cpp | tr '\n' ' ' | grep -oE '(report\(|EXCEPTION,|TRACE_ERROR\(|ERROR,)[^;]*;' | grep -oE '"[^"]*"' |
-    sed 's/^"//; s/"$//; s/%[a-z].*//' | grep '[^a-z0-9_]' | grep -v '^(): ' | sort -u)
+texts=$(cat src/*/*.cpp | tr '\n' ' ' | grep -oE '(report\(|EXCEPTION,|TRACE_ERROR\(|ERROR,)[^;]*;' |
+    grep -oE '"[^"]*"' | sed 's/^"//; s/"$//; s/%[a-z].*//' |
+    grep '[^a-z0-9_]' | grep -v '^(): ' | sort -u)
 while read -r text; do
     grep -qF -- "$text" docs/tracing.md || fail "docs/tracing.md does not tell what '$text' means"
 done <<<"$texts"
 [ "$(wc -l <<<"$texts")" -gt 10 ] || fail "the texts of the reports were not found"
 
-# The commands run in a copy of the sources, whose build/release is the one that is there; each document's as a user with
-# a home of their own, whose processes are ended after it.
+# The commands run in a copy of the sources, whose build/release is the one that is there; each document's as a user
+# with a home of their own, whose processes are ended after it.
 temporary=$(mktemp -d)
 processes() { grep -lszx "HOME=$home" /proc/[0-9]*/environ | sed 's|/proc/\([0-9]*\)/.*|\1|'; }
 end_processes() {
@@ -80,7 +82,8 @@ for document in README.md docs/*.md; do
     { echo 'set -euo pipefail'
       awk '/^```$/ { commands = 0 } commands { print } /^```sh$/ { commands = 1 }' "$document"; } >"$temporary/commands"
     [ "$(wc -l <"$temporary/commands")" -gt 1 ] || continue
-    ! sed "s/'[^']*'//g" "$temporary/commands" | grep -E '^ *!|&&|\|\|' || fail "a command of $document whose failure would not be seen"
+    ! sed "s/'[^']*'//g" "$temporary/commands" | grep -E '^ *!|&&|\|\|' ||
+        fail "a command of $document whose failure would not be seen"
     home=$temporary/home.${document##*/}
     mkdir "$home"
     as_private_user "$home"

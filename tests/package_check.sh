@@ -26,12 +26,12 @@ for document in "$project"/docs/*; do
     [ -e "$temporary/all/usr/share/doc/libzel-core-term-dev/$name" ] || fail "$name is in no package"
 done
 
-for binary in $(find "$temporary/all" -type f \( -name '*.so*' -o -path '*/bin/*' \)); do
+while read -r binary; do
     readelf --sections --dynamic --wide "$binary" >"$temporary/binary"
     grep -q 'NEEDED\|SONAME' "$temporary/binary" || fail "${binary##*/} is not dynamic"
     ! grep -E 'RPATH|RUNPATH' "$temporary/binary" || fail "${binary##*/} has a run path"
     ! grep -E ' \.(symtab|debug_)' "$temporary/binary" || fail "${binary##*/} is not stripped"
-done
+done < <(find "$temporary/all" -type f \( -name '*.so*' -o -path '*/bin/*' \))
 
 dpkg-deb --control "$packages/libzel-core-term1_${version}_"*.deb "$temporary/control"
 [ "$(cat "$temporary/control/triggers")" = "activate-noawait ldconfig" ] || fail "ldconfig is not triggered"
@@ -41,4 +41,5 @@ printf 'Source: libzel-core-term\n\nPackage: libzel-core-term1\nArchitecture: an
     -eall/usr/lib/libzel-core-term.so.1) || fail "packaging/debian/symbols is not what the library exports"
 
 lintian --allow-root --fail-on error,warning "$packages"/*.deb || fail "lintian"
-echo "packages: $(ls "$packages"/*.deb | wc -l)"
+all=("$packages"/*.deb)
+echo "packages: ${#all[@]}"

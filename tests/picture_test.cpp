@@ -27,7 +27,7 @@ class picture_test : public testing::Test {
 protected:
     picture_test()
     {
-        std::filesystem::create_directory(folder_);
+        std::filesystem::create_directory(folder);
         vok_cp_sim_reset();
         l2tp_control_ingress_interface = 0;
         EXPECT_EQ(zel_core_term_start(), 0u);
@@ -37,21 +37,21 @@ protected:
     {
         zel_core_term_stop();
         vok_cp_sim_reset();
-        std::filesystem::remove_all(folder_);
+        std::filesystem::remove_all(folder);
     }
 
-    std::string path(const std::string &name) const { return folder_ + "/" + name; }
+    std::string path(const std::string &name) const { return folder + "/" + name; }
 
     static std::string content(const std::string &file)
     {
         std::ifstream in(file);
-        return std::string(std::istreambuf_iterator<char>(in), {});
+        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     std::string data_plane_dot() const
     {
         const data_plane plane = data_plane::now();
-        draw_data_plane(plane, ownership(known_, plane), path("plane.dot"));
+        draw_data_plane(plane, ownership(known, plane), path("plane.dot"));
         return content(path("plane.dot"));
     }
 
@@ -87,7 +87,7 @@ protected:
         cfg.remote_port = 2152;
         ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 46, 0), 0u);
         const data_plane plane = data_plane::now();
-        known_.udp_sessions[id] = {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle};
+        known.udp_sessions[id] = {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle};
     }
 
     static void add_connection(std::uint32_t id)
@@ -100,8 +100,8 @@ protected:
 
     static std::string quoted(std::uint64_t handle) { return "\"" + handle_text(handle) + "\""; }
 
-    ledger known_;
-    std::string folder_ = testing::TempDir() + "zel_pictures";
+    ledger known;
+    std::string folder = testing::TempDir() + "zel_pictures";
 };
 
 recorded_call call(const std::string &operation, std::uint32_t status = 0)
@@ -119,7 +119,7 @@ TEST_F(picture_test, WhatNobodyOwnsIsRedAndWhatASessionOwnsIsInItsCluster)
 {
     add_udp(1);
     add_udp(2);
-    known_.udp_sessions.erase(2); // the second one's objects are then owned by nobody
+    known.udp_sessions.erase(2); // the second one's objects are then owned by nobody
     const data_plane plane = data_plane::now();
     const std::string owned = quoted(plane.objects[0].handle), orphan = quoted(plane.objects[2].handle);
 
@@ -170,7 +170,7 @@ TEST_F(picture_test, ALargeDataPlaneIsDrawnInPartWithWhatNobodyOwnsFirst)
 
     for (std::uint32_t id = 1; id <= 1000; ++id)
         add_udp(id);
-    known_.udp_sessions.erase(900);
+    known.udp_sessions.erase(900);
     const std::string dot = data_plane_dot();
     EXPECT_NE(dot.find("left out of the picture: 1800 of the objects, 1800 of the bindings"), std::string::npos);
     EXPECT_NE(dot.find("owned by nobody</b>"), std::string::npos);
@@ -282,7 +282,7 @@ TEST_F(picture_test, WhatCannotBeWrittenIsRefusedAndLeavesNoFile)
     EXPECT_EQ(error(path("no/a.svg")), path("no/a.svg") + ": cannot be written: No such file or directory");
     std::filesystem::create_directory(path("folder.svg"));
     EXPECT_EQ(error(path("folder.svg")), path("folder.svg") + ": cannot be written: Is a directory");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
 }
 
 } // namespace

@@ -20,5 +20,6 @@ for package in "$copy"/build/packages/*.deb; do
     cmp "$package" "$packages/${package##*/}" || fail "${package##*/} is not the same when made elsewhere"
     same=$((same + 1))
 done
-[ "$same" -eq "$(ls "$packages" | wc -l)" ] || fail "other packages are made elsewhere"
+expected=("$packages"/*)
+[ "$same" -eq ${#expected[@]} ] || fail "other packages are made elsewhere"
 echo "packages that are the same when made elsewhere: $same"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <optional>
 #include <set>
 #include <unordered_map>
 
@@ -13,13 +12,168 @@ constexpr double group_gap = 14;
 constexpr double title_width = 240; ///< of a group that shares an association
 constexpr char line[] = "-";
 
+/// Of what a row has in a column.
+bool is_node(const std::string &name)
+{
+    return !name.empty() && name != line;
+}
+
 } // namespace
+
+/// Finds a row of the groups' bands for each object, dangling handle and ovlin flow.
+class data_plane_layout::band_filler {
+public:
+    band_filler(data_plane_layout &layout, const ownership &owners, const std::vector<owner_group> &groups)
+        : layout_(layout), owners_(owners), groups_(groups)
+    {
+    }
+
+    void fill(const data_plane &plane)
+    {
+        note_objects();
+        for (const auto &binding : plane.bindings)
+            note(binding);
+        for (band &b : layout_.bands_)
+            std::ranges::sort(b.attached);
+        for (std::size_t i = 0; i < groups_.size(); ++i)
+            place_members(groups_[i], layout_.bands_[i]);
+        place_ovlin_flows();
+    }
+
+private:
+    struct object_place {
+        std::size_t group;
+        column where;
+        bool leads_to_ovlin = false; ///< in its own band
+        std::size_t row = 0;         ///< of the band
+    };
+
+    /// A binding to or from an ovlin flow, which takes a row of its owner's band.
+    struct ovlin_end {
+        std::size_t group;
+        const object_place *bound_to;
+        std::uint32_t flow_id;
+    };
+
+    void note_objects()
+    {
+        for (std::size_t i = 0; i < groups_.size(); ++i) {
+            group_of_owners_[groups_[i].owners] = i;
+            for (const auto *object : groups_[i].objects)
+                objects_[object->handle] = {i, column_of(object->kind)};
+        }
+    }
+
+    object_place *object_at(std::uint64_t handle)
+    {
+        const auto found = objects_.find(handle);
+        return found != objects_.end() ? &found->second : nullptr;
+    }
+
+    void note(const data_plane::binding &binding)
+    {
+        const vok_bind_record &r = binding.record;
+        object_place *const source = object_at(r.srcFlowHandle), *const destination = object_at(r.destFlowHandle);
+        const bool is_whole =
+            (source != nullptr || r.srcFlowHandle == 0) && (destination != nullptr || r.destFlowHandle == 0);
+        if (!is_whole)
+            return;
+        layout_.bindings_.push_back(&binding);
+        if (source == nullptr)
+            note_ovlin_end(binding, *destination, r.srcFlowID);
+        else if (destination == nullptr)
+            note_ovlin_end(binding, *source, r.dstFlowID);
+        else if (source->group != destination->group && r.direction == VOK_EGRESS)
+            layout_.bands_[destination->group].attached.push_back(source->group);
+    }
+
+    void note_ovlin_end(const data_plane::binding &binding, object_place &object, std::uint32_t flow_id)
+    {
+        const auto own = group_of_owners_.find(owners_.of(binding));
+        const std::size_t group = own != group_of_owners_.end() ? own->second : object.group;
+        ovlin_ends_.push_back({group, &object, flow_id});
+        if (group == object.group)
+            object.leads_to_ovlin = true;
+        else
+            layout_.bands_[object.group].attached.push_back(group);
+    }
+
+    void place_members(const owner_group &group, band &into)
+    {
+        const auto put = [&into](std::size_t row, column c, const std::string &name) {
+            into.rows[row].in[c] = name;
+            into.first = std::min(into.first, c);
+            into.last = std::max(into.last, c);
+        };
+        for (const auto *object : group.objects) {
+            object_place &place = objects_.at(object->handle);
+            place.row = place.leads_to_ovlin ? row_to_ovlin(into, place.where) : row_with_room(into, {place.where});
+            put(place.row, place.where, name_of(*object));
+        }
+        for (const auto *dangling : group.dangling) {
+            const column c = column_for(*dangling);
+            put(row_with_room(into, {c}), c, name_of(*dangling));
+        }
+    }
+
+    /// A line to an association needs a row without a flow, so what associations are bound to comes first; a flow's
+    /// line to an ovlin flow of another row bends behind it.
+    void place_ovlin_flows()
+    {
+        std::ranges::stable_sort(ovlin_ends_, {}, [](const ovlin_end &end) { return end.bound_to->where; });
+        std::set<std::uint32_t> placed;
+        for (const auto &[group, bound_to, flow_id] : ovlin_ends_) {
+            if (!placed.insert(flow_id).second)
+                continue;
+            band &b = layout_.bands_[group];
+            const bool has_room_beside = bound_to->group == group && b.rows[bound_to->row].in[ovlin_flow].empty();
+            const std::size_t row = has_room_beside ? bound_to->row : row_to_ovlin(b, association);
+            b.rows[row].in[ovlin_flow] = name_of_ovlin_flow(flow_id);
+            b.leads_to_ovlin = true;
+        }
+    }
+
+    static column column_for(const dangling_handle &dangling)
+    {
+        const auto is_of = [&](const char *what) { return dangling.field.find(what) != std::string::npos; };
+        return is_of("interface") ? interface : is_of("flow") ? l2tpv3_flow : association;
+    }
+
+    static std::size_t row_with_room(band &in, std::initializer_list<column> for_these)
+    {
+        const auto has_room = [&](const row &r) {
+            return std::ranges::all_of(for_these, [&](column c) { return r.in[c].empty(); });
+        };
+        const auto found = std::ranges::find_if(in.rows, has_room);
+        const auto row = static_cast<std::size_t>(found - in.rows.begin());
+        if (found == in.rows.end())
+            in.rows.emplace_back();
+        return row;
+    }
+
+    /// A row with room in that column and for the line from there to an ovlin flow.
+    static std::size_t row_to_ovlin(band &in, column from)
+    {
+        if (from != association)
+            return row_with_room(in, {from, ovlin_flow});
+        const std::size_t row = row_with_room(in, {association, l2tpv3_flow, ovlin_flow});
+        in.rows[row].in[l2tpv3_flow] = line;
+        return row;
+    }
+
+    data_plane_layout &layout_;
+    const ownership &owners_;
+    const std::vector<owner_group> &groups_;
+    std::map<std::vector<owner>, std::size_t> group_of_owners_;
+    std::unordered_map<std::uint64_t, object_place> objects_; ///< by handle
+    std::vector<ovlin_end> ovlin_ends_;
+};
 
 data_plane_layout::data_plane_layout(const data_plane &plane, const ownership &owners,
                                      const std::vector<owner_group> &groups, const sizes &size_of)
     : bands_(groups.size())
 {
-    fill_bands(plane, owners, groups);
+    band_filler(*this, owners, groups).fill(plane);
     for (std::size_t i = 0; i < groups.size(); ++i)
         place(i, size_of);
     place_networks(groups, size_of);
@@ -56,118 +210,20 @@ data_plane_layout::column data_plane_layout::column_of(vok_cp_sim_kind_t kind)
     }
 }
 
-data_plane_layout::row &data_plane_layout::row_with_room(band &in, std::initializer_list<column> for_these)
+double data_plane_layout::height_of(const row &measured, const sizes &size_of)
 {
-    const auto has_room = [&](const row &r) {
-        return std::ranges::all_of(for_these, [&](column c) { return r.in[c].empty(); });
-    };
-    const auto found = std::ranges::find_if(in.rows, has_room);
-    return found != in.rows.end() ? *found : in.rows.emplace_back();
+    double tallest = 0;
+    for (const std::string &name : measured.in)
+        if (is_node(name))
+            tallest = std::max(tallest, size_of(name).height);
+    return tallest;
 }
 
-void data_plane_layout::fill_bands(const data_plane &plane, const ownership &owners,
-                                   const std::vector<owner_group> &groups)
-{
-    std::unordered_map<std::uint64_t, std::size_t> group_of;
-    std::unordered_map<std::uint64_t, column> column_of_handle;
-    std::map<std::vector<owner>, std::size_t> group_of_owners;
-    for (std::size_t i = 0; i < groups.size(); ++i) {
-        group_of_owners[groups[i].owners] = i;
-        for (const auto *object : groups[i].objects) {
-            group_of[object->handle] = i;
-            column_of_handle[object->handle] = column_of(object->kind);
-        }
-    }
-
-    // A binding to or from an ovlin flow takes a row of its owner's band.
-    struct way {
-        std::size_t group;
-        std::uint64_t handle;
-        std::uint32_t flow_id;
-    };
-    std::vector<way> to_ovlin;
-    std::set<std::uint64_t> with_ovlin;
-    for (const auto &binding : plane.bindings) {
-        const vok_bind_record &r = binding.record;
-        const auto source = group_of.find(r.srcFlowHandle), destination = group_of.find(r.destFlowHandle);
-        if ((r.srcFlowHandle != 0 && source == group_of.end()) ||
-            (r.destFlowHandle != 0 && destination == group_of.end()))
-            continue;
-        bindings_.push_back(&binding);
-        if (r.srcFlowHandle != 0 && r.destFlowHandle != 0) {
-            if (source->second != destination->second && r.direction == VOK_EGRESS)
-                bands_[destination->second].attached.push_back(source->second);
-            continue;
-        }
-        const auto [handle, group] = r.srcFlowHandle != 0 ? *source : *destination;
-        const auto own = group_of_owners.find(owners.of(binding));
-        const std::size_t band_of = own != group_of_owners.end() ? own->second : group;
-        to_ovlin.push_back({band_of, handle, r.srcFlowHandle != 0 ? r.dstFlowID : r.srcFlowID});
-        if (band_of == group)
-            with_ovlin.insert(handle);
-        else
-            bands_[group].attached.push_back(band_of);
-    }
-
-    for (band &b : bands_)
-        std::ranges::sort(b.attached);
-
-    std::unordered_map<std::uint64_t, std::pair<std::size_t, std::size_t>> row_of; ///< by handle: group and row
-    for (std::size_t i = 0; i < groups.size(); ++i) {
-        band &b = bands_[i];
-        const auto take = [&](column c, const std::string &name, bool leads_on) -> row & {
-            row &r = !leads_on          ? row_with_room(b, {c})
-                     : c == association ? row_with_room(b, {association, l2tpv3_flow, ovlin_flow})
-                                        : row_with_room(b, {c, ovlin_flow});
-            r.in[c] = name;
-            b.first = std::min(b.first, c);
-            b.last = std::max(b.last, c);
-            return r;
-        };
-        for (const auto *object : groups[i].objects) {
-            const column c = column_of(object->kind);
-            const bool leads_on = with_ovlin.contains(object->handle);
-            row &r = take(c, name_of(*object), leads_on);
-            if (leads_on && c == association)
-                r.in[l2tpv3_flow] = line;
-            row_of[object->handle] = {i, static_cast<std::size_t>(&r - b.rows.data())};
-        }
-        for (const auto *dangling : groups[i].dangling)
-            take(dangling->field.find("interface") != std::string::npos ? interface
-                 : dangling->field.find("flow") != std::string::npos    ? l2tpv3_flow
-                                                                        : association,
-                 name_of(*dangling), false);
-    }
-
-    // A line to an association needs a row without a flow, so what associations are bound to comes first; a flow's line
-    // to an ovlin flow of another row bends behind it.
-    std::ranges::stable_sort(to_ovlin, {}, [&](const way &w) { return column_of_handle.at(w.handle); });
-    std::set<std::uint32_t> placed;
-    for (const auto &[group, handle, flow_id] : to_ovlin) {
-        if (!placed.insert(flow_id).second)
-            continue;
-        band &b = bands_[group];
-        const auto [group_of_handle, row_number] = row_of.at(handle);
-        row *r = group_of_handle == group ? &b.rows[row_number] : nullptr;
-        if (r == nullptr || !r->in[ovlin_flow].empty()) {
-            r = &row_with_room(b, {association, l2tpv3_flow, ovlin_flow});
-            r->in[l2tpv3_flow] = line;
-        }
-        r->in[ovlin_flow] = name_of_ovlin_flow(flow_id);
-        b.leads_to_ovlin = true;
-    }
-}
-
-double data_plane_layout::height_of(const band &measured, const sizes &size_of) const
+double data_plane_layout::height_of(const band &measured, const sizes &size_of)
 {
     double height = title_height + padding - row_gap;
-    for (const row &r : measured.rows) {
-        double tallest = 0;
-        for (const std::string &name : r.in)
-            if (!name.empty() && name != line)
-                tallest = std::max(tallest, size_of(name).height);
-        height += tallest + row_gap;
-    }
+    for (const row &r : measured.rows)
+        height += height_of(r, size_of) + row_gap;
     return height;
 }
 
@@ -176,14 +232,11 @@ void data_plane_layout::put(band &placed, double top, const sizes &size_of)
     placed.top = top;
     double y = top + title_height;
     for (const row &r : placed.rows) {
-        double tallest = 0;
-        for (const std::string &name : r.in)
-            if (!name.empty() && name != line)
-                tallest = std::max(tallest, size_of(name).height);
+        const double height = height_of(r, size_of);
         for (std::size_t c = 0; c < columns; ++c)
-            if (!r.in[c].empty() && r.in[c] != line)
-                nodes_[r.in[c]] = {static_cast<column>(c), y + tallest / 2, size_of(r.in[c]).height};
-        y += tallest + row_gap;
+            if (is_node(r.in[c]))
+                nodes_[r.in[c]] = {static_cast<column>(c), y + height / 2, size_of(r.in[c]).height};
+        y += height + row_gap;
     }
     placed.bottom = y - row_gap + padding;
 }

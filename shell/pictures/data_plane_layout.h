@@ -71,12 +71,12 @@ private:
     };
 
     using sizes = std::function<size(const std::string &)>;
+    class band_filler;
 
-    row &row_with_room(band &in, std::initializer_list<column> for_these);
-    void fill_bands(const data_plane &plane, const ownership &owners, const std::vector<owner_group> &groups);
     void place(std::size_t group, const sizes &size_of);
     void put(band &placed, double top, const sizes &size_of);
-    double height_of(const band &measured, const sizes &size_of) const;
+    static double height_of(const row &measured, const sizes &size_of);
+    static double height_of(const band &measured, const sizes &size_of);
     void place_networks(const std::vector<owner_group> &groups, const sizes &size_of);
     void place_columns(const sizes &size_of);
 

@@ -219,8 +219,8 @@ private:
             title = title.substr(0, room - 1) + "…";
         const auto title_width = static_cast<long>(title.size()) * 8;
         auto box = graph_.add_cluster(
-            {{"label", "<table border=\"0\" cellpadding=\"0\"><tr><td align=\"left\" width=\"" +
-                           std::to_string(title_width) + "\">" + in_bold(title) + "</td></tr></table>"},
+            {{"label", R"(<table border="0" cellpadding="0"><tr><td align="left" width=")" +
+                           std::to_string(title_width) + R"(">)" + in_bold(title) + "</td></tr></table>"},
              {"bb",
               number(frame.left) + "," + number(-frame.bottom) + "," + number(frame.right) + "," + number(-frame.top)},
              {"lp", number(frame.left + 8 + static_cast<double>(title_width) / 2) + "," +
@@ -337,7 +337,7 @@ private:
 
     void draw_title()
     {
-        std::vector<std::string> lines = {"<font point-size=\"16\">" + in_bold("Data plane") + "</font>"};
+        std::vector<std::string> lines = {R"(<font point-size="16">)" + in_bold("Data plane") + "</font>"};
         const auto add = [&](const char *colour, const std::string &line) {
             lines.push_back(in_colour(colour, escaped(line)));
         };
@@ -358,9 +358,9 @@ private:
                                     " of the bindings");
 
         const double width = 380, height = 10 + 16 * static_cast<double>(lines.size());
-        std::string table = "<table border=\"0\" cellborder=\"0\" cellspacing=\"0\" cellpadding=\"1\">";
+        std::string table = R"(<table border="0" cellborder="0" cellspacing="0" cellpadding="1">)";
         for (const std::string &line : lines)
-            table += "<tr><td align=\"left\" width=\"" + std::to_string(std::lround(width) - 2) + "\">" + line +
+            table += R"(<tr><td align="left" width=")" + std::to_string(std::lround(width) - 2) + R"(">)" + line +
                      "</td></tr>";
         graphviz::attributes title{{"label", table + "</table>"}, {"fontsize", "11"}};
         title.merge(graphviz::placed(width / 2, -height / 2 - 12, width, height));

@@ -185,8 +185,8 @@ private:
     enum class align { left, right, centre };
 
     /// A node of that size around a point.
-    void put(nodes &layer, const std::string &name, double x, double y, double width, double height,
-             graphviz::attributes attributes)
+    static void put(nodes &layer, const std::string &name, double x, double y, double width, double height,
+                    graphviz::attributes attributes)
     {
         attributes.merge(graphviz::placed(x, y, width, height));
         layer.emplace_back(name, std::move(attributes));
@@ -195,11 +195,11 @@ private:
     /// Below `y`, and beside `x` as `how` says.
     void write(const std::string &name, const paragraph &text, double x, double y, double width, align how)
     {
-        const char *const side = how == align::left ? "LEFT" : how == align::right ? "RIGHT" : "CENTER";
-        std::string html = "<table border=\"0\" cellborder=\"0\" cellspacing=\"0\" cellpadding=\"0\">";
+        const std::string side = how == align::left ? "LEFT" : how == align::right ? "RIGHT" : "CENTER";
+        std::string html = R"(<table border="0" cellborder="0" cellspacing="0" cellpadding="0">)";
         for (const std::string &line : text.lines)
-            html += std::string("<tr><td align=\"") + side + "\" width=\"" + std::to_string(std::lround(width)) +
-                    "\" height=\"" + std::to_string(std::lround(line_height)) + "\">" + line + "</td></tr>";
+            html += R"(<tr><td align=")" + side + R"(" width=")" + std::to_string(std::lround(width)) +
+                    R"(" height=")" + std::to_string(std::lround(line_height)) + R"(">)" + line + "</td></tr>";
         html += "</table>";
         const double middle = how == align::left ? x + width / 2 : how == align::right ? x - width / 2 : x;
         put(texts_, name, middle, y + text.height() / 2, width, text.height(),
@@ -218,7 +218,7 @@ private:
         const std::string where =
             operation_.line_number != 0 ? "line " + std::to_string(operation_.line_number) + ": " : "";
         const double width = data_plane_x + answer_width;
-        paragraph title{{"<font point-size=\"16\">" + in_bold(wrapped(operation_.name, 80, 1)[0]) + "</font>"}};
+        paragraph title{{R"(<font point-size="16">)" + in_bold(wrapped(operation_.name, 80, 1)[0]) + "</font>"}};
         write("title", title, program_x - 70, y_, width, align::left);
         y_ += line_height + 8;
         paragraph line{escaped_lines(wrapped(where + operation_.line, characters(width), 3)), style::faint_ink};

@@ -116,6 +116,7 @@ std::vector<owner_group> most_interesting_groups(const data_plane &plane, const 
     }
 
     std::vector<ranked_group> ranked;
+    ranked.reserve(by_owners.size());
     for (auto &[who, group] : by_owners)
         ranked.push_back(std::move(group));
     std::ranges::stable_sort(ranked, {}, &ranked_group::rank);

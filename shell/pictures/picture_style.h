@@ -32,7 +32,7 @@ inline std::string as_heading(const std::string &text)
 
 inline std::string in_colour(const std::string &colour, const std::string &html)
 {
-    return "<font color=\"" + colour + "\">" + html + "</font>";
+    return R"(<font color=")" + colour + R"(">)" + html + "</font>";
 }
 
 } // namespace style

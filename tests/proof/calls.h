@@ -11,7 +11,7 @@ namespace proof {
 std::vector<std::string> operations_with_calls();
 
 /// Prints the calls of an operation that succeeds, and what it calls when one of them, or the session-type hook, fails.
-/// @param operation the exported name; a std::runtime_error is thrown for any other
-void show_calls(std::ostream &out, const std::string &operation);
+/// @param name the exported one; a std::runtime_error is thrown for any other
+void show_calls(std::ostream &out, const std::string &name);
 
 } // namespace proof
