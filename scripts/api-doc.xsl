@@ -59,7 +59,7 @@ ID is 12 bits of PCEP id and 20 bits of ovlin session id. "Must be valid" says t
 ## What is left when an operation fails
 
 A refused argument (2, 3, 4, 5, 7, 10, and 13 while the library is stopped) leaves everything as it was; the trace event
-names it. Reading counters changes nothing either. Every other result with which something may be left, in the tables or
+names it. (A modify does not refuse a session of its list, but fails.) Reading counters changes nothing either. Every other result with which something may be left, in the tables or
 in the data plane:
 
 | Operation | Result | What is left |

@@ -108,6 +108,9 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
         add_number(remove, "--rat-session", o.rat_session, "RAT-side ovlin session id, likewise");
     on_run(remove, [this, &o, pcep, rat_session] {
         const auto known = known_.connections.find(o.id);
+        if ((!is_given(pcep) || !is_given(rat_session)) && known == known_.connections.end())
+            throw bad_line("control connection " + std::to_string(o.id) +
+                           " was not added here; --pcep and --rat-session are required");
         const ledger::connection c = known != known_.connections.end() ? known->second : ledger::connection{};
         operate(connection_name("remove", o.id), [&] {
             return zel_core_term_l2tp_control_connection_rem(o.id, is_given(pcep) ? o.pcep : c.pcep,
@@ -179,14 +182,13 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
     add_flag(add, "--crc", o.crc, "the session's packets carry a CRC");
     add_flag(add, "--session-type", o.session_type, "set the session type of the PCEP first");
     on_run(add, [this, &o] {
-        const std::uint32_t result = operate(session_name("add", o.id), [&] {
+        const std::uint64_t flow_before = session_is_in_use(o.id) ? session_entry(o.id)->ingress_flow_handle : 0;
+        operate(session_name("add", o.id), [&] {
             return zel_core_term_l2tp_session_add(static_cast<std::uint8_t>(o.dscp), o.crc, o.pcep, o.rat_session,
                                                   o.local_session_id, o.connection, o.id, o.session_type);
         });
-        if (result == ZEL_CORE_TERM_SUCCESS)
-            known_.l2tp_sessions[o.id] = o.connection;
-        else if (session_is_in_use(o.id))
-            known_.l2tp_sessions.try_emplace(o.id, o.connection);
+        if (session_is_in_use(o.id) && session_entry(o.id)->ingress_flow_handle != flow_before)
+            known_.l2tp_sessions[o.id] = o.connection; // also when it was there, and is overwritten
         forget_removed();
     });
 
@@ -199,7 +201,9 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
     o.choices[carrier] = ids_of(known_.connections);
     on_run(remove, [this, &o, carrier] {
         const auto known = known_.l2tp_sessions.find(o.id);
-        if (!is_given(carrier) && known != known_.l2tp_sessions.end())
+        if (!is_given(carrier) && known == known_.l2tp_sessions.end())
+            throw bad_line("session " + std::to_string(o.id) + " was not added here; --connection is required");
+        if (!is_given(carrier))
             o.connection = known->second;
         operate(session_name("remove", o.id), [&] { return zel_core_term_l2tp_session_rem(o.connection, o.id); });
         forget_removed();

@@ -47,6 +47,14 @@ bool is_left_in_use(const operation_record &add)
            });
 }
 
+std::size_t count_failed_calls(const operation_record &operation)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(operation.course, [](const auto &happened) {
+        const auto *call = std::get_if<recorded_call>(&happened);
+        return call != nullptr && call->status != 0;
+    }));
+}
+
 } // namespace
 
 void commands::add_udp_commands(CLI::App &app, line_options &o)
@@ -196,20 +204,28 @@ void commands::fill_udp_sessions(std::uint32_t count)
         shown.at(known_.udp_sessions.size());
     }
     shown.end();
+    changed_by_ = "udp fill";
     out_ << "udp fill: " << known_.udp_sessions.size() << " sessions are in use\n";
 }
 
 void commands::clear_udp_sessions()
 {
     const std::size_t count = known_.udp_sessions.size();
+    std::size_t failed_calls = 0;
     progress shown(shows_progress_, out_, count);
     while (!known_.udp_sessions.empty()) {
         const std::uint32_t id = known_.udp_sessions.begin()->first;
         record(udp("disconnect", id), [&] { return zel_core_term_udp_session_disconnect(id); });
+        failed_calls += count_failed_calls(last_operation());
         record(udp("release", id), [&] { return zel_core_term_udp_session_release(id); });
+        failed_calls += count_failed_calls(last_operation());
         known_.udp_sessions.erase(id);
         shown.at(count - known_.udp_sessions.size());
     }
     shown.end();
-    out_ << "udp clear: " << count << " sessions released\n";
+    changed_by_ = "udp clear";
+    out_ << "udp clear: " << count << " sessions released";
+    if (failed_calls > 0)
+        out_ << ", " << failed_calls << " data-plane calls failed";
+    out_ << '\n';
 }

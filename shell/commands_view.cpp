@@ -7,17 +7,7 @@
 
 namespace {
 
-std::string duration_text(std::uint64_t ns)
-{
-    const auto [unit, name] = ns < 10'000       ? std::pair(1.0, "ns")
-                              : ns < 10'000'000 ? std::pair(1e3, "us")
-                                                : std::pair(1e6, "ms");
-    char text[32];
-    std::snprintf(text, sizeof text, "%.0f %s", static_cast<double>(ns) / unit, name);
-    return text;
-}
-
-std::string answer_text(const recorded_call &call)
+std::string answer_of(const recorded_call &call)
 {
     std::string text = call.status == 0 ? "ok" : std::to_string(call.status) + ", " + call.status_text;
     if (call.status != 0 && call.took_effect)
@@ -80,7 +70,7 @@ void commands::show_calls(bool with_durations)
     int count = 0;
     for (const auto &happened : last.course)
         if (const auto *call = std::get_if<recorded_call>(&happened)) {
-            table.add({mark_text(*call), call->operation, call->subject, answer_text(*call),
+            table.add({mark_text(*call), call->operation, call->subject, answer_of(*call),
                        with_durations ? duration_text(call->duration_ns) : ""});
             ++count;
         }

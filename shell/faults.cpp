@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kiv_util.h"
 #include "vok_cp.h"
 
 faults::answer faults::on_call(std::string_view function)
@@ -51,9 +52,11 @@ const std::vector<std::string> &functions_that_can_fail()
     return names;
 }
 
-std::string status_text(std::uint32_t status)
+std::string answer_text(std::string_view function, std::uint32_t answer)
 {
+    if (function == session_type_hook)
+        return kiv_util_init_rc_str_get(answer);
     std::uint64_t system_handle = 0;
     vok_syshandle_get(0, 1, &system_handle);
-    return vok_sys_status_get(system_handle, status);
+    return vok_sys_status_get(system_handle, answer);
 }

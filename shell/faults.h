@@ -46,5 +46,5 @@ inline constexpr const char *session_type_hook = "zel_ovlin_session_handler_set_
 /// All functions that a fault can act on.
 const std::vector<std::string> &functions_that_can_fail();
 
-/// The text that the data plane has for a status.
-std::string status_text(std::uint32_t status);
+/// The text for what a function answers: the data plane's for a status, the utility library's for the hook's result.
+std::string answer_text(std::string_view function, std::uint32_t answer);

@@ -17,6 +17,7 @@ struct recorded_call {
     bool took_effect;          ///< may be so although it failed
     bool injected;             ///< a fault of `fault` answered it
     std::uint64_t duration_ns; ///< by the machine's clock, the waiting of a slow data plane included
+    bool is_slow;              ///< took so many ticks that the library reports it
     bool is_undo;              ///< takes something down after a call that was to build something failed
 };
 
@@ -29,3 +30,6 @@ struct operation_record {
     std::string result_text;
     std::uint64_t duration_ns;
 };
+
+/// "9.05 µs"
+std::string duration_text(std::uint64_t ns);

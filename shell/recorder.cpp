@@ -8,8 +8,11 @@
 #include "data_plane.h"
 #include "kiv_util.h"
 #include "zel_core_term/zel_ovlin_session_handler.h"
+#include "zel_core_term/zel_term.h"
 
 namespace {
+
+constexpr std::uint64_t delay_bound_ticks = 25'600'000;
 
 recorder *the_recorder;
 
@@ -83,6 +86,7 @@ vok_cp_sim_answer_t recorder::on_call(void *self, const vok_cp_sim_call_t *call)
     const faults::answer answer = r.waiting_.on_call(call->operation);
     r.call_is_answered_ = answer.acts();
     r.call_began_ = clock::now();
+    r.call_began_ticks_ = zel_core_term_time_get();
     return {answer.status, answer.after_effect, answer.ticks};
 }
 
@@ -91,10 +95,12 @@ void recorder::on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_c
     auto &r = *static_cast<recorder *>(self);
     if (!r.watching_)
         return;
+    const bool is_slow = zel_core_term_time_get() - r.call_began_ticks_ > delay_bound_ticks;
     const std::uint64_t duration_ns = ns_since(r.call_began_);
     const bool answered = r.call_is_answered_; // before the text is asked for, which is a call too
-    r.record({call->operation, subject_of(*call), outcome->created, outcome->status, status_text(outcome->status),
-              outcome->took_effect, answered, duration_ns, false});
+    r.record({call->operation, subject_of(*call), outcome->created, outcome->status,
+              answer_text(call->operation, outcome->status), outcome->took_effect, answered, duration_ns, is_slow,
+              false});
 }
 
 std::uint32_t recorder::hook_called(std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type,
@@ -103,7 +109,7 @@ std::uint32_t recorder::hook_called(std::uint64_t ovlin_flow_type, std::uint32_t
     const faults::answer answer = waiting_.on_call(session_type_hook);
     const std::uint32_t result = answer.acts() ? answer.status : next(ovlin_flow_type, pcep_id, session_type);
     record({session_type_hook, "pcep " + std::to_string(pcep_id) + ", session type " + std::to_string(session_type), 0,
-            result, kiv_util_init_rc_str_get(result), true, answer.acts(), 0, false});
+            result, answer_text(session_type_hook, result), !answer.acts(), answer.acts(), 0, false, false});
     return result;
 }
 

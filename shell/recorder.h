@@ -62,6 +62,7 @@ private:
     bool watching_ = true;
     std::optional<operation_record> last_;
     clock::time_point operation_began_, call_began_;
+    std::uint64_t call_began_ticks_ = 0;
     bool call_is_answered_ = false; ///< by a fault
     bool building_failed_ = false;
     event_listener listener_;

@@ -107,7 +107,7 @@ protected:
 recorded_call call(const std::string &operation, std::uint32_t status = 0)
 {
     return {operation,   "0x100000001", 0,    status, status == 0 ? "success" : "no such binding",
-            status == 0, false,         1500, false};
+            status == 0, false,         1500, false,  false};
 }
 
 operation_record operation(std::vector<std::variant<trace_event, recorded_call>> course)
@@ -191,7 +191,7 @@ TEST_F(picture_test, FailuresAndUndosAreRedInALadder)
     recorded_call failed = call("vok_bind", 0x109), undo = call("vok_unbind"), slow = call("vok_bind");
     failed.injected = true;
     undo.is_undo = true;
-    slow.duration_ns = 100'000'001;
+    slow.is_slow = true;
     operation_record record =
         operation({call("vok_ip_ingress_association_create"), failed,
                    trace_event{"tn_zel_term:EXCEPTION", "", "GENERAL", "connect(): no such binding"}, undo, slow});
@@ -208,7 +208,7 @@ TEST_F(picture_test, FailuresAndUndosAreRedInALadder)
     EXPECT_NE(statement(dot, "\"answer 2\"").find("injected fault"), std::string::npos);
     EXPECT_NE(statement(dot, "\"step 3\"").find(red), std::string::npos);
     EXPECT_NE(statement(dot, "\"call 4\"").find("undo: vok_unbind"), std::string::npos);
-    EXPECT_NE(statement(dot, "\"answer 5\"").find("100 ms, slow"), std::string::npos);
+    EXPECT_NE(statement(dot, "\"answer 5\"").find("1.50 µs, slow"), std::string::npos);
     EXPECT_EQ(statement(dot, "result").find(red), std::string::npos);
     record.result = 13;
     EXPECT_NE(statement(ladder_dot(record), "result").find(red), std::string::npos);

@@ -48,6 +48,8 @@ udp modify 1|--pmtu or --ttl is required
 udp release|ID is required
 l2tp connection|a command is missing; expected add, remove, modify, show
 l2tp connection add 1 --local 192.0.2.300|--local: '192.0.2.300' is not an IPv4 address
+l2tp connection remove 1 --pcep 3|control connection 1 was not added here; --pcep and --rat-session are required
+l2tp session remove 100|session 100 was not added here; --connection is required
 l2tp connection modify 1 --remote 192.0.2.2|control connection 1 was not added here
 packet l2tp --from 192.0.2.1 --to 192.0.2.2|--session or --connection is required, and not both
 packet udp --from 192.0.2.1:1 --to [::1]:1|--from is IPv4 and --to is IPv6
@@ -83,6 +85,7 @@ fault vok_bind|ADD|objects@3: udp add 10 gave 13 (data-plane call failed), and n
 fault vok_bind|ADD|objects|udp free-id|expect 13@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 calls
 udp release 5|expect 4|expect event tn_zel_init:EXCEPTION "add"@4: expected an event tn_zel_init:EXCEPTION with "add" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
+udp fill 2|fault vok_unbind --every|udp clear|expect shown "2 sessions released, 8 data-plane calls failed"|expect shown "udp clear"|audit|expect shown "line 4: udp clear"|expect 1@9: expected 1, came 0 (success) of udp release 2 in line 4
 ADD|expect event tn_zel_term:ERROR@3: expected an event tn_zel_term:ERROR of udp add 10 in line 2, which fired none
 send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
 ROWS

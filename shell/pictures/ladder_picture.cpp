@@ -30,24 +30,6 @@ constexpr double answer_width = 230;
 constexpr char injected_fault[] = "injected fault";
 constexpr std::size_t rows_at_most = 300; ///< a bitmap holds at most 32,767 pixels one above the other
 
-std::string duration_text(std::uint64_t ns)
-{
-    struct unit {
-        const char *name;
-        double ns;
-    };
-    constexpr std::array<unit, 3> units{{{"s", 1e9}, {"ms", 1e6}, {"µs", 1e3}}};
-    for (const unit &u : units) {
-        const double value = static_cast<double>(ns) / u.ns;
-        if (value < 1)
-            continue;
-        char text[32];
-        std::snprintf(text, sizeof text, "%.*f %s", value < 10 ? 2 : value < 100 ? 1 : 0, value, u.name);
-        return text;
-    }
-    return std::to_string(ns) + " ns";
-}
-
 std::size_t characters(double width)
 {
     return static_cast<std::size_t>(width / (0.6 * font_size));
@@ -116,8 +98,8 @@ paragraph answer_text(const recorded_call &call)
         outcome = handle_text(call.created);
     for (const std::string &line : wrapped(outcome, width - 10, 2))
         text.lines.push_back(failed ? in_bold(line) : escaped(line));
-    text.lines.back() += style::gap + in_colour(is_slow(call) ? style::warning : style::faint_ink,
-                                                duration_text(call.duration_ns) + (is_slow(call) ? ", slow" : ""));
+    text.lines.back() += style::gap + in_colour(call.is_slow ? style::warning : style::faint_ink,
+                                                duration_text(call.duration_ns) + (call.is_slow ? ", slow" : ""));
     std::string remarks = call.injected && call.status_text != injected_fault ? injected_fault : "";
     if (failed && call.took_effect)
         remarks += std::string(remarks.empty() ? "" : ", ") + "took effect all the same";

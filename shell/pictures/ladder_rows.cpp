@@ -30,7 +30,7 @@ std::optional<ladder_step> step_of(const trace_event &event)
 bool must_be_seen(const ladder_row &row)
 {
     return (row.step && row.step->what != ladder_step::kind::step) ||
-           (row.call != nullptr && (row.call->status != 0 || row.call->is_undo || is_slow(*row.call)));
+           (row.call != nullptr && (row.call->status != 0 || row.call->is_undo || row.call->is_slow));
 }
 
 std::vector<ladder_row> all_rows(const operation_record &operation)
@@ -51,11 +51,6 @@ std::vector<ladder_row> all_rows(const operation_record &operation)
 }
 
 } // namespace
-
-bool is_slow(const recorded_call &call)
-{
-    return call.duration_ns > 100'000'000; // 25,600,000 ticks of the 256 MHz that the library counts in
-}
 
 std::vector<ladder_row> rows_of(const operation_record &operation, std::size_t rows_at_most)
 {

@@ -24,6 +24,3 @@ struct ladder_row {
 /// The rows that tell the story: all of them, or with more than `rows_at_most` the first and the last, and of those
 /// between them the failures, undos, exceptions and slow calls as far as there is room.
 std::vector<ladder_row> rows_of(const operation_record &operation, std::size_t rows_at_most);
-
-/// Took longer than the library lets pass without a warning.
-bool is_slow(const recorded_call &call);
