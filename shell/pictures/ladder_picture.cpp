@@ -179,9 +179,10 @@ private:
     {
         const std::string side = how == align::left ? "LEFT" : how == align::right ? "RIGHT" : "CENTER";
         std::string html = R"(<table border="0" cellborder="0" cellspacing="0" cellpadding="0">)";
+        const std::string cell = R"(<tr><td align=")" + side + R"(" width=")" + std::to_string(std::lround(width)) +
+                                 R"(" height=")" + std::to_string(std::lround(line_height)) + R"(">)";
         for (const std::string &line : text.lines)
-            html += R"(<tr><td align=")" + side + R"(" width=")" + std::to_string(std::lround(width)) +
-                    R"(" height=")" + std::to_string(std::lround(line_height)) + R"(">)" + line + "</td></tr>";
+            html.append(cell).append(line).append("</td></tr>");
         html += "</table>";
         const double middle = how == align::left ? x + width / 2 : how == align::right ? x - width / 2 : x;
         put(texts_, name, middle, y + text.height() / 2, width, text.height(),
