@@ -42,8 +42,7 @@ void commands::execute(const std::string &line, int line_number)
     line_number_ = line_number;
     changed_by_.clear();
     const std::string first = first_word(line);
-    if (first != "expect")
-        out_.forget();
+    out_.keep(first != "expect");
 
     const std::shared_ptr<CLI::App> parser = new_parser();
     line_options options;
@@ -54,7 +53,7 @@ void commands::execute(const std::string &line, int line_number)
     }
     if (!changed_by_.empty())
         audit_.after("line " + std::to_string(line_number) + ": " + changed_by_, known_, data_plane::now());
-    if (first != "save")
+    if (first != "save" && first != "help")
         scenario_.push_back(line);
 }
 
@@ -66,6 +65,7 @@ std::uint32_t commands::record(const std::string &name, const std::function<std:
     const std::uint32_t result = operation();
     recorder_.end(result);
     last_result_is_expected_ = result == ZEL_CORE_TERM_SUCCESS;
+    lines_up_to_operation_ = scenario_.size() + 1; // the current one goes there when it is done
     changed_by_ = name;
     return result;
 }
@@ -109,7 +109,7 @@ void commands::finish() const
                            f.line_number);
 }
 
-std::vector<std::string> commands::choices_after(const std::vector<std::string> &words)
+std::optional<std::vector<std::string>> commands::choices_after(const std::vector<std::string> &words)
 {
     const std::shared_ptr<CLI::App> parser = new_parser();
     line_options options;

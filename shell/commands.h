@@ -46,8 +46,8 @@ public:
     /// A line asked to end.
     bool wants_to_quit() const { return wants_to_quit_; }
 
-    /// What can stand at the end of a line that begins with these words.
-    std::vector<std::string> choices_after(const std::vector<std::string> &words);
+    /// What can stand at the end of a line that begins with these words; nothing when it can be a file's name.
+    std::optional<std::vector<std::string>> choices_after(const std::vector<std::string> &words);
 
     struct line_options;
 
@@ -94,8 +94,9 @@ private:
     std::string line_;
     int line_number_ = 0;
     bool last_result_is_expected_ = true;
-    std::string changed_by_;            ///< what the current line did to the data plane; empty: nothing
-    std::vector<std::string> scenario_; ///< the lines that were carried out, with what they answered
+    std::string changed_by_;                ///< what the current line did to the data plane; empty: nothing
+    std::vector<std::string> scenario_;     ///< the lines that were carried out, with what they answered
+    std::size_t lines_up_to_operation_ = 0; ///< how many of them up to the last operation
 
     faults faults_;
     recorder recorder_;

@@ -125,7 +125,9 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
     add_ipv4(modify, "--remote", o.remote, "the new peer's IPv4 address");
     CLI::Option *dscp =
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
-    on_run(modify, [this, &o, dscp] {
+    CLI::Option *vrf = add_number(modify, "--vrf", o.vrf, "new routing instance, also when it falls back");
+    CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new TTL of the sent packets, also when it falls back", 255);
+    on_run(modify, [this, &o, dscp, vrf, ttl] {
         const auto known = known_.connections.find(o.id);
         if (known == known_.connections.end())
             throw bad_line("control connection " + std::to_string(o.id) + " was not added here");
@@ -134,6 +136,10 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
         set_address(c.cfg.remote_addr, o.remote);
         if (is_given(dscp))
             c.dscp = static_cast<std::uint8_t>(o.dscp);
+        if (is_given(vrf))
+            c.cfg.vrf_id = o.vrf;
+        if (is_given(ttl))
+            c.cfg.ttl = static_cast<std::uint8_t>(o.ttl);
         std::vector<std::uint32_t> sessions;
         for (const auto &[id, control_connection] : known_.l2tp_sessions)
             if (control_connection == o.id)
@@ -145,8 +151,10 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
         });
         if (result == ZEL_CORE_TERM_SUCCESS)
             known->second = c;
-        else if (result == ZEL_CORE_TERM_FELL_BACK && connection_is_in_use(o.id)) // otherwise it is the hook's own 2
+        if (result == ZEL_CORE_TERM_FELL_BACK && connection_is_in_use(o.id)) { // otherwise it is the hook's own 2
+            known->second.cfg = c.cfg;                                         // whose peer is the old one again
             out_ << "the old peer and DSCP are in force\n";
+        }
         forget_removed();
     });
 

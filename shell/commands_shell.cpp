@@ -28,12 +28,13 @@ void commands::add_shell_commands(CLI::App &app, line_options &o)
     on_run(add_command(app, "quit", "end the shell", "quit"), [this] { wants_to_quit_ = true; });
 }
 
-/// A result that nobody expected so far goes into the scenario as an expectation.
+/// A result that nobody expected so far goes into the scenario as an expectation, after its operation.
 void commands::state_result_in_scenario()
 {
     if (last_result_is_expected_)
         return;
-    scenario_.push_back("expect " + std::to_string(last_operation().result));
+    const auto after = scenario_.begin() + static_cast<std::ptrdiff_t>(lines_up_to_operation_);
+    scenario_.insert(after, "expect " + std::to_string(last_operation().result));
     last_result_is_expected_ = true;
 }
 
@@ -49,4 +50,7 @@ void commands::save(const std::string &file)
     if (!out)
         throw bad_line(file + " cannot be written");
     out_ << "wrote " << file << ": " << scenario_.size() << " lines\n";
+    for (const fault &f : faults_.all())
+        if (f.acted == 0)
+            out_ << "it will not go as written: the fault of " << f.call << " has not acted\n";
 }

@@ -1,6 +1,7 @@
 // The commands of UDP sessions.
 #include <algorithm>
 
+#include "interrupt.h"
 #include "line_options.h"
 #include "progress.h"
 #include "text_table.h"
@@ -188,7 +189,7 @@ void commands::show_udp_sessions()
 void commands::fill_udp_sessions(std::uint32_t count)
 {
     progress shown(shows_progress_, out_, count);
-    while (known_.udp_sessions.size() < count) {
+    while (known_.udp_sessions.size() < count && !interrupt::taken()) {
         std::uint32_t id = 0;
         if (zel_core_term_udp_session_free_id_get(&id) != ZEL_CORE_TERM_SUCCESS)
             break;
@@ -213,7 +214,7 @@ void commands::clear_udp_sessions()
     const std::size_t count = known_.udp_sessions.size();
     std::size_t failed_calls = 0;
     progress shown(shows_progress_, out_, count);
-    while (!known_.udp_sessions.empty()) {
+    while (!known_.udp_sessions.empty() && !interrupt::taken()) {
         const std::uint32_t id = known_.udp_sessions.begin()->first;
         record(udp("disconnect", id), [&] { return zel_core_term_udp_session_disconnect(id); });
         failed_calls += count_failed_calls(last_operation());
@@ -224,7 +225,7 @@ void commands::clear_udp_sessions()
     }
     shown.end();
     changed_by_ = "udp clear";
-    out_ << "udp clear: " << count << " sessions released";
+    out_ << "udp clear: " << count - known_.udp_sessions.size() << " sessions released";
     if (failed_calls > 0)
         out_ << ", " << failed_calls << " data-plane calls failed";
     out_ << '\n';

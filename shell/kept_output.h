@@ -9,20 +9,30 @@ class kept_output : private std::streambuf, public std::ostream {
 public:
     explicit kept_output(std::ostream &real) : std::ostream(this), real_(real) {}
 
+    /// What was written since it was last told to keep.
     const std::string &kept() const { return kept_; }
-    void forget() { kept_.clear(); }
+
+    /// From now on keeps what is written, and nothing of before; or keeps what it has.
+    void keep(bool keeps)
+    {
+        keeps_ = keeps;
+        if (keeps)
+            kept_.clear();
+    }
 
 private:
     int overflow(int c) override
     {
-        kept_ += static_cast<char>(c);
+        if (keeps_)
+            kept_ += static_cast<char>(c);
         real_.put(static_cast<char>(c));
         return c;
     }
 
     std::streamsize xsputn(const char *text, std::streamsize size) override
     {
-        kept_.append(text, static_cast<std::size_t>(size));
+        if (keeps_)
+            kept_.append(text, static_cast<std::size_t>(size));
         real_.write(text, size);
         return size;
     }
@@ -35,4 +45,5 @@ private:
 
     std::ostream &real_;
     std::string kept_;
+    bool keeps_ = true;
 };

@@ -132,8 +132,8 @@ CLI::App *command_below(CLI::App &app, const std::string &name)
     return found != below.end() ? *found : nullptr;
 }
 
-std::vector<std::string> choices_after(CLI::App &app, const commands::line_options &options,
-                                       const std::vector<std::string> &words)
+std::optional<std::vector<std::string>> choices_after(CLI::App &app, const commands::line_options &options,
+                                                      const std::vector<std::string> &words)
 {
     CLI::App *command = &app;
     const CLI::Option *awaiting_value = nullptr;
@@ -162,8 +162,11 @@ std::vector<std::string> choices_after(CLI::App &app, const commands::line_optio
     std::size_t positionals = 0;
     for (const CLI::Option *option : command->get_options()) {
         if (option->get_positional()) {
-            if (positionals++ == positionals_given)
-                std::ranges::copy(list_of(option), std::back_inserter(choices));
+            if (positionals++ != positionals_given)
+                continue;
+            if (option->get_name() == "FILE")
+                return std::nullopt;
+            std::ranges::copy(list_of(option), std::back_inserter(choices));
         } else if (std::ranges::find(words, option->get_name()) == words.end()) {
             choices.push_back(option->get_name());
         }

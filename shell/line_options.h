@@ -71,8 +71,9 @@ std::string help_text(const CLI::App &asked);
 
 /// What can stand at the end of a line that begins with `words`: commands, options, and values of which there is a
 /// list.
-std::vector<std::string> choices_after(CLI::App &app, const commands::line_options &options,
-                                       const std::vector<std::string> &words);
+/// @return nothing when it can be a file's name
+std::optional<std::vector<std::string>> choices_after(CLI::App &app, const commands::line_options &options,
+                                                      const std::vector<std::string> &words);
 
 /// Reads a decimal number, or a hexadecimal one after 0x.
 std::optional<std::uint32_t> parse_number(const std::string &text);

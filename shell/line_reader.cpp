@@ -3,10 +3,14 @@
 #include <cstdio> // before readline's headers, which need it
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
+
+#include "interrupt.h"
 
 namespace {
 
@@ -33,9 +37,30 @@ char **matches(const char *beginning, int start, int)
     std::vector<std::string> words;
     for (std::string word; before >> word;)
         words.push_back(word);
-    choices = complete(words);
-    rl_attempted_completion_over = choices.empty() ? 0 : 1; // otherwise the word may be a file's name
+    const std::optional<std::vector<std::string>> possible = complete(words);
+    rl_attempted_completion_over = possible ? 1 : 0; // otherwise readline looks for files
+    choices = possible.value_or(std::vector<std::string>{});
     return rl_completion_matches(beginning, next_match);
+}
+
+enum class typing { goes_on, line_is_complete, has_ended };
+
+typing state;
+std::string typed_line;
+
+/// readline gives the line away, or null at the end.
+void take_line(char *line)
+{
+    rl_callback_handler_remove(); // before readline prompts for another one
+    state = line != nullptr ? typing::line_is_complete : typing::has_ended;
+    typed_line = line != nullptr ? line : "";
+    std::free(line);
+}
+
+void prompt()
+{
+    state = typing::goes_on;
+    rl_callback_handler_install("zel> ", take_line);
 }
 
 std::string history_file()
@@ -55,6 +80,7 @@ line_reader::line_reader(completer choices_after) : history_file_(history_file()
     complete = std::move(choices_after);
     rl_readline_name = "zel-term-shell";
     rl_attempted_completion_function = matches;
+    interrupt::catch_it();
     rl_basic_word_break_characters = const_cast<char *>(" \t");
     using_history();
     stifle_history(longest_history);
@@ -71,15 +97,24 @@ line_reader::~line_reader()
 
 std::optional<std::string> line_reader::next()
 {
-    char *typed = readline("zel> ");
-    if (typed == nullptr) {
+    prompt();
+    while (state == typing::goes_on) {
+        pollfd terminal{STDIN_FILENO, POLLIN, 0};
+        if (poll(&terminal, 1, -1) > 0)
+            rl_callback_read_char();
+        if (interrupt::taken()) {
+            rl_callback_sigcleanup();
+            rl_callback_handler_remove();
+            std::puts("^C");
+            prompt();
+        }
+    }
+    if (state == typing::has_ended) {
         std::fputc('\n', stdout);
         return std::nullopt;
     }
-    std::string line = typed;
-    std::free(typed);
-    if (!line.empty() && line != latest_)
-        add_history(line.c_str());
-    latest_ = line;
-    return line;
+    if (!typed_line.empty() && typed_line != latest_)
+        add_history(typed_line.c_str());
+    latest_ = typed_line;
+    return typed_line;
 }

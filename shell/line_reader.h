@@ -11,13 +11,15 @@
 class line_reader {
 public:
     /// What can stand at the end of a line that begins with these words.
-    using completer = std::function<std::vector<std::string>(const std::vector<std::string> &)>;
+    /// @return nothing when it can be a file's name
+    using completer = std::function<std::optional<std::vector<std::string>>(const std::vector<std::string> &)>;
 
     explicit line_reader(completer choices_after);
     ~line_reader();
     line_reader(const line_reader &) = delete;
     line_reader &operator=(const line_reader &) = delete;
 
+    /// ^C takes back what is typed so far.
     /// @return nothing at the end
     std::optional<std::string> next();
 

@@ -33,6 +33,8 @@ int run(std::istream &in, const std::string &name)
                 shell.execute(line, number);
         }
         shell.finish();
+        if (!std::cout.flush())
+            throw bad_line("the output cannot be written");
     } catch (const bad_line &wrong) {
         std::cout.flush();
         std::cerr << name << ':' << (wrong.line_number != 0 ? wrong.line_number : number) << ": " << wrong.what()
@@ -71,6 +73,7 @@ int main(int argc, char **argv)
                  "standard input; '#' starts a comment line, 'help' lists the commands. From a file or a pipe it\n"
                  "stops at the first line that does not go as written, and exits with 1: a line that cannot be\n"
                  "carried out, an expectation that does not hold, a result other than 0 that none states."};
+    app.set_version_flag("--version", "zel-term-shell " ZEL_VERSION);
     std::string file;
     app.add_option("FILE", file, "commands");
     try {

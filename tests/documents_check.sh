@@ -30,7 +30,7 @@ done
 [ "$links" -gt 0 ] || fail "no links were seen"
 
 scripts/api-doc check || fail "docs/api.md: scripts/api-doc write"
-for document in docs/architecture.md docs/porting.md docs/rehearsing.md docs/tracing.md; do
+for document in README.md docs/architecture.md docs/porting.md docs/rehearsing.md docs/tracing.md; do
     scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
 done
 

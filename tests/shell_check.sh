@@ -10,12 +10,12 @@ fail() {
     failures=$((failures + 1))
 }
 
-# The tours are what the README shows, the lines of its trace locations and true delay warnings aside.
+# The tours are what the document shows, the lines of its trace locations and true delay warnings aside.
 without_lines() { sed -E '/  SESSION_API_DELAY  /d; s/^(  tn_zel_[a-z]+:[A-Z_]+  [a-z0-9_]+):[0-9]+ /\1 /'; }
-readme_block() { sed -n "/^== zel-term-shell examples\/$1\$/,/^\(== .*\|\`\`\`\)\$/p" "$project/README.md" | sed '1d;$d'; }
+shown() { sed -n "/^== zel-term-shell examples\/$1\$/,/^\(== .*\|\`\`\`\)\$/p" "$project/docs/demo.md" | sed '1d;$d'; }
 for tour in tour.zel l2tp-tour.zel; do
-    diff -u --label README.md --label "$tour" <(readme_block "$tour" | without_lines) \
-        <("$shell" "$project/examples/$tour" | without_lines) || fail "the README shows another $tour"
+    diff -u --label docs/demo.md --label "$tour" <(shown "$tour" | without_lines) \
+        <("$shell" "$project/examples/$tour" | without_lines) || fail "docs/demo.md shows another $tour"
 done
 
 # Bad lines: the message, with where the line stands, and the exit status. Nothing after a bad line is carried out.
@@ -87,6 +87,7 @@ fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 ca
 udp release 5|expect 4|expect event tn_zel_init:EXCEPTION "add"@4: expected an event tn_zel_init:EXCEPTION with "add" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
 udp fill 2|fault vok_unbind --every|udp clear|expect shown "2 sessions released, 8 data-plane calls failed"|expect shown "udp clear"|audit|expect shown "line 4: udp clear"|expect 1@9: expected 1, came 0 (success) of udp release 2 in line 4
 ADD|expect event tn_zel_term:ERROR@3: expected an event tn_zel_term:ERROR of udp add 10 in line 2, which fired none
+udp release 7|expect 4|expect shown "as expected"@4: expected "as expected", and what was shown is|udp release 7: 4 (session is free)
 send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
 ROWS
 printf 'start\n%s\nudp show\n' "$session" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
@@ -128,6 +129,10 @@ expect 13
 udp free-id" || fail "another scenario was saved"
 "$shell" tried.zel >said 2>&1 || fail "the saved scenario: $(tail -n 3 said)"
 grep -qx 'udp free-id' history || fail "no history is kept"
+{ sleep 1; printf 'udp add 1\003'; sleep 0.3; printf 'start\nquit\n'; } | typed | grep -q 'start: 0' ||
+    fail "^C does not take back a line"
+"$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
+grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
 printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed | grep -q 'udp release 10: 0' ||
     fail "a live id is not completed"
 
