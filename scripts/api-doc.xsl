@@ -42,7 +42,8 @@ The functions by name:
 </xsl:text>
   <xsl:for-each select="$all//memberdef[@kind='function']">
     <xsl:sort select="name"/>
-    <xsl:value-of select="concat('- [', name, '](#', name, ')&#10;')"/>
+    <xsl:variable name="anchor" select="translate(name, 'H', 'h')"/>
+    <xsl:value-of select="concat('- [', name, '](#', $anchor, ')&#10;')"/>
   </xsl:for-each>
   <xsl:text>
 Addresses are in network byte order; all other integers, in records as in arguments, are in the machine's. An ovlin flow
@@ -66,9 +67,9 @@ ID is 12 bits of PCEP id and 20 bits of ovlin session id. "Must be valid" says t
   <xsl:text>
 ## What is left when an operation fails
 
-A refused argument (2 of a query, 3, 4, 5, 7, 10, and 13 while the library is stopped) leaves everything as it was; the trace event
-names it. (A modify does not refuse a session of its list, but fails.) Reading counters changes nothing either. Every other result with which something may be left, in the tables or
-in the data plane:
+A refused argument (2 of a query, 3, 4, 5, 7, 10, and 13 while the library is stopped) leaves everything as it was; the
+trace event names it. (A modify does not refuse a session of its list, but fails.) Reading counters changes nothing
+either. Every other result with which something may be left, in the tables or in the data plane:
 
 | Operation | Result | What is left |
 | --- | ---: | --- |

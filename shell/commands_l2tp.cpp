@@ -64,15 +64,15 @@ void commands::forget_removed()
     std::erase_if(known_.l2tp_sessions, [](const auto &known) { return !session_is_in_use(known.first); });
 }
 
+void commands::add_connection_id(CLI::App *command, line_options &o)
+{
+    CLI::Option *id = required(add_number(command, "ID", o.id, "the control connection"));
+    o.choices[id] = ids_of(known_.connections);
+}
+
 void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
 {
     CLI::App *group = add_group(l2tp, "connection", "L2TPv3 control connections");
-    const auto add_id = [&](CLI::App *command) {
-        CLI::Option *id = add_number(command, "ID", o.id, "the control connection");
-        required(id);
-        o.choices[id] = ids_of(known_.connections);
-    };
-
     CLI::App *add = add_command(*group, "add", "add a control connection",
                                 "l2tp connection add 1 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1001 "
                                 "--pcep 3 --rat-session 11 --dscp 48");
@@ -102,7 +102,7 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
 
     CLI::App *remove =
         add_command(*group, "remove", "remove a control connection, its sessions first", "l2tp connection remove 1");
-    add_id(remove);
+    add_connection_id(remove, o);
     CLI::Option *pcep = add_number(remove, "--pcep", o.pcep, "PCEP id, if not the one that it was added with");
     CLI::Option *rat_session =
         add_number(remove, "--rat-session", o.rat_session, "RAT-side ovlin session id, likewise");
@@ -119,9 +119,27 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
         forget_removed();
     });
 
-    CLI::App *modify = add_command(*group, "modify", "move a control connection and its sessions to another peer",
+    add_connection_modify(*group, o);
+
+    on_run(add_command(*group, "show", "the control connections", "l2tp connection show"), [this] {
+        text_table table{{"id", "peers", "vrf", "dscp", "L2TPv3 flow", "ingress", "egress"}};
+        for (const auto &[id, c] : known_.connections) {
+            const l2tp_control_entry &entry = l2tp_control_table[id];
+            table.add({std::to_string(id),
+                       address_text(4, c.cfg.local_addr) + " - " + address_text(4, c.cfg.remote_addr),
+                       std::to_string(c.cfg.vrf_id), std::to_string(c.dscp),
+                       handle_text(entry.l2tp_ingress_flow_handle), handle_text(entry.ipv4_ingress_association_handle),
+                       handle_text(entry.ipv4_egress_association_handle)});
+        }
+        out_ << known_.connections.size() << " control connections\n" << table;
+    });
+}
+
+void commands::add_connection_modify(CLI::App &group, line_options &o)
+{
+    CLI::App *modify = add_command(group, "modify", "move a control connection and its sessions to another peer",
                                    "l2tp connection modify 1 --remote 203.0.113.9 --dscp 40");
-    add_id(modify);
+    add_connection_id(modify, o);
     add_ipv4(modify, "--remote", o.remote, "the new peer's IPv4 address");
     CLI::Option *dscp =
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
@@ -156,19 +174,6 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
             out_ << "the old peer and DSCP are in force\n";
         }
         forget_removed();
-    });
-
-    on_run(add_command(*group, "show", "the control connections", "l2tp connection show"), [this] {
-        text_table table{{"id", "peers", "vrf", "dscp", "L2TPv3 flow", "ingress", "egress"}};
-        for (const auto &[id, c] : known_.connections) {
-            const l2tp_control_entry &entry = l2tp_control_table[id];
-            table.add({std::to_string(id),
-                       address_text(4, c.cfg.local_addr) + " - " + address_text(4, c.cfg.remote_addr),
-                       std::to_string(c.cfg.vrf_id), std::to_string(c.dscp),
-                       handle_text(entry.l2tp_ingress_flow_handle), handle_text(entry.ipv4_ingress_association_handle),
-                       handle_text(entry.ipv4_egress_association_handle)});
-        }
-        out_ << known_.connections.size() << " control connections\n" << table;
     });
 }
 

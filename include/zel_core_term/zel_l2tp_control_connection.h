@@ -168,9 +168,9 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  *
  * @retval 0     the new configuration is in force. The data plane keeps what could not be taken down of the
  *               configuration before, which is reported by trace events: what failed is no failure of the modify
- * @retval 2     the old remote address and DSCP are in force. The data plane keeps what could not be taken down of either
- *               configuration, which is reported by trace events, and an association whose create took effect although
- *               it failed
+ * @retval 2     the old remote address and DSCP are in force. The data plane keeps what could not be taken down of
+ *               either configuration, which is reported by trace events, and an association whose create took effect
+ *               although it failed
  * @retval 3     the id is above 48: nothing was done
  * @retval 13    the L2TP side is stopped: nothing was done
  * @retval other the code of the step that failed, which may be any of these too: all listed sessions and the
