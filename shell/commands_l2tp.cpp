@@ -64,7 +64,7 @@ void commands::forget_removed()
     std::erase_if(known_.l2tp_sessions, [](const auto &known) { return !session_is_in_use(known.first); });
 }
 
-void commands::add_connection_id(CLI::App *command, line_options &o)
+void commands::add_connection_id(CLI::App *command, line_options &o) const
 {
     CLI::Option *id = required(add_number(command, "ID", o.id, "the control connection"));
     o.choices[id] = ids_of(known_.connections);
