@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,7 +28,7 @@ class picture_test : public testing::Test {
 protected:
     picture_test()
     {
-        std::filesystem::create_directory(folder);
+        EXPECT_NE(mkdtemp(folder.data()), nullptr); // of its own: tests run at the same time
         vok_cp_sim_reset();
         l2tp_control_ingress_interface = 0;
         EXPECT_EQ(zel_core_term_start(), 0u);
@@ -101,7 +102,7 @@ protected:
     static std::string quoted(std::uint64_t handle) { return "\"" + handle_text(handle) + "\""; }
 
     ledger known;
-    std::string folder = testing::TempDir() + "zel_pictures";
+    std::string folder = testing::TempDir() + "zel_pictures.XXXXXX";
 };
 
 recorded_call call(const std::string &operation, std::uint32_t status = 0)
