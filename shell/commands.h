@@ -58,7 +58,6 @@ private:
     void add_l2tp_commands(CLI::App &app, line_options &options);
     void add_connection_commands(CLI::App &l2tp, line_options &options);
     void add_connection_modify(CLI::App &group, line_options &options);
-    void add_connection_id(CLI::App *command, line_options &options) const;
     void add_session_commands(CLI::App &l2tp, line_options &options);
     void add_packet_commands(CLI::App &app, line_options &options);
     void add_fault_commands(CLI::App &app, line_options &options);

@@ -64,12 +64,6 @@ void commands::forget_removed()
     std::erase_if(known_.l2tp_sessions, [](const auto &known) { return !session_is_in_use(known.first); });
 }
 
-void commands::add_connection_id(CLI::App *command, line_options &o) const
-{
-    CLI::Option *id = required(add_number(command, "ID", o.id, "the control connection"));
-    o.choices[id] = ids_of(known_.connections);
-}
-
 void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
 {
     CLI::App *group = add_group(l2tp, "connection", "L2TPv3 control connections");
@@ -102,7 +96,7 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
 
     CLI::App *remove =
         add_command(*group, "remove", "remove a control connection, its sessions first", "l2tp connection remove 1");
-    add_connection_id(remove, o);
+    add_known_id(remove, o, "the control connection", ids_of(known_.connections));
     CLI::Option *pcep = add_number(remove, "--pcep", o.pcep, "PCEP id, if not the one that it was added with");
     CLI::Option *rat_session =
         add_number(remove, "--rat-session", o.rat_session, "RAT-side ovlin session id, likewise");
@@ -139,7 +133,7 @@ void commands::add_connection_modify(CLI::App &group, line_options &o)
 {
     CLI::App *modify = add_command(group, "modify", "move a control connection and its sessions to another peer",
                                    "l2tp connection modify 1 --remote 203.0.113.9 --dscp 40");
-    add_connection_id(modify, o);
+    add_known_id(modify, o, "the control connection", ids_of(known_.connections));
     add_ipv4(modify, "--remote", o.remote, "the new peer's IPv4 address");
     CLI::Option *dscp =
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
@@ -206,9 +200,7 @@ void commands::add_session_commands(CLI::App &l2tp, line_options &o)
     });
 
     CLI::App *remove = add_command(*group, "remove", "remove a session", "l2tp session remove 100");
-    CLI::Option *id = add_number(remove, "ID", o.id, "the session");
-    required(id);
-    o.choices[id] = ids_of(known_.l2tp_sessions);
+    add_known_id(remove, o, "the session", ids_of(known_.l2tp_sessions));
     CLI::Option *carrier =
         add_number(remove, "--connection", o.connection, "its control connection, if not the one that it was added to");
     o.choices[carrier] = ids_of(known_.connections);

@@ -41,19 +41,16 @@ std::string udp(const char *operation, std::uint32_t id)
 /// Whether the id is in use after an add: not undone is what the session-type hook ended with 3 or 5.
 bool is_left_in_use(const operation_record &add)
 {
-    return add.result == ZEL_CORE_TERM_SUCCESS || std::ranges::any_of(add.course, [](const auto &happened) {
-               const auto *call = std::get_if<recorded_call>(&happened);
-               return call != nullptr && call->operation == session_type_hook &&
+    return add.result == ZEL_CORE_TERM_SUCCESS || std::ranges::any_of(calls_of(add), [](const recorded_call *call) {
+               return call->operation == session_type_hook &&
                       (call->status == ZEL_CORE_TERM_OUT_OF_RANGE || call->status == ZEL_CORE_TERM_SESSION_IN_USE);
            });
 }
 
 std::size_t count_failed_calls(const operation_record &operation)
 {
-    return static_cast<std::size_t>(std::ranges::count_if(operation.course, [](const auto &happened) {
-        const auto *call = std::get_if<recorded_call>(&happened);
-        return call != nullptr && call->status != 0;
-    }));
+    return static_cast<std::size_t>(
+        std::ranges::count_if(calls_of(operation), [](const recorded_call *call) { return call->status != 0; }));
 }
 
 } // namespace
@@ -90,10 +87,9 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     });
 
     const auto add_id = [&](CLI::App *command) {
-        CLI::Option *id = add_number(command, "ID", o.id, "the session");
-        required(id);
-        o.choices[id] = ids_of(known_.udp_sessions);
+        add_known_id(command, o, "the session", ids_of(known_.udp_sessions));
     };
+
     CLI::App *modify =
         add_command(*group, "modify", "change a session over IPv6 in place", "udp modify 2 --pmtu 1280 --ttl 7");
     add_id(modify);

@@ -67,13 +67,10 @@ void commands::show_calls(bool with_durations)
 {
     const operation_record &last = last_operation();
     text_table table{{"", "call", "of", "answer", with_durations ? "took" : ""}};
-    int count = 0;
-    for (const auto &happened : last.course)
-        if (const auto *call = std::get_if<recorded_call>(&happened)) {
-            table.add({mark_text(*call), call->operation, call->subject, answer_of(*call),
-                       with_durations ? duration_text(call->duration_ns) : ""});
-            ++count;
-        }
-    out_ << last.name << ": " << last.result << " (" << last.result_text << "), " << count
-         << (count == 1 ? " call\n" : " calls\n") << table;
+    const std::vector<const recorded_call *> calls = calls_of(last);
+    for (const recorded_call *call : calls)
+        table.add({mark_text(*call), call->operation, call->subject, answer_of(*call),
+                   with_durations ? duration_text(call->duration_ns) : ""});
+    out_ << last.name << ": " << last.result << " (" << last.result_text << "), " << calls.size()
+         << (calls.size() == 1 ? " call\n" : " calls\n") << table;
 }

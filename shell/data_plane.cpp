@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 
 #include "endpoint.h"
 
@@ -27,14 +28,15 @@ std::string count_text(std::size_t count, const char *what)
 
 } // namespace
 
-bool data_plane::object::operator==(const object &other) const
+std::strong_ordering data_plane::object::operator<=>(const object &other) const
 {
-    return handle == other.handle && kind == other.kind && record == other.record;
+    return std::tie(handle, kind, record) <=> std::tie(other.handle, other.kind, other.record);
 }
 
-bool data_plane::binding::operator==(const binding &other) const
+std::strong_ordering data_plane::binding::operator<=>(const binding &other) const
 {
-    return std::memcmp(&record, &other.record, sizeof record) == 0 && has_dscp == other.has_dscp && dscp == other.dscp;
+    const int records = std::memcmp(&record, &other.record, sizeof record);
+    return std::tie(records, has_dscp, dscp) <=> std::forward_as_tuple(0, other.has_dscp, other.dscp);
 }
 
 data_plane data_plane::now()

@@ -1,6 +1,7 @@
 /// What the stand-in data plane holds at one moment.
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,7 +18,8 @@ struct data_plane {
         vok_cp_sim_header_t header; ///< made from the record, as `path_mtu` is
         std::uint32_t path_mtu;     ///< bytes; 0: none given
 
-        bool operator==(const object &other) const;
+        std::strong_ordering operator<=>(const object &other) const;
+        bool operator==(const object &other) const { return *this <=> other == 0; }
     };
 
     struct binding {
@@ -25,7 +27,8 @@ struct data_plane {
         bool has_dscp;
         std::uint8_t dscp;
 
-        bool operator==(const binding &other) const;
+        std::strong_ordering operator<=>(const binding &other) const;
+        bool operator==(const binding &other) const { return *this <=> other == 0; }
     };
 
     std::vector<object> objects;   ///< in the order of their creation

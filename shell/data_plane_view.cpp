@@ -1,6 +1,7 @@
 #include "data_plane_view.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "text_table.h"
 
@@ -17,12 +18,14 @@ std::string in_words(const data_plane::binding &b)
 }
 
 /// A line for each of `these` that is not among `others`.
-template <typename Things>
-void show_missing(std::ostream &out, const char *mark, const Things &these, const Things &others)
+template <typename Things> void show_missing(std::ostream &out, const char *mark, Things these, Things others)
 {
-    for (const auto &thing : these)
-        if (std::ranges::find(others, thing) == others.end())
-            out << mark << in_words(thing) << '\n';
+    std::ranges::sort(these);
+    std::ranges::sort(others);
+    Things missing;
+    std::ranges::set_difference(these, others, std::back_inserter(missing));
+    for (const auto &thing : missing)
+        out << mark << in_words(thing) << '\n';
 }
 
 } // namespace

@@ -231,6 +231,13 @@ CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_
     return command->add_option(name, number, meaning)->type_name("NUMBER")->transform(to_decimal);
 }
 
+void add_known_id(CLI::App *command, commands::line_options &options, const std::string &meaning,
+                  std::vector<std::string> ids)
+{
+    const CLI::Option *id = required(add_number(command, "ID", options.id, meaning));
+    options.choices[id] = std::move(ids);
+}
+
 CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
                         const std::string &meaning, const std::vector<std::string> &words)
 {

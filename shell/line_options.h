@@ -108,6 +108,10 @@ template <typename Map> std::vector<std::string> ids_of(const Map &known)
     return ids;
 }
 
+/// The required id of something that there is.
+void add_known_id(CLI::App *command, commands::line_options &options, const std::string &meaning,
+                  std::vector<std::string> ids);
+
 /// A required option that takes one of a few words.
 CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
                         const std::string &meaning, const std::vector<std::string> &words);

@@ -3,6 +3,15 @@
 #include <array>
 #include <cstdio>
 
+std::vector<const recorded_call *> calls_of(const operation_record &operation)
+{
+    std::vector<const recorded_call *> calls;
+    for (const auto &happened : operation.course)
+        if (const auto *call = std::get_if<recorded_call>(&happened))
+            calls.push_back(call);
+    return calls;
+}
+
 std::string duration_text(std::uint64_t ns)
 {
     struct unit {

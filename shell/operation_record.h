@@ -31,5 +31,8 @@ struct operation_record {
     std::uint64_t duration_ns;
 };
 
+/// Its data-plane calls without the events between them.
+std::vector<const recorded_call *> calls_of(const operation_record &operation);
+
 /// "9.05 µs"
 std::string duration_text(std::uint64_t ns);
