@@ -117,7 +117,7 @@ grep -vE '^(start|stop|restart-data-plane|expect .*|faults? .*|udp (fill|clear|r
 
 # What a person tried comes back as a scenario that goes as written.
 export ZEL_TERM_SHELL_HISTORY=$temporary/history
-typed() { script --quiet --return --command "$shell" /dev/null | tr -d '\r'; }
+typed() { script --quiet --return --command "exec $shell" /dev/null; }
 printf 'start\nfault vok_b\t\n%s\nudp free-id\nfly\nsave tried.zel\nquit\n' "$session" | typed >said ||
     fail "the conversation ends with $?"
 grep -q 'vok_bind: call number 1 fails' said || fail "a function's name is not completed: $(cat said)"
@@ -129,9 +129,10 @@ expect 13
 udp free-id" || fail "another scenario was saved"
 "$shell" tried.zel >said 2>&1 || fail "the saved scenario: $(tail -n 3 said)"
 grep -qx 'udp free-id' history || fail "no history is kept"
-seen() { for _ in {1..100}; do grep -qF -- "$1" said && return; sleep 0.1; done; }
+seen() { for _ in {1..100}; do grep -qF -- "$1" said && return; sleep 0.1; done; echo "FAILED: no '$1' is seen" >&2; false; }
 true >said
-{ seen 'zel>'; printf 'udp add 1\003'; seen '^C'; printf 'start\nquit\n'; } | typed >said
+{ seen 'zel>' && printf 'udp add 1\003' && seen '^C' && printf 'start\nquit\n'; } | typed >said ||
+    fail "a conversation with ^C ends with $?"
 grep -q 'start: 0' said || fail "^C does not take back a line: $(cat said)"
 "$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
 grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
@@ -139,7 +140,7 @@ printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed | grep -q 'udp re
     fail "a live id is not completed"
 
 # Long work shows how far it is on a terminal, and nothing of the kind in a file.
-printf 'start\nudp fill 70000\nquit\n' | script --quiet --return --command "$shell" /dev/null >said
+printf 'start\nudp fill 70000\nquit\n' | typed >said
 grep -q ' of 70000 (' said || fail "no progress is shown on a terminal"
 printf 'start\nudp fill 70000\n' | "$shell" >said
 { [ "$(wc -l <said)" -eq 4 ] && ! grep -q $'\r' said; } || fail "progress is shown in a file"
