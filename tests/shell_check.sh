@@ -5,8 +5,8 @@ shell=$(realpath "$1")
 project=$2
 failures=0
 
-fail() {
-    echo "FAILED: $*"
+fail() { # to be called by the script itself: what a part of a pipeline counts is lost
+    echo "FAILED: $*" >&2
     failures=$((failures + 1))
 }
 
@@ -99,10 +99,8 @@ for scenario in "$project"/examples/scenarios/*.zel; do
 done
 
 # Every data-plane call can be made to fail, and every command's example can be carried out.
-grep -oE 'vok_[a-z0-9_]+\(' "$project/platform/include/vok_cp.h" | tr -d '(' | grep -v '^vok_sys' | sort -u |
-    while read -r function; do
-        printf 'fault %s\nfaults clear\n' "$function" | "$shell" 2>&1 | grep "^$function: call number 1 fails" >/dev/null || echo "$function"
-    done | { ! grep . || fail "cannot be made to fail"; }
+got=$(sed -nE '/vok_sys/d; s/.*\b(vok_[a-z0-9_]+)\(.*/fault \1/p; $s/.*/faults clear/p' "$project/platform/include/vok_cp.h" |
+    "$shell" 2>&1 >/dev/null) || fail "cannot be made to fail: $got"
 temporary=$(mktemp -d)
 trap 'rm -rf "$temporary"' EXIT
 cd "$temporary"
@@ -136,8 +134,8 @@ true >said
 grep -q 'start: 0' said || fail "^C does not take back a line: $(cat said)"
 "$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
 grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
-printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed | grep -q 'udp release 10: 0' ||
-    fail "a live id is not completed"
+printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed >said
+grep -q 'udp release 10: 0' said || fail "a live id is not completed"
 
 # Long work shows how far it is on a terminal, and nothing of the kind in a file.
 printf 'start\nudp fill 70000\nquit\n' | typed >said
