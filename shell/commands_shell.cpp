@@ -28,10 +28,11 @@ void commands::add_shell_commands(CLI::App &app, line_options &o)
     on_run(add_command(app, "quit", "end the shell", "quit"), [this] { wants_to_quit_ = true; });
 }
 
-/// A result that nobody expected so far goes into the scenario as an expectation, after its operation.
+/// A result that nobody expected so far goes into the scenario as an expectation, after its operation's line: there is
+/// no place for it while that line goes on to another operation.
 void commands::state_result_in_scenario()
 {
-    if (last_result_is_expected_)
+    if (last_result_is_expected_ || lines_up_to_operation_ > scenario_.size())
         return;
     const auto after = scenario_.begin() + static_cast<std::ptrdiff_t>(lines_up_to_operation_);
     scenario_.insert(after, "expect " + std::to_string(last_operation().result));
