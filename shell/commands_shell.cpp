@@ -1,6 +1,7 @@
 // The commands of the shell itself.
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "line_options.h"
 
@@ -41,7 +42,8 @@ void commands::state_result_in_scenario()
 
 void commands::save(const std::string &file)
 {
-    if (std::filesystem::exists(file))
+    std::error_code unknown; // whether it exists: then it cannot be written either
+    if (std::filesystem::exists(file, unknown))
         throw bad_line(file + " exists already");
     state_result_in_scenario();
     std::ofstream out(file);

@@ -143,6 +143,8 @@ grep -q ' of 70000 (' said || fail "no progress is shown on a terminal"
 printf 'start\nudp fill 70000\n' | "$shell" >said
 { [ "$(wc -l <said)" -eq 4 ] && ! grep -q $'\r' said; } || fail "progress is shown in a file"
 
+got=$(printf 'save %0300d\n' 0 | "$shell" 2>&1 >/dev/null) || true
+[[ $got == *"0 cannot be written" ]] || fail "a scenario with too long a name gives: $got"
 got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
 [[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"
 
