@@ -1,4 +1,5 @@
-# Sourced by the other scripts: says what is done, is silent about what worked, and stops at the first failure.
+# Sourced by the other scripts: answers --help, says what is done, is silent about what worked, and stops at the first
+# failure.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -27,6 +28,7 @@ usage() {
     sed -n "2,/^[^#]/s/^# \\{0,1\\}//p" "$0"
     exit "$1"
 }
+[ "${1:-}" != --help ] || usage 0
 
 # build PRESET [TARGET...]
 build() {
