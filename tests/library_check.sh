@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # What the built library promises to its loader, and to the stack of its caller:
-# library_check.sh LIBRARY EXPECTED_FOLDER OBJECT...
+# library_check.sh LIBRARY PROJECT_FOLDER OBJECT...
 source "$(dirname "$0")/checks.sh"
 library=$1
-expected=$2
+project=$2
 shift 2
 
 require() { # WHAT PATTERN TEXT
@@ -17,8 +17,11 @@ dynamic=$(readelf --dynamic --wide "$library")
 segments=$(readelf --program-headers --wide "$library")
 symbols=$(nm --dynamic "$library")
 
-nm --dynamic --defined-only "$library" | awk '{print $3}' | sort | compare exports "$expected/exports.txt"
-sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort | compare "needed libraries" "$expected/needed.txt"
+diff -u --label packaging/debian/symbols --label "$library" \
+    <(sed -n 's/^ \(.*\)@Base .*/\1/p' "$project/packaging/debian/symbols") \
+    <(nm --dynamic --defined-only "$library" | awk '{print $3}' | sort) || fail "exports"
+sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort |
+    compare "needed libraries" "$project/tests/expected/needed.txt"
 require "name" 'SONAME.*\[libzel-core-term\.so\.1\]' "$dynamic"
 require "immediate binding" 'FLAGS.*BIND_NOW' "$dynamic"
 # shellcheck disable=SC2016 # the loader replaces $ORIGIN
