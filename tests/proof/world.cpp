@@ -331,8 +331,7 @@ holdings world::wanted() const
         ingress.l2tp_session_id = s.local_session_id;
         if (s.entry.egress_flow_handle != 0)
             objects[s.entry.egress_flow_handle] = {.kind = VOK_CP_SIM_L2TPV3_EGRESS_FLOW, .flow_type = s.flow_type};
-        if (s.receives)
-            bind(from_flow(s.entry.ingress_flow_handle, s.entry.dst_flow_id), l2tp, -1);
+        bind(from_flow(s.entry.ingress_flow_handle, s.entry.dst_flow_id), l2tp, -1);
         if (s.sends)
             bind(to_flow(s.entry.src_flow_id, s.entry.egress_flow_handle), l2tp, s.dscp);
         for (const uint64_t association : s.sends_through)
@@ -831,7 +830,6 @@ uint32_t world::session_add(const session_add_request &r)
     s.entry.dst_flow_id = flow_id(r.pcep, r.rat_session);
     s.entry.ingress_flow_handle = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
     s.entry.egress_flow_handle = made(VOK_CP_SIM_L2TPV3_EGRESS_FLOW);
-    s.receives = true;
     s.sends = std::ranges::any_of(calls(),
                                   [](const call &c) { return c.binding.is(VOK_BIND_ID2F, VOK_EGRESS) && !c.failed(); });
     if (s.sends)

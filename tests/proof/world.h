@@ -74,8 +74,8 @@ struct session {
     l2tp_session_entry entry{};
     uint8_t dscp = 0, flow_type = 0;
     uint32_t local_session_id = 0;
-    bool receives = false, sends = false; ///< its bindings to ovlin flows are there
-    std::set<uint64_t> sends_through{};   ///< egress associations
+    bool sends = false;                 ///< false: the session-type hook refused the bind from the ovlin flow with 3
+    std::set<uint64_t> sends_through{}; ///< egress associations
 };
 
 /// How often each operation gave each result.
@@ -116,7 +116,6 @@ public:
     uint32_t session_unbind_part(uint32_t connection, uint32_t id);
     uint32_t session_bind_part(uint32_t connection, uint32_t id, uint32_t pcep, uint8_t session_type_flag);
 
-    const std::map<uint32_t, udp_session> &udp_sessions() const { return udp_sessions_; }
     const std::map<uint32_t, connection> &connections() const { return connections_; }
     const std::map<uint32_t, session> &sessions() const { return sessions_; }
     const ovlin_capabilities_t &limits() const { return limits_; }
