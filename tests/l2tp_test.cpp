@@ -33,12 +33,13 @@ protected:
     {
         return zel_core_term_l2tp_session_add(46, id % 2, 5, 0x12345, 50000 + id, connection, id, session_type);
     }
-    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions)
+    /// Connection 1, from peer a.
+    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions, uint8_t session_type = 0)
     {
         auto cfg = configuration(to);
         const auto old = configuration(peer_a);
         return zel_core_term_l2tp_control_connection_modify(1, sessions.data(), static_cast<uint32_t>(sessions.size()),
-                                                            &cfg, 3, 11, 40, 48, old.remote_addr, 0);
+                                                            &cfg, 3, 11, 40, 48, old.remote_addr, session_type);
     }
 
     static bool is_free(uint32_t connection)
@@ -92,7 +93,7 @@ protected:
 
 TEST_F(l2tp, whole_lives_with_records_and_table_entries)
 {
-    const auto entry = [this](const auto &e, std::initializer_list<std::size_t> handle_offsets) {
+    const auto entry = [this](const auto &e, const std::vector<std::size_t> &handle_offsets) {
         const auto *bytes = reinterpret_cast<const uint8_t *>(&e);
         return "\ntable entry\n" + dump({bytes, bytes + sizeof e}, handle_offsets) + "calls and events";
     };
@@ -272,28 +273,12 @@ TEST_F(l2tp, adds_check_their_limits_in_order)
     expect(session(20, 1000, 1000, 1000), "tn_ovlin_session_id_control_conn");
 }
 
-// ---- Modify
-
-/// A modify of connection 1 with sessions 100, 101 and 102, which moves from peer a to peer b.
-class l2tp_modify : public l2tp {
-protected:
-    static constexpr uint32_t sessions[] = {100, 101, 102};
-
-    static void connect_with_sessions()
-    {
-        reset();
-        ASSERT_EQ(connect(1), 0u);
-        for (const uint32_t id : sessions)
-            ASSERT_EQ(add_session(id), 0u);
-    }
-    static uint32_t move_all() { return move(peer_b, {std::begin(sessions), std::end(sessions)}); }
-};
-
-TEST_F(l2tp_modify, says_nothing_of_its_own_when_it_falls_back)
+TEST_F(l2tp, a_modify_that_falls_back_says_nothing_of_its_own)
 {
-    connect_with_sessions();
-    record({{11, failing}});
-    EXPECT_EQ(move_all(), 2u);
+    ASSERT_EQ(connect(1), 0u);
+    ASSERT_EQ(add_session(100), 0u);
+    record({{9, failing}});
+    EXPECT_EQ(move(peer_b, {100}), 2u);
     const std::string all = trail();
     EXPECT_EQ(all.find(" GENERAL zel_core_term_l2tp_control_connection_modify()"), std::string::npos);
     EXPECT_NE(all.find("GENERAL add_control_connection_for_modify(): data-plane call failed, "
@@ -311,14 +296,12 @@ TEST_F(l2tp_modify, says_nothing_of_its_own_when_it_falls_back)
     EXPECT_TRUE(is_free(1));
 }
 
-TEST_F(l2tp_modify, a_2_of_the_hook_is_a_failure_and_not_the_fallback)
+TEST_F(l2tp, a_2_of_the_hook_is_a_failure_and_not_the_fallback_of_a_modify)
 {
-    connect_with_sessions();
+    ASSERT_EQ(connect(1), 0u);
+    ASSERT_EQ(add_session(100), 0u);
     interposed.session_type_result = 2;
-    auto cfg = configuration(peer_b);
-    const auto old = configuration(peer_a);
-    EXPECT_EQ(zel_core_term_l2tp_control_connection_modify(1, sessions, 3, &cfg, 3, 11, 40, 48, old.remote_addr, 1),
-              2u);
+    EXPECT_EQ(move(peer_b, {100}, 1), 2u);
     EXPECT_TRUE(is_free(1) && is_free_session(100));
     EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
 }

@@ -30,21 +30,14 @@ template <typename Function> Function *original(const char *name)
 
 // ---- The interposed functions
 
-struct interposed_functions {
-    static void hook_called(uint64_t type, uint32_t pcep_id, uint32_t session_type)
-    {
-        if (recording != nullptr)
-            recording->add_line("session type hook: ovlin type " + std::to_string(type == VOK_CP_SIM_OVLIN_FLOW_TYPE) +
-                                ", pcep " + std::to_string(pcep_id) + ", session type " + std::to_string(session_type));
-    }
-};
-
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED uint32_t zel_ovlin_session_handler_set_session_type(uint64_t type, uint32_t pcep_id, uint32_t session_type)
 {
     ++interposed.session_types_set;
-    interposed_functions::hook_called(type, pcep_id, session_type);
+    if (recording != nullptr)
+        recording->add_line("session type hook: ovlin type " + std::to_string(type == VOK_CP_SIM_OVLIN_FLOW_TYPE) +
+                            ", pcep " + std::to_string(pcep_id) + ", session type " + std::to_string(session_type));
     return interposed.session_type_result;
 }
 
@@ -167,7 +160,6 @@ void library_test::record(std::map<int, vok_cp_sim_answer_t> faults)
     vok_ip_egress_association_create(VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, &record, &handles_before_);
     vok_ip_egress_association_delete(VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, handles_before_);
     trail_.clear();
-    calls.clear();
     count_calls_anew(std::move(faults));
     vok_cp_sim_observe(observe, this);
     if (!listen)
@@ -224,7 +216,9 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         return {};
     }
     const auto *bytes = static_cast<const uint8_t *>(call->record);
-    seen_call seen{{bytes, bytes + call->record_size}, {}};
+    std::vector<uint8_t> record(bytes, bytes + call->record_size);
+    std::vector<std::size_t> handle_offsets;
+    std::string dscp;
     if (call->handle != 0)
         line += " " + test.name(call->handle);
     if (line.ends_with("bind")) {
@@ -232,20 +226,16 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         line += " " + (r.bindKind == VOK_BIND_ID2F ? hex(r.srcFlowID) : test.name(r.srcFlowHandle)) + " -> " +
                 (r.bindKind == VOK_BIND_F2ID ? hex(r.dstFlowID) : test.name(r.destFlowHandle));
         if (r.dscpRef != nullptr)
-            seen.dscp = *r.dscpRef;
-        std::fill_n(seen.record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
+            dscp = ", dscp " + std::to_string(*r.dscpRef);
+        std::fill_n(record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
+        handle_offsets = {0x18, 0x30};
+    } else if (line == "vok_l2tpv3_ingress_flow_create") {
+        handle_offsets = {8};
     }
     test.add_line(line);
-    if (test.dump_records && !seen.record.empty()) {
-        test.trail_ += "    " + std::to_string(seen.record.size()) + " bytes" +
-                       (seen.dscp ? ", dscp " + std::to_string(*seen.dscp) : "") + "\n";
-        const bool binds = line.starts_with("vok_bind") || line.starts_with("vok_unbind");
-        const bool creates_flow = line.starts_with("vok_l2tpv3_ingress_flow_create");
-        test.trail_ += binds          ? test.dump(seen.record, {0x18, 0x30})
-                       : creates_flow ? test.dump(seen.record, {8})
-                                      : test.dump(seen.record, {});
-    }
-    test.calls.push_back(seen);
+    if (test.dump_records && !record.empty())
+        test.trail_ +=
+            "    " + std::to_string(record.size()) + " bytes" + dscp + "\n" + test.dump(record, handle_offsets);
     const int number = ++test.calls_counted_;
     if (test.on_call)
         test.on_call(number);
@@ -320,7 +310,7 @@ void library_test::expect_collected(const char *file)
     EXPECT_EQ(collected_, std::string(std::istreambuf_iterator<char>(in), {})) << path;
 }
 
-std::string library_test::dump(std::vector<uint8_t> bytes, std::initializer_list<std::size_t> handle_offsets) const
+std::string library_test::dump(std::vector<uint8_t> bytes, const std::vector<std::size_t> &handle_offsets) const
 {
     for (const std::size_t offset : handle_offsets) {
         uint64_t handle;

@@ -44,7 +44,7 @@ protected:
     std::string trail();
 
     std::vector<std::string> keep_delays_of; ///< delay warnings with one of these texts are kept
-    bool dump_records = false;               ///< true: each call is followed by its record
+    bool dump_records = false;               ///< true: each call is followed by its record and DSCP
     bool listen = true;                      ///< false: no event is enabled while trail() collects
 
     /// A library that was just started over an empty data plane.
@@ -58,12 +58,6 @@ protected:
     /// While recording: the n-th data-plane call from now is answered as `faults` says.
     void count_calls_anew(std::map<int, vok_cp_sim_answer_t> faults);
     std::function<void(int number)> on_call; ///< called before a data-plane call takes effect
-
-    struct seen_call {
-        std::vector<uint8_t> record; ///< a bind record's dscpRef is cleared
-        std::optional<uint8_t> dscp; ///< where a bind record's dscpRef points
-    };
-    std::vector<seen_call> calls; ///< since record()
 
     /// One operation on session 1 of an otherwise empty data plane.
     struct operation_row {
@@ -100,7 +94,7 @@ protected:
 
     /// The bytes as hexadecimal lines with their offsets; lines of zeroes are left out, and the handles at
     /// `handle_offsets` are shown by their number.
-    std::string dump(std::vector<uint8_t> bytes, std::initializer_list<std::size_t> handle_offsets) const;
+    std::string dump(std::vector<uint8_t> bytes, const std::vector<std::size_t> &handle_offsets) const;
 
     /// A session with uplink flow 1/id and downlink flow 2/5.
     static uint32_t add(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg, uint8_t session_type = 0);
@@ -109,7 +103,7 @@ protected:
     static std::string data_plane(); ///< "objects, bindings" by number
 
 private:
-    friend struct interposed_functions;
+    friend uint32_t(::zel_ovlin_session_handler_set_session_type)(uint64_t, uint32_t, uint32_t);
     static vok_cp_sim_answer_t observe(void *self, const vok_cp_sim_call_t *call);
     void add_line(const std::string &line) { trail_ += line + "\n"; }
     std::string name(uint64_t handle) const;
