@@ -71,7 +71,7 @@ status model::create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const
 
 status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle)
 {
-    const object *found = nullptr;
+    object *found = nullptr;
     if (const status wrong = look_up(kind, type, handle, found))
         return wrong;
     if (found->binding_count != 0)
@@ -82,25 +82,26 @@ status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t h
 
 status model::modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> record, std::uint64_t handle)
 {
-    if (type != VOK_CP_SIM_IPV6_ASSOCIATION_TYPE)
-        return VOK_CP_SIM_WRONG_TYPE_HANDLE;
+    object *found = nullptr;
+    if (const status wrong = look_up(VOK_CP_SIM_IPV6_EGRESS, type, handle, found))
+        return wrong;
     if (record.data() == nullptr)
         return VOK_CP_SIM_NULL_ARGUMENT;
-    object *found = find(VOK_CP_SIM_IPV6_EGRESS, handle);
-    if (found == nullptr)
-        return VOK_CP_SIM_UNKNOWN_HANDLE;
     if (const status wrong = check_record(record, ipv6_egress_modify_fields))
         return wrong;
     found->record.assign(record.begin(), record.end());
     return VOK_CP_SIM_OK;
 }
 
-status model::look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, const object *&found)
+status model::look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, object *&found)
 {
     if (type != traits(kind).type_handle)
         return VOK_CP_SIM_WRONG_TYPE_HANDLE;
-    found = find(kind, handle);
-    return found != nullptr ? VOK_CP_SIM_OK : VOK_CP_SIM_UNKNOWN_HANDLE;
+    const auto at = objects_.find(handle);
+    if (at == objects_.end() || at->second.kind != kind)
+        return VOK_CP_SIM_UNKNOWN_HANDLE;
+    found = &at->second;
+    return VOK_CP_SIM_OK;
 }
 
 status model::bind(std::uint64_t instance, const vok_bind_record *record)
@@ -133,12 +134,6 @@ void model::clear()
 {
     bindings_.clear();
     objects_.clear();
-}
-
-object *model::find(vok_cp_sim_kind_t kind, std::uint64_t handle)
-{
-    const auto found = objects_.find(handle);
-    return found != objects_.end() && found->second.kind == kind ? &found->second : nullptr;
 }
 
 status model::check_flow_record(vok_cp_sim_kind_t kind, std::span<const std::byte> record) const

@@ -64,8 +64,8 @@ public:
     status remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle);
     status modify_ipv6_egress(std::uint64_t type, std::span<const std::byte> record, std::uint64_t handle);
 
-    /// Gives `found`, an association of that kind, when it can.
-    status look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, const object *&found);
+    /// Gives `found`, an object of that kind, when it can.
+    status look_up(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t handle, object *&found);
     status bind(std::uint64_t instance, const vok_bind_record *record);
     status unbind(std::uint64_t instance, const vok_bind_record *record);
 
@@ -81,7 +81,6 @@ public:
 private:
     const binding *binding_from(std::uint64_t source_handle, std::uint32_t source_flow_id, std::uint32_t kind) const;
     std::uint64_t l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_t &header) const;
-    object *find(vok_cp_sim_kind_t kind, std::uint64_t handle);
     status check_flow_record(vok_cp_sim_kind_t kind, std::span<const std::byte> record) const;
     status check_flow_end(std::uint64_t type, std::uint64_t handle, std::uint32_t flow_id, unsigned kinds) const;
     status check_binding(std::uint64_t instance, const vok_bind_record *record) const;

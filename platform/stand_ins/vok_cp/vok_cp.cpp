@@ -120,7 +120,7 @@ status read_stats(const char *operation, vok_cp_sim_kind_t kind, std::uint64_t t
     return perform(call_on(operation, type, kind, handle), [=]() -> status {
         if (stats == nullptr)
             return VOK_CP_SIM_NULL_ARGUMENT;
-        const vok_cp::object *found = nullptr;
+        vok_cp::object *found = nullptr;
         if (const status wrong = data_plane.look_up(kind, type, handle, found))
             return wrong;
         fill(*stats, *found);
