@@ -54,7 +54,7 @@ void commands::execute(const std::string &line, int line_number)
     if (!changed_by_.empty())
         audit_.after("line " + std::to_string(line_number) + ": " + changed_by_, known_, data_plane::now());
     if (first != "save" && first != "help")
-        scenario_.push_back(line);
+        scenario_.push_back(line_);
 }
 
 std::uint32_t commands::record(const std::string &name, const std::function<std::uint32_t()> &operation)

@@ -32,12 +32,13 @@ void commands::add_expect_commands(CLI::App &app, line_options &o)
     });
 
     CLI::App *expect = add_command(app, "expect", "fail unless the last operation's result is that", "expect 13");
-    add_text(expect, "RESULT", o.text, "result code, as 13");
+    add_text(expect, "RESULT", o.result, "result code, as 13");
     on_run(expect, [this, &o, expect] {
-        if (names_inner_command(expect))
+        const bool is_another = names_inner_command(expect);
+        if (is_another && o.result.empty())
             return;
-        const std::optional<std::uint32_t> code = parse_number(o.text);
-        if (!code)
+        const std::optional<std::uint32_t> code = parse_number(o.result);
+        if (is_another || !code)
             throw bad_line("expected a result code, or one of " + names_of_commands(*expect));
         expect_result(*code);
     });

@@ -146,8 +146,9 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     required(add_number(fill, "COUNT", o.count, "how many, at most 70000", ZEL_CORE_TERM_UDP_SESSION_ID_MAX));
     on_run(fill, [this, &o] { fill_udp_sessions(o.count); });
 
-    on_run(add_command(*group, "clear", "disconnect and release all sessions", "udp clear"),
-           [this] { clear_udp_sessions(); });
+    CLI::App *clear = add_command(*group, "clear", "disconnect and release all sessions", "udp clear");
+    with_default(add_number(clear, "--below", o.below, "only sessions with a lower id"));
+    on_run(clear, [this, &o] { clear_udp_sessions(o.below); });
 }
 
 /// Keeps the handles of a session's associations, which the library does not show but passes on when it is asked for
@@ -185,7 +186,11 @@ void commands::show_udp_sessions()
 void commands::fill_udp_sessions(std::uint32_t count)
 {
     progress shown(shows_progress_, out_, count);
-    while (known_.udp_sessions.size() < count && !interrupt::taken()) {
+    while (known_.udp_sessions.size() < count) {
+        if (interrupt::taken()) {
+            line_ = "udp fill " + std::to_string(known_.udp_sessions.size());
+            break;
+        }
         std::uint32_t id = 0;
         if (zel_core_term_udp_session_free_id_get(&id) != ZEL_CORE_TERM_SUCCESS)
             break;
@@ -205,23 +210,25 @@ void commands::fill_udp_sessions(std::uint32_t count)
     out_ << "udp fill: " << known_.udp_sessions.size() << " sessions are in use\n";
 }
 
-void commands::clear_udp_sessions()
+void commands::clear_udp_sessions(std::uint32_t below)
 {
-    const std::size_t count = known_.udp_sessions.size();
-    std::size_t failed_calls = 0;
-    progress shown(shows_progress_, out_, count);
-    while (!known_.udp_sessions.empty() && !interrupt::taken()) {
-        const std::uint32_t id = known_.udp_sessions.begin()->first;
+    std::map<std::uint32_t, ledger::udp_session> &sessions = known_.udp_sessions;
+    const auto count = static_cast<std::size_t>(std::distance(sessions.begin(), sessions.lower_bound(below)));
+    std::size_t released = 0, failed_calls = 0;
+    for (progress shown(shows_progress_, out_, count); released < count; shown.at(++released)) {
+        const std::uint32_t id = sessions.begin()->first;
+        if (interrupt::taken()) {
+            line_ = "udp clear --below " + std::to_string(id);
+            break;
+        }
         record(udp("disconnect", id), [&] { return zel_core_term_udp_session_disconnect(id); });
         failed_calls += count_failed_calls(last_operation());
         record(udp("release", id), [&] { return zel_core_term_udp_session_release(id); });
         failed_calls += count_failed_calls(last_operation());
-        known_.udp_sessions.erase(id);
-        shown.at(count - known_.udp_sessions.size());
+        sessions.erase(id);
     }
-    shown.end();
     changed_by_ = "udp clear";
-    out_ << "udp clear: " << count - known_.udp_sessions.size() << " sessions released";
+    out_ << "udp clear: " << released << " sessions released";
     if (failed_calls > 0)
         out_ << ", " << failed_calls << " data-plane calls failed";
     out_ << '\n';

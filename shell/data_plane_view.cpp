@@ -9,7 +9,7 @@ namespace {
 
 std::string in_words(const data_plane::object &o)
 {
-    return to_text(o);
+    return to_text(o) + (o.header.ip_version != 0 ? ", " + header_text(o) : "");
 }
 
 std::string in_words(const data_plane::binding &b)

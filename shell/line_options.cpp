@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <span>
 
 #include "text_table.h"
 
@@ -37,6 +38,25 @@ void list_commands(text_table &list, const CLI::App &app)
             list.add({full_name(*command), command->get_description()});
         list_commands(list, *command);
     }
+}
+
+/// "; expected --pmtu, --ttl", or nothing.
+std::string expected_options(const CLI::App &command)
+{
+    std::string names;
+    for (const CLI::Option *option : command.get_options())
+        if (!option->get_positional() && option != command.get_help_ptr())
+            names += (names.empty() ? "; expected " : ", ") + option->get_name();
+    return names;
+}
+
+/// The message for the first required option that is not given, or nothing.
+std::string missing_option(const CLI::App &command)
+{
+    for (const CLI::Option *option : command.get_options())
+        if (option->get_required() && option->count() == 0)
+            return option->get_name() + " is required: " + option->get_description();
+    return "";
 }
 
 /// Accepts what `parse` reads, and otherwise says what it says.
@@ -73,8 +93,10 @@ const CLI::App *parse_line(CLI::App &parser, const std::string &line)
             throw bad_line(unknown_command(command, rest.front()));
         if (dynamic_cast<const CLI::CallForHelp *>(&wrong) != nullptr)
             return &command;
-        throw bad_line(is_group(command) ? "a command is missing; expected " + names_of_commands(command)
-                                         : wrong.what());
+        if (is_group(command))
+            throw bad_line("a command is missing; expected " + names_of_commands(command));
+        throw bad_line(dynamic_cast<const CLI::RequiredError *>(&wrong) != nullptr ? missing_option(command)
+                                                                                   : wrong.what());
     }
 }
 
@@ -111,7 +133,9 @@ std::string names_of_commands(const CLI::App &app)
 std::string unknown_command(const CLI::App &app, const std::string &word)
 {
     const std::string choices = names_of_commands(app);
-    return choices.empty() ? "not expected: " + word : "unknown command '" + word + "'; expected " + choices;
+    if (!choices.empty() && !word.starts_with("--"))
+        return "unknown command '" + word + "'; expected " + choices;
+    return "not expected: " + word + (word.starts_with("--") ? expected_options(app) : "");
 }
 
 std::string help_text(const CLI::App &asked)
@@ -138,7 +162,8 @@ std::optional<std::vector<std::string>> choices_after(CLI::App &app, const comma
     CLI::App *command = &app;
     const CLI::Option *awaiting_value = nullptr;
     std::size_t positionals_given = 0;
-    for (const std::string &word : words) {
+    const bool asks_for_help = !words.empty() && words.front() == "help";
+    for (const std::string &word : std::span(words).subspan(asks_for_help ? 1 : 0)) {
         if (awaiting_value != nullptr)
             awaiting_value = nullptr;
         else if (CLI::App *inner = command_below(*command, word))
@@ -146,7 +171,7 @@ std::optional<std::vector<std::string>> choices_after(CLI::App &app, const comma
         else if (!word.starts_with("--"))
             ++positionals_given;
         else if (const CLI::Option *option = command->get_option_no_throw(word);
-                 option != nullptr && option->get_type_size() > 0)
+                 option != nullptr && option->get_items_expected_max() > 0)
             awaiting_value = option;
     }
     const auto list_of = [&](const CLI::Option *option) {
@@ -159,6 +184,8 @@ std::optional<std::vector<std::string>> choices_after(CLI::App &app, const comma
     std::vector<std::string> choices;
     for (const CLI::App *inner : command->get_subcommands(nullptr))
         choices.push_back(inner->get_name());
+    if (asks_for_help)
+        return choices;
     std::size_t positionals = 0;
     for (const CLI::Option *option : command->get_options()) {
         if (option->get_positional()) {

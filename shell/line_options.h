@@ -26,11 +26,11 @@ struct commands::line_options {
     std::uint32_t octets = 100;
     std::uint32_t connection = 0, connection_id = 0, local_session_id = 0, pcep = 0;
     bool crc = false;
-    std::uint32_t count = 0;
+    std::uint32_t count = 0, below = UINT32_MAX;
     fault injected;
     std::uint32_t ticks = 0;
     bool durations = false;
-    std::string choice, event, text, file;
+    std::string choice, event, text, result, file;
     std::vector<std::string> command;
 
     std::map<const CLI::Option *, std::vector<std::string>> choices; ///< of the options for which there is a list

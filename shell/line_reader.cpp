@@ -33,7 +33,8 @@ char *next_match(const char *beginning, int is_new_word)
 
 char **matches(const char *beginning, int start, int)
 {
-    std::istringstream before(std::string(rl_line_buffer, static_cast<std::size_t>(start)));
+    const int opening_quote = rl_completion_quote_character != 0 ? 1 : 0;
+    std::istringstream before(std::string(rl_line_buffer, static_cast<std::size_t>(start - opening_quote)));
     std::vector<std::string> words;
     for (std::string word; before >> word;)
         words.push_back(word);
@@ -82,6 +83,8 @@ line_reader::line_reader(completer choices_after) : history_file_(history_file()
     rl_attempted_completion_function = matches;
     interrupt::catch_it();
     rl_basic_word_break_characters = const_cast<char *>(" \t");
+    rl_completer_quote_characters = "\"'";
+    rl_filename_quote_characters = " ";
     using_history();
     stifle_history(longest_history);
     read_history(history_file_.c_str());
@@ -89,14 +92,15 @@ line_reader::line_reader(completer choices_after) : history_file_(history_file()
 
 line_reader::~line_reader()
 {
-    if (!history_file_.empty())
-        write_history(history_file_.c_str());
+    if (!history_file_.empty() && write_history(history_file_.c_str()) != 0)
+        std::fprintf(stderr, "the history cannot be written to %s\n", history_file_.c_str());
     clear_history();
     complete = nullptr;
 }
 
 std::optional<std::string> line_reader::next()
 {
+    interrupt::taken(); // one that came while a line was carried out is not meant for the next
     prompt();
     while (state == typing::goes_on) {
         pollfd terminal{STDIN_FILENO, POLLIN, 0};

@@ -5,11 +5,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 
 #include "commands.h"
 #include "line_reader.h"
 
 namespace {
+
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF"; ///< some editors begin a file with it
 
 bool has_command(const std::string &line)
 {
@@ -27,7 +30,8 @@ int run(std::istream &in, const std::string &name)
     int number = 0;
     try {
         while (!shell.wants_to_quit() && std::getline(in, line)) {
-            ++number;
+            if (++number == 1 && line.starts_with(byte_order_mark))
+                line.erase(0, byte_order_mark.size());
             std::cout << (line.empty() ? "" : "> ") << line << '\n';
             if (has_command(line))
                 shell.execute(line, number);
@@ -72,7 +76,8 @@ int main(int argc, char **argv)
     CLI::App app{"Drives libzel-core-term over a stand-in data plane. Reads a command a line, from FILE or from\n"
                  "standard input; '#' starts a comment line, 'help' lists the commands. From a file or a pipe it\n"
                  "stops at the first line that does not go as written, and exits with 1: a line that cannot be\n"
-                 "carried out, an expectation that does not hold, a result other than 0 that none states."};
+                 "carried out, an expectation that does not hold, a result other than 0 that none states, a fault\n"
+                 "that never acted."};
     app.set_version_flag("--version", "zel-term-shell " ZEL_VERSION);
     std::string file;
     app.add_option("FILE", file, "commands");

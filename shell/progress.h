@@ -13,6 +13,10 @@ public:
     {
     }
 
+    ~progress() { end(); }
+    progress(const progress &) = delete;
+    progress &operator=(const progress &) = delete;
+
     /// Shows that so much is done, ten times a second at most.
     void at(std::size_t done)
     {

@@ -1,4 +1,4 @@
-/// Rows of text whose columns line up, below a heading; nothing is shown when there is no row.
+/// Rows of text whose columns line up, below a heading; nothing is shown when there is no row, and none after a ^C.
 #pragma once
 
 #include <algorithm>
@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "interrupt.h"
 
 class text_table {
 public:
@@ -27,6 +29,8 @@ public:
         if (table.rows_.size() == 1)
             return out;
         for (const row &cells : table.rows_) {
+            if (interrupt::came != 0)
+                break;
             std::string line;
             for (std::size_t i = 0; i < cells.size(); ++i)
                 line += cells[i] + std::string(table.widths_[i] - cells[i].size() + 2, ' ');

@@ -177,6 +177,9 @@ TEST_F(picture_test, ALargeDataPlaneIsDrawnInPartWithWhatNobodyOwnsFirst)
     EXPECT_NE(dot.find("owned by nobody</b>"), std::string::npos);
     EXPECT_NE(dot.find("<b>UDP session 99</b>"), std::string::npos);
     EXPECT_EQ(dot.find("<b>UDP session 100</b>"), std::string::npos);
+
+    vok_cp_sim_reset();
+    EXPECT_NE(data_plane_dot().find("left out of the picture: 1798 of these handles"), std::string::npos);
 }
 
 TEST_F(picture_test, GroupsAreTitledByAllTheirOwners)

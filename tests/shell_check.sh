@@ -33,7 +33,8 @@ help udp add more|not expected: more
 fly --help|unknown command 'fly'; expected start, stop, restart-data-plane, udp, l2tp, packet, send, fault, faults, objects, audit, calls, graph, ladder, trace, mark, expect, save, help, quit
 start right now|not expected: right
 trace maybe|SWITCH: 'maybe' is none of on, exceptions, off
-udp add|ID is required
+udp add|ID is required: udp_session_id, 1 to 70000
+udp modify 1 --mtu 1280|not expected: --mtu; expected --pmtu, --ttl
 udp add one|ID: 'one' is not a number from 0 to 4294967295
 udp add 4294967296|ID: '4294967296' is not a number from 0 to 4294967295
 udp add 1 --dscp 256|--dscp: '256' is not a number from 0 to 255
@@ -45,7 +46,7 @@ udp add 1 --local 2001:db8::1:2152|--local: '2001:db8::1:2152' is not ADDRESS:PO
 udp add 1 --local 192.0.2.1:65536|--local: '65536' is not a port from 0 to 65535
 udp add 1 --local 192.0.2.1:1 --remote [::1]:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1|--local is IPv4 and --remote is IPv6
 udp modify 1|--pmtu or --ttl is required
-udp release|ID is required
+udp release|ID is required: the session
 l2tp connection|a command is missing; expected add, remove, modify, show
 l2tp connection add 1 --local 192.0.2.300|--local: '192.0.2.300' is not an IPv4 address
 l2tp connection remove 1 --pcep 3|control connection 1 was not added here; --pcep and --rat-session are required
@@ -58,6 +59,7 @@ fault vok_bind --status 0|--status: 0 is success
 fault zel_ovlin_session_handler_set_session_type --ticks 5|the session-type hook takes --status, --nth and --every only
 expect|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
 expect thirteen|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
+expect 99 empty|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
 expect 0|there was no operation yet
 expect unchanged|there is no mark to compare with; 'mark' makes one
 expect event EXCEPTION|NAME: 'EXCEPTION' is none of tn_zel_init:EXCEPTION, tn_zel_term:API_CALL, tn_zel_term:ERROR, tn_zel_term:EXCEPTION, tn_zel_term:FN_ENTER, tn_zel_term:FN_EXIT, tn_zel_term:LAB
@@ -80,7 +82,7 @@ ADD|expect objects 3@3: expected objects 3, and there are 2
 ADD|expect bindings 3@3: expected bindings 3, and there are 2
 ADD|expect audit 1@3: expected audit 1, and there are 0
 ADD|expect 13@3: expected 13, came 0 (success) of udp add 10 in line 2
-mark|ADD|udp disconnect 10|udp release 10|expect unchanged|ADD|udp disconnect 10|expect unchanged@9: expected the data plane unchanged since the mark, and it is not:|  new: IPv4 ingress 0x100000003 (192.0.2.2:1 -> 192.0.2.1:1)|  new: IPv4 egress 0x100000004 (192.0.2.1:1 -> 192.0.2.2:1)
+mark|ADD|udp disconnect 10|udp release 10|expect unchanged|ADD|udp disconnect 10|expect unchanged@9: expected the data plane unchanged since the mark, and it is not:|  new: IPv4 ingress 0x100000003 (192.0.2.2:1 -> 192.0.2.1:1), UDP|  new: IPv4 egress 0x100000004 (192.0.2.1:1 -> 192.0.2.2:1), UDP
 fault vok_bind|ADD|objects@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind|ADD|objects|udp free-id|expect 13@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 calls
@@ -132,10 +134,17 @@ true >said
 { seen 'zel>' && printf 'udp add 1\003' && seen '^C' && printf 'start\nquit\n'; } | typed >said ||
     fail "a conversation with ^C ends with $?"
 grep -q 'start: 0' said || fail "^C does not take back a line: $(cat said)"
+true >said
+{ seen 'zel>' && printf '%s\n' start 'fault vok_bind --every --ticks 1000000' 'udp fill 70000' && seen ' of 70000' &&
+    printf '\003' && seen 'are in use' && printf '%s\n' 'udp free-id' 'save part.zel' quit; } | typed >said
+{ grep -q 'udp free-id: 0' said && "$shell" part.zel >said 2>&1; } || fail "a fill that ^C stopped: $(tail -n 3 said)"
 "$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
 grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
-printf 'start\n%s\nudp release 1\t\nquit\n' "$session" | typed >said
-grep -q 'udp release 10: 0' said || fail "a live id is not completed"
+true >'my picture.svg'
+printf '%s\n' start "$session" $'udp release 1\t' $'help udp rel\t' $'fault --every vok_unb\t' $'graph my\t' quit | typed >said
+for text in 'udp release 10: 0' 'example: udp release 1' 'vok_unbind: every call fails' 'wrote my picture.svg'; do
+    grep -q "$text" said || fail "what is completed does not come to '$text': $(cat said)"
+done
 
 # Long work shows how far it is on a terminal, and nothing of the kind in a file.
 printf 'start\nudp fill 70000\nquit\n' | typed >said

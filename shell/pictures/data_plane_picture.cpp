@@ -248,7 +248,6 @@ private:
                                                {"color", style::alarm},
                                                {"fontcolor", style::alarm}}));
         }
-        objects_drawn_ += group.objects.size();
     }
 
     /// Where an association's packets come from or go to.
@@ -352,10 +351,17 @@ private:
                                   std::to_string(bindings) + " of the bindings");
         if (!owners_.dangling().empty())
             add(style::alarm, "handles in tables that name nothing: " + std::to_string(owners_.dangling().size()));
-        if (const std::size_t left_out = plane_.objects.size() - objects_drawn_; left_out != 0)
-            add(style::warning, "left out of the picture: " + std::to_string(left_out) + " of the objects, " +
+        std::size_t objects_left_out = plane_.objects.size(), handles_left_out = owners_.dangling().size();
+        for (const owner_group &group : groups_) {
+            objects_left_out -= group.objects.size();
+            handles_left_out -= group.dangling.size();
+        }
+        if (objects_left_out != 0)
+            add(style::warning, "left out of the picture: " + std::to_string(objects_left_out) + " of the objects, " +
                                     std::to_string(plane_.bindings.size() - layout_.bindings().size()) +
                                     " of the bindings");
+        if (handles_left_out != 0)
+            add(style::warning, "left out of the picture: " + std::to_string(handles_left_out) + " of these handles");
 
         const double width = 380, height = 10 + 16 * static_cast<double>(lines.size());
         std::string table = R"(<table border="0" cellborder="0" cellspacing="0" cellpadding="1">)";
@@ -373,7 +379,6 @@ private:
     std::map<std::string, node_text> texts_;
     data_plane_layout layout_;
     std::map<std::string, int> associations_at_; ///< how many are bound to a node
-    std::size_t objects_drawn_ = 0;
     graphviz::graph graph_{{{"bgcolor", style::ground},
                             {"fontname", style::font},
                             {"fontsize", number(font_size + 1)},
