@@ -94,8 +94,8 @@ void commands::add_connection_commands(CLI::App &l2tp, line_options &o)
             known_.connections.try_emplace(o.id, c);
     });
 
-    CLI::App *remove =
-        add_command(*group, "remove", "remove a control connection; remove its sessions before", "l2tp connection remove 1");
+    CLI::App *remove = add_command(*group, "remove", "remove a control connection; remove its sessions before",
+                                   "l2tp connection remove 1");
     add_known_id(remove, o, "the control connection", ids_of(known_.connections));
     CLI::Option *pcep = add_number(remove, "--pcep", o.pcep, "PCEP id, if not the one that it was added with");
     CLI::Option *rat_session =

@@ -28,3 +28,23 @@ as_private_user() { # HOME [VARIABLE=VALUE...]
     fi
     as_user+=(--)
 }
+
+# A document without its fenced blocks.
+prose() { awk '/^ *```/ { fenced = !fenced; next } !fenced' "$1"; }
+anchors() { prose "$1" | sed -n 's/^#\{1,6\} //p' | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
+
+# That the links of documents lead to files and headings.
+check_links() { # DOCUMENT...
+    local document target path links=0
+    for document; do
+        while read -r target; do
+            path=$document
+            [ -z "${target%%#*}" ] || path=$(dirname "$document")/${target%%#*}
+            [ -e "$path" ] || fail "$document leads to $target: there is no such file"
+            [[ $target != *'#'* ]] || grep -qxF -- "${target#*#}" < <(anchors "$path") ||
+                fail "$document leads to $target: $path has no such heading"
+            links=$((links + 1))
+        done < <(prose "$document" | grep -oE '\]\([^)]+\)' | sed 's/^](//; s/)$//' | grep -v '^https\?:' | sort -u)
+    done
+    [ "$links" -gt 0 ] || fail "no links were seen"
+}

@@ -8,26 +8,13 @@ project=$1
 export BIN=$2
 cd "$project"
 
-# A document without its fenced blocks.
-prose() { awk '/^ *```/ { fenced = !fenced; next } !fenced' "$1"; }
-anchors() { prose "$1" | sed -n 's/^#\{1,6\} //p' | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
-
 folders='bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace'
-links=0
+check_links *.md docs/*.md
 for document in *.md docs/*.md; do
-    while read -r target; do
-        path=$document
-        [ -z "${target%%#*}" ] || path=$(dirname "$document")/${target%%#*}
-        [ -e "$path" ] || fail "$document leads to $target: there is no such file"
-        [[ $target != *'#'* ]] || grep -qxF -- "${target#*#}" < <(anchors "$path") ||
-            fail "$document leads to $target: $path has no such heading"
-        links=$((links + 1))
-    done < <(prose "$document" | grep -oE '\]\([^)]+\)' | sed 's/^](//; s/)$//' | grep -v '^https\?:' | sort -u)
     while read -r path; do
         compgen -G "$path" >/dev/null || fail "$document names $path, which does not exist"
     done < <(prose "$document" | grep -oE "\`($folders)/[^\` ]*" | tr -d '`' | sort -u)
 done
-[ "$links" -gt 0 ] || fail "no links were seen"
 
 scripts/api-doc check || fail "docs/api.md: scripts/api-doc write"
 for document in README.md docs/architecture.md docs/porting.md docs/rehearsing.md docs/tracing.md; do

@@ -21,10 +21,9 @@ for package in "$packages"/*.deb; do
     dpkg-deb --extract "$package" "$temporary/all"
 done | sort | uniq --repeated >"$temporary/shared"
 [ ! -s "$temporary/shared" ] || fail "in more than one package: $(cat "$temporary/shared")"
-for document in "$project"/docs/*; do
-    name=${document##*/}
-    [ -e "$temporary/all/usr/share/doc/libzel-core-term-dev/$name" ] || fail "$name is in no package"
-done
+documents=$temporary/all/usr/share/doc/libzel-core-term-dev
+diff --recursive "$project/docs" "$documents/docs" || fail "the documents are not in the packages"
+check_links "$documents"/*.md "$documents"/docs/*.md
 
 while read -r binary; do
     readelf --sections --dynamic --wide "$binary" >"$temporary/binary"

@@ -14,17 +14,21 @@ execute_process(${run} COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${library
         --name "drives libzel-core-term over a stand-in data plane" shell/usr/bin/zel-term-shell)
 execute_process(${run} COMMAND gzip -9n shell/usr/share/man/man1/zel-term-shell.1)
 
+set(as_packaged FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ) # whatever the sources' are
+
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER ${component} COMPONENT)
     set(package ${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME})
     set(root ${CPACK_TEMPORARY_DIRECTORY}/${component})
 
-    configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${root}/usr/share/doc/${package}/copyright COPYONLY)
-    configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${root}/usr/share/doc/${package}/changelog @ONLY)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${root}/usr/share/doc/${package}/copyright
+        ${as_packaged} COPYONLY)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${root}/usr/share/doc/${package}/changelog
+        ${as_packaged} @ONLY)
     execute_process(${run} COMMAND gzip -9n ${root}/usr/share/doc/${package}/changelog)
     if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${package}.lintian-overrides)
         configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.lintian-overrides
-            ${root}/usr/share/lintian/overrides/${package} COPYONLY)
+            ${root}/usr/share/lintian/overrides/${package} ${as_packaged} COPYONLY)
     endif()
 
     set(binaries)
