@@ -9,7 +9,7 @@ export BIN=$2
 cd "$project"
 
 folders='bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace'
-check_links *.md docs/*.md
+check_links ./*.md docs/*.md
 for document in *.md docs/*.md; do
     while read -r path; do
         compgen -G "$path" >/dev/null || fail "$document names $path, which does not exist"
