@@ -92,7 +92,7 @@ private:
     bool strict_, shows_progress_;
     bool wants_to_quit_ = false;
     std::string shown_events_ = "off"; ///< as the `trace` command was given
-    std::string line_; ///< as it goes into the scenario: what of it was done when it was interrupted
+    std::string line_;                 ///< as it goes into the scenario: what of it was done when it was interrupted
     int line_number_ = 0;
     bool last_result_is_expected_ = true;
     std::string changed_by_;                ///< what the current line did to the data plane; empty: nothing
