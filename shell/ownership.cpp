@@ -91,11 +91,10 @@ std::vector<owner> ownership::holders(std::uint64_t handle) const
     return found != holders_.end() ? found->second : std::vector<owner>{};
 }
 
-/// Whether the ovlin flow is the one that the endpoint sends for. Its low 20 bits are the endpoint's own id.
+/// Whether the ovlin flow is the one that the endpoint sends for. Its low 20 bits are the endpoint's own id. The PCEP
+/// matters where a later endpoint of that id can come to the same object: an association that others share.
 bool ownership::sends(const owner &who, std::uint32_t ovlin_flow_id) const
 {
-    if (who.what == kind::l2tp_session)
-        return ovlin_flow_id == l2tp_session_table[who.id - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN].src_flow_id;
     if (const auto connection = known_.connections.find(who.id);
         who.what == kind::l2tp_connection && connection != known_.connections.end())
         return ovlin_flow_id == (connection->second.pcep << 20 | who.id);

@@ -92,6 +92,8 @@ protected:
         egress6.param00 = 1;
         egress6.nextHeader = 17;
         egress6.param3a = 0x40;
+        ingress_flow.flowType = egress_flow.flowType = VOK_L2TPV3_SESSION;
+        EXPECT_EQ(vok_l2tpv3_ingress_interface_add(l2tp, &interface, &ingress_flow.ingressInterfaceHandle), 0u);
         EXPECT_EQ(vok_ip_ingress_association_create(ipv4, &ingress, &ingress_handle), 0u);
         EXPECT_EQ(vok_ip_egress_association_create(ipv4, &egress, &egress_handle), 0u);
         bind.bindKind = VOK_BIND_ID2F;
@@ -127,10 +129,15 @@ protected:
     }
 
     static constexpr uint64_t ipv4 = VOK_CP_SIM_IPV4_ASSOCIATION_TYPE, ipv6 = VOK_CP_SIM_IPV6_ASSOCIATION_TYPE;
+    static constexpr uint64_t l2tp = VOK_CP_SIM_L2TPV3_FLOW_TYPE;
     vok_ip_ingress_record ingress{};
     vok_ip_egress_record egress{};
     vok_ipv6_ingress_record ingress6{};
     vok_ipv6_egress_record egress6{};
+    vok_l2tpv3_ingress_interface_record interface {
+    };
+    vok_l2tpv3_ingress_flow_record ingress_flow{};
+    vok_l2tpv3_egress_flow_record egress_flow{};
     vok_bind_record bind{};
     uint64_t ingress_handle = 0, egress_handle = 0, other = 0;
 };
@@ -145,6 +152,10 @@ TEST_F(stand_in, records_must_be_well_formed)
                            [&](auto &r) { return vok_ipv6_ingress_association_create(ipv6, &r, &other); });
     expect_only_free_bytes(egress6, bytes({{0x09, 37}, {0x34, 6}}),
                            [&](auto &r) { return vok_ipv6_egress_association_create(ipv6, &r, &other); });
+    expect_only_free_bytes(interface, {}, [&](auto &r) { return vok_l2tpv3_ingress_interface_add(l2tp, &r, &other); });
+    expect_only_free_bytes(ingress_flow, bytes({{0x10, 4}}),
+                           [&](auto &r) { return vok_l2tpv3_ingress_flow_create(l2tp, &r, &other); });
+    expect_only_free_bytes(egress_flow, {}, [&](auto &r) { return vok_l2tpv3_egress_flow_create(l2tp, &r, &other); });
     expect_only_free_bytes(bind, bytes({{0x20, 4}}),
                            [&](auto &r) { return r.dscpRef != nullptr ? 1 : vok_bind(VOK_CP_SIM_INSTANCE, &r); });
 }
