@@ -221,10 +221,9 @@ CLI::Option *add_text(CLI::App *command, const std::string &name, std::string &t
     return command->add_option(name, text, meaning);
 }
 
-CLI::Option *add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words,
-                       const std::string &meaning)
+void add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words, const std::string &meaning)
 {
-    return command->add_option(name, words, meaning);
+    command->add_option(name, words, meaning);
 }
 
 void add_flag(CLI::App *command, const std::string &name, bool &flag, const std::string &meaning)
@@ -265,8 +264,8 @@ void add_known_id(CLI::App *command, commands::line_options &options, const std:
     options.choices[id] = std::move(ids);
 }
 
-CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
-                        const std::string &meaning, const std::vector<std::string> &words)
+void add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
+                const std::string &meaning, const std::vector<std::string> &words)
 {
     const auto is_one = [words](const std::string &given) {
         return std::ranges::find(words, given) != words.end()
@@ -275,7 +274,6 @@ CLI::Option *add_choice(CLI::App *command, commands::line_options &options, cons
     };
     CLI::Option *option = command->add_option(name, word, meaning)->required()->check(CLI::Validator(is_one, ""));
     options.choices[option] = words;
-    return option;
 }
 
 std::uint32_t parse_flow(const std::string &text)
@@ -292,22 +290,19 @@ std::uint32_t parse_flow(const std::string &text)
     throw std::invalid_argument("'" + text + "' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)");
 }
 
-CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+void add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
 {
-    return command->add_option(name, text, meaning)
-        ->type_name("ADDRESS:PORT")
-        ->required()
-        ->check(readable_by(parse_endpoint));
+    command->add_option(name, text, meaning)->type_name("ADDRESS:PORT")->required()->check(readable_by(parse_endpoint));
 }
 
-CLI::Option *add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+void add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
 {
-    return required(add_text(command, name, text, meaning))->check(readable_by(parse_flow));
+    required(add_text(command, name, text, meaning))->check(readable_by(parse_flow));
 }
 
-CLI::Option *add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
+void add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning)
 {
-    return command->add_option(name, text, meaning)->type_name("ADDRESS")->required()->check(readable_by(parse_ipv4));
+    command->add_option(name, text, meaning)->type_name("ADDRESS")->required()->check(readable_by(parse_ipv4));
 }
 
 void require_same_version(const std::string &first_name, const endpoint &first, const std::string &second_name,

@@ -90,8 +90,7 @@ CLI::Option *with_default(CLI::Option *option);
 bool is_given(const CLI::Option *option);
 
 CLI::Option *add_text(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
-CLI::Option *add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words,
-                       const std::string &meaning);
+void add_words(CLI::App *command, const std::string &name, std::vector<std::string> &words, const std::string &meaning);
 void add_flag(CLI::App *command, const std::string &name, bool &flag, const std::string &meaning);
 
 /// An option that takes a number from 0 to `max`.
@@ -113,17 +112,17 @@ void add_known_id(CLI::App *command, commands::line_options &options, const std:
                   std::vector<std::string> ids);
 
 /// A required option that takes one of a few words.
-CLI::Option *add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
-                        const std::string &meaning, const std::vector<std::string> &words);
+void add_choice(CLI::App *command, commands::line_options &options, const std::string &name, std::string &word,
+                const std::string &meaning, const std::vector<std::string> &words);
 
 /// A required option that takes an address and a port.
-CLI::Option *add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
+void add_endpoint(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
 
 /// A required option that takes an ovlin flow ID.
-CLI::Option *add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
+void add_flow(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
 
 /// A required option that takes an IPv4 address.
-CLI::Option *add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
+void add_ipv4(CLI::App *command, const std::string &name, std::string &text, const std::string &meaning);
 
 /// @throws bad_line unless both are of one IP version
 void require_same_version(const std::string &first_name, const endpoint &first, const std::string &second_name,

@@ -94,6 +94,7 @@ udp add 1 --local 192.0.2.1:0 --remote 192.0.2.2:0 --vrf 5 --uplink-pcep 1 --dow
 ADD|fault vok_unbind --nth 2 --status 5 --ticks 30000000|fault vok_unbind --nth 2 --every --status 6|udp disconnect 10|expect event tn_zel_term:EXCEPTION "too large VOK"|calls|expect shown "undo"@8: expected "undo", and what was shown is|udp disconnect 10: 0 (success), 2 calls|       call        of                                                                answer|       vok_unbind  F2ID EGRESS 0x100000001 -> ovlin 0x00100001 (pcep 1, session 1)   ok|fault  vok_unbind  ID2F EGRESS ovlin 0x0010000a (pcep 1, session 10) -> 0x100000002  5, unknown status
 ADD|restart-data-plane|start|ADD|send 1/10|expect shown "0x100000002"@7: expected "0x100000002", and what was shown is|packet leaves through 0x100000004 as 192.0.2.1:1 -> 192.0.2.2:1, UDP, vrf 0, dscp 0
 l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 7 --pcep 3 --rat-session 11|l2tp connection add 2 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 8 --pcep 3 --rat-session 12|packet l2tp --from 192.0.2.2 --to 192.0.2.1 --connection 8|expect shown "(pcep 3, session 12)"|l2tp connection remove 1 --pcep 4|l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 7 --pcep 5 --rat-session 11|expect audit 0@8: expected audit 0, and there are 3
+l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 1 --pcep 3 --rat-session 1|l2tp session add 100 --connection 1 --local-session-id 5 --pcep 3 --rat-session 2|l2tp session remove 100|l2tp session remove 100@5: session 100 was not added here; --connection is required
 send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
 ROWS
 printf 'start\n%s\nudp show\n' "$session" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
@@ -145,8 +146,9 @@ true >said
 "$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
 grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
 true >'my picture.svg'
-printf '%s\n' start "$session" $'udp release 1\t' $'help udp rel\t' $'fault --every vok_unb\t' $'graph my\t' quit | typed >said
-for text in 'udp release 10: 0' 'example: udp release 1' 'vok_unbind: every call fails' 'wrote my picture.svg'; do
+printf '%s\n' start "$session" $'udp release 1\t' $'help udp rel\t' $'fault --every vok_unb\t' $'graph my\t' 'save later.zel' quit | typed >said
+for text in 'udp release 10: 0' 'example: udp release 1' 'vok_unbind: every call fails' 'wrote my picture.svg' \
+    'it will not go as written: the fault of vok_unbind has not acted'; do
     grep -q "$text" said || fail "what is completed does not come to '$text': $(cat said)"
 done
 
