@@ -69,7 +69,8 @@ ID is 12 bits of PCEP id and 20 bits of ovlin session id. "Must be valid" says t
 
 A refused argument (2 of a query, 3, 4, 5, 7, 10, and 13 while the library is stopped) leaves everything as it was; the
 trace event names it. (A modify does not refuse a session of its list, but fails.) Reading counters changes nothing
-either. Every other result with which something may be left, in the tables or in the data plane:
+either. What a success leaves (a release without disconnect, an add over a session, a flow ID of 0, start, stop) is told
+at the function. What a failed call can leave, in the tables or in the data plane:
 
 | Operation | Result | What is left |
 | --- | ---: | --- |

@@ -8,7 +8,8 @@
  * interface, which the first add makes and nothing deletes.
  *
  * Connections and L2TP sessions share the ovlin session ids, of which 48 is valid for both: with one PCEP id it must
- * not be used for a connection and a session at the same time, whose ovlin flow would be the same.
+ * not be used for a connection and a session at the same time, whose ovlin flow would be the same. Nor must it be the
+ * id of a UDP session whose uplink has that PCEP id.
  *
  * Operations run to their end on the caller's thread; the caller serialises them.
  */
@@ -114,18 +115,18 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  * @retval 5     the id is in use: nothing was done
  * @retval 13    the L2TP side is stopped: nothing was done
  * @retval 13    a data-plane call failed, or 48 associations are in use already. What the table entry shows was taken
- *               down again, shared associations by their counts, and the id is free. Every unbind is tried once its
- *               flow or association is there, whether its bind was made or not. The ingress interface stays. The data
- *               plane keeps what could not be taken down, and an association whose create took effect although it
- *               failed; connections that share may lose a binding, as the last paragraph says
+ *               down again, shared associations by their counts, and the id is free. An ovlin flow's unbind is tried
+ *               once its flow or association is there, whether its bind was made or not. The ingress interface stays.
+ *               The data plane keeps what could not be taken down, and an association whose create took effect although
+ *               it failed; zel_core_term_l2tp_control_connection_add() tells when connections that share lose a binding
  * @retval other the code of the session-type hook; undone likewise
  *
  * The undo of an add that fails after it came to share an ingress association, but before it asked for that
  * association's binding to the interface, releases one request for it all the same. From then on there is one request
- * less than users. When they are used up, by this undo or by a later removal, the binding is removed from under the
- * connections that are left: their control messages and sessions are no longer received until another add or modify
- * comes to share the association, and then only until that one is removed. Removing all of them and adding them again
- * mends it.
+ * less than users. When they are used up, by this undo or by a later removal or modify of one of them, the binding is
+ * removed from under the connections that are left: their control messages and sessions are no longer received until
+ * another add or modify comes to share the association, and then only until the next of them is removed or moved.
+ * Removing all of them and adding them again mends it.
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_add(
     uint32_t tn_ovlin_session_id, const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, uint32_t controlConnId,
@@ -155,15 +156,17 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  * nothing else, and its id is then in use.
  *
  * @param tn_ovlin_session_id  the connection
- * @param session_ids          the tn_ovlin_session_id_session of each of its sessions. One that is out of range or not
- *                             there fails as any session's part does: all is removed
+ * @param session_ids          the tn_ovlin_session_id_session of each of its sessions; must be valid unless there are
+ *                             none. One that is out of range or not there fails as any session's part does: all is
+ *                             removed
  * @param session_count        how many; 0 is allowed
- * @param ip_cfg               the new configuration; once the old one is tried, its remote_addr is the old one
+ * @param ip_cfg               the new configuration; must be valid. Once the old one is tried, its remote_addr is the
+ *                             old one
  * @param tn_pcep_id           as given to the add
  * @param rat_ovlin_session_id as given to the add
  * @param dscp                 the new DSCP of the control messages
  * @param old_dscp             the one in force
- * @param old_remote_addr      the remote address in force: 16 bytes, of which the first 4 are read
+ * @param old_remote_addr      the remote address in force: 16 bytes, of which the first 4 are read; must be valid
  * @param session_type_flag    as for the add; for each session too
  *
  * @retval 0     the new configuration is in force. The data plane keeps what could not be taken down of the

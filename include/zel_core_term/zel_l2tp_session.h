@@ -5,7 +5,7 @@
  * A session is named by its own ovlin session id, tn_ovlin_session_id_session, 48 to 336. The library does not keep
  * which control connection carries it: every operation is told, and works with that connection's egress association
  * at the time of the call. With one PCEP id the session id 48 must not be used while a control connection 48 is there,
- * whose ovlin flow would be the same.
+ * whose ovlin flow would be the same; nor the id of a UDP session whose uplink has that PCEP id.
  *
  * Operations run to their end on the caller's thread; the caller serialises them.
  */

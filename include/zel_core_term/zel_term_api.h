@@ -16,7 +16,7 @@
 enum {
     ZEL_CORE_TERM_SUCCESS = 0,
     ZEL_CORE_TERM_NULL_OUTPUT = 2,            /**< a required output pointer is NULL */
-    ZEL_CORE_TERM_FELL_BACK = 2,              /**< control connection modify: the old configuration is in force */
+    ZEL_CORE_TERM_FELL_BACK = 2,              /**< control connection modify: the old remote address is in force */
     ZEL_CORE_TERM_OUT_OF_RANGE = 3,           /**< an identifier or argument is out of range */
     ZEL_CORE_TERM_SESSION_FREE = 4,           /**< the UDP session id is not in use */
     ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the id is already in use */

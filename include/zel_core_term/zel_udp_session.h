@@ -137,7 +137,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  * downlink ovlin flow ((tn_dl_pcep_id << 20) | the low 20 bits of rat_ovlin_session_id).
  *
  * Addresses and ports are not compared with those of other sessions: what two that are alike mean is the data plane's.
- * A downlink ovlin flow ID of 0 counts as not bound, so that no undo or disconnect removes such a binding.
+ * A downlink ovlin flow ID of 0 counts as not bound, so that no undo or disconnect removes such a binding. The uplink
+ * ovlin flow must not be that of an L2TP control connection or session: with one PCEP id their ids must differ.
  *
  * @param udp_session_id       1 to 70,000, free
  * @param cfg                  the configuration, copied; must be valid
@@ -207,7 +208,7 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_modify_ttl(uint32_t udp_ses
  *
  * @param udp_session_id the session
  * @retval 0 disconnected, also when an unbind failed: that is reported by trace events, and the binding stays in the
- *           data plane
+ *           data plane unless the unbind took effect all the same
  * @retval 3 the id is outside 1 to 70,000: nothing was done
  * @retval 4 the id is free: nothing was done
  */
@@ -219,7 +220,7 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_disconnect(uint32_t udp_ses
  *
  * @param udp_session_id the session
  * @retval 0 the id is free, also when a delete failed, which is reported by trace events; the association then stays
- *           in the data plane
+ *           in the data plane unless the delete took effect all the same
  * @retval 3 the id is outside 1 to 70,000: nothing was done
  * @retval 4 the id is free already: nothing was done
  * @retval 7 the session is neither over IPv4 nor IPv6: nothing was done
@@ -259,7 +260,7 @@ ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_i
  * @param buf            receives the text; must be valid and at least one byte. It is set to the empty text before
  *                       anything else, and stays empty when the counters cannot be read
  * @param buf_size       bytes of `buf`, passed on to the formatters
- * @param fmt_option     passed on to the formatters; what they answer is not looked at
+ * @param fmt_option     passed on to the formatters, which know 0 and 1 (zel_fmt.h); what they answer is not looked at
  * @retval 0     the text is in `buf`
  * @retval 3     the id is outside 1 to 70,000: the text is empty
  * @retval 4     the id is free: the text is empty
