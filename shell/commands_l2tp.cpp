@@ -139,7 +139,10 @@ void commands::add_connection_modify(CLI::App &group, line_options &o)
         add_number(modify, "--dscp", o.dscp, "new DSCP of the control messages; the old one stays", 255);
     CLI::Option *vrf = add_number(modify, "--vrf", o.vrf, "new routing instance, also when it falls back");
     CLI::Option *ttl = add_number(modify, "--ttl", o.ttl, "new TTL of the sent packets, also when it falls back", 255);
-    on_run(modify, [this, &o, dscp, vrf, ttl] {
+    CLI::Option *listed =
+        add_numbers(modify, "--sessions", o.sessions, "the sessions to move, if not all that it carries");
+    o.choices[listed] = ids_of(known_.l2tp_sessions);
+    on_run(modify, [this, &o, dscp, vrf, ttl, listed] {
         const auto known = known_.connections.find(o.id);
         if (known == known_.connections.end())
             throw bad_line("control connection " + std::to_string(o.id) + " was not added here");
@@ -152,10 +155,11 @@ void commands::add_connection_modify(CLI::App &group, line_options &o)
             c.cfg.vrf_id = o.vrf;
         if (is_given(ttl))
             c.cfg.ttl = static_cast<std::uint8_t>(o.ttl);
-        std::vector<std::uint32_t> sessions;
+        std::vector<std::uint32_t> sessions = o.sessions;
         for (const auto &[id, control_connection] : known_.l2tp_sessions)
-            if (control_connection == o.id)
+            if (control_connection == o.id && !is_given(listed))
                 sessions.push_back(id);
+        const bool was_in_use = connection_is_in_use(o.id);
         const std::uint32_t result = operate(connection_name("modify", o.id), [&] {
             return zel_core_term_l2tp_control_connection_modify(
                 o.id, sessions.data(), static_cast<std::uint32_t>(sessions.size()), &c.cfg, c.pcep, c.rat_session,
@@ -167,6 +171,8 @@ void commands::add_connection_modify(CLI::App &group, line_options &o)
             known->second.cfg = c.cfg;                                         // whose peer is the old one again
             out_ << "the old peer and DSCP are in force\n";
         }
+        if (was_in_use && !connection_is_in_use(o.id))
+            out_ << "the connection and the sessions to move were removed\n";
         forget_removed();
     });
 }

@@ -73,6 +73,19 @@ template <typename Parse> CLI::Validator readable_by(Parse parse)
             ""};
 }
 
+/// Reads a number as parse_number() does, for the parser.
+CLI::Validator decimal_number(std::uint32_t max)
+{
+    return {[max](std::string &text) {
+                const std::optional<std::uint32_t> value = parse_number(text);
+                if (!value || *value > max)
+                    return "'" + text + "' is not a number from 0 to " + std::to_string(max);
+                text = std::to_string(*value);
+                return std::string{};
+            },
+            ""};
+}
+
 } // namespace
 
 std::shared_ptr<CLI::App> new_parser()
@@ -188,6 +201,8 @@ std::optional<std::vector<std::string>> choices_after(CLI::App &app, const comma
         return choices;
     std::size_t positionals = 0;
     for (const CLI::Option *option : command->get_options()) {
+        if (option == command->get_help_ptr())
+            continue; // the only candidate beside a value would keep that from being completed
         if (option->get_positional()) {
             if (positionals++ != positionals_given)
                 continue;
@@ -245,16 +260,13 @@ std::optional<std::uint32_t> parse_number(const std::string &text)
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
                         std::uint32_t max)
 {
-    const CLI::Validator to_decimal(
-        [max](std::string &text) {
-            const std::optional<std::uint32_t> value = parse_number(text);
-            if (!value || *value > max)
-                return "'" + text + "' is not a number from 0 to " + std::to_string(max);
-            text = std::to_string(*value);
-            return std::string{};
-        },
-        "");
-    return command->add_option(name, number, meaning)->type_name("NUMBER")->transform(to_decimal);
+    return command->add_option(name, number, meaning)->type_name("NUMBER")->transform(decimal_number(max));
+}
+
+CLI::Option *add_numbers(CLI::App *command, const std::string &name, std::vector<std::uint32_t> &numbers,
+                         const std::string &meaning)
+{
+    return command->add_option(name, numbers, meaning)->type_name("NUMBER")->transform(decimal_number(UINT32_MAX));
 }
 
 void add_known_id(CLI::App *command, commands::line_options &options, const std::string &meaning,

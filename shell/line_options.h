@@ -24,6 +24,7 @@ struct commands::line_options {
     bool fields = false;
     std::string flow;
     std::uint32_t octets = 100;
+    std::vector<std::uint32_t> sessions;
     std::uint32_t connection = 0, connection_id = 0, local_session_id = 0, pcep = 0;
     bool crc = false;
     std::uint32_t count = 0, below = UINT32_MAX;
@@ -96,6 +97,10 @@ void add_flag(CLI::App *command, const std::string &name, bool &flag, const std:
 /// An option that takes a number from 0 to `max`.
 CLI::Option *add_number(CLI::App *command, const std::string &name, std::uint32_t &number, const std::string &meaning,
                         std::uint32_t max = UINT32_MAX);
+
+/// An option that takes one such number or several.
+CLI::Option *add_numbers(CLI::App *command, const std::string &name, std::vector<std::uint32_t> &numbers,
+                         const std::string &meaning);
 
 /// The ids that a map of the ledger knows, for completion.
 template <typename Map> std::vector<std::string> ids_of(const Map &known)

@@ -13,7 +13,8 @@ compare() {
     if [ -n "${ZEL_WRITE_EXPECTED:-}" ]; then
         cat >"$2"
     else
-        diff -u --label "expected $1" --label "actual $1" "$2" - || fail "$1"
+        diff -u --label "expected $1" --label "actual $1" "$2" - ||
+            fail "$1; where that is meant, ZEL_WRITE_EXPECTED=1 in the environment writes $2"
     fi
 }
 

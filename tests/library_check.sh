@@ -17,9 +17,12 @@ dynamic=$(readelf --dynamic --wide "$library")
 segments=$(readelf --program-headers --wide "$library")
 symbols=$(nm --dynamic "$library")
 
+exports=$(nm --dynamic --defined-only "$library" | awk '{print $3}' | sort)
 diff -u --label packaging/debian/symbols --label "$library" \
-    <(sed -n 's/^ \(.*\)@Base .*/\1/p' "$project/packaging/debian/symbols") \
-    <(nm --dynamic --defined-only "$library" | awk '{print $3}' | sort) || fail "exports"
+    <(sed -n 's/^ \(.*\)@Base .*/\1/p' "$project/packaging/debian/symbols") - <<<"$exports" || fail "exports"
+diff -u --label include/zel_core_term --label "$library" \
+    <(sed '/^#/d' "$project"/include/zel_core_term/*.h | tr '\n' ' ' | grep -o 'ZEL_CORE_TERM_API [^([;]*' |
+        sed 's/.*[ *]//' | sort) - <<<"$exports" || fail "what the headers declare is not what is exported"
 sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort |
     compare "needed libraries" "$project/tests/expected/needed.txt"
 require "name" 'SONAME.*\[libzel-core-term\.so\.1\]' "$dynamic"

@@ -10,7 +10,7 @@ trap 'rm -rf "$temporary"' EXIT
 
 # Fields, control files and paths of each, a folder's own line and the documents under docs/ aside.
 for package in "$packages"/*.deb; do
-    dpkg-deb --field "$package" Package Version Section Depends Provides Conflicts Replaces Maintainer
+    dpkg-deb --field "$package" Package Version Section Depends Suggests Provides Conflicts Replaces Maintainer
     dpkg-deb --ctrl-tarfile "$package" | tar --list | sort
     dpkg-deb --fsys-tarfile "$package" | tar --list --verbose |
         sed -nE '/\/$|\.(md|svg|png)$/d; s|^([^ ]+) ([^ ]+) .* \./|  \1 \2 /|p' | sort

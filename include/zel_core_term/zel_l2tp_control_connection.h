@@ -158,7 +158,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  * @param tn_ovlin_session_id  the connection
  * @param session_ids          the tn_ovlin_session_id_session of each of its sessions; must be valid unless there are
  *                             none. One that is out of range or not there fails as any session's part does: all is
- *                             removed
+ *                             removed. One that is left out goes on sending through the old egress association, which
+ *                             stays in the data plane; its removal then leaves the binding to that and its flow behind
  * @param session_count        how many; 0 is allowed
  * @param ip_cfg               the new configuration; must be valid. Once the old one is tried, its remote_addr is the
  *                             old one
@@ -171,8 +172,9 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  *
  * @retval 0     the new configuration is in force. The data plane keeps what could not be taken down of the
  *               configuration before, which is reported by trace events: what failed is no failure of the modify
- * @retval 2     the old remote address and DSCP are in force. The data plane keeps what could not be taken down of
- *               either configuration, which is reported by trace events, and an association whose create took effect
+ * @retval 2     the old remote address and DSCP are in force, unless the session-type hook answered 2 and all is
+ *               removed, as under "other": l2tp_control_table tells. The data plane keeps what could not be taken down
+ *               of either configuration, which is reported by trace events, and an association whose create took effect
  *               although it failed
  * @retval 3     the id is above 48: nothing was done
  * @retval 13    the L2TP side is stopped: nothing was done

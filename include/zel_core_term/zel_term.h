@@ -29,7 +29,8 @@ ZEL_CORE_TERM_API extern zel_handles_t *zel_handles;
 /**
  * Starts the library: attaches it to the initialisation component, which fills the handle block, and starts
  * the session modules with empty tables. Makes no data-plane call. Starting again re-attaches and empties the
- * tables; what sessions held in the data plane is forgotten, not deleted.
+ * tables; what sessions held in the data plane is forgotten, not deleted. After a fork() parent and child both have the
+ * tables, for the same objects: only one of them may go on using the library.
  *
  * @retval 0     started
  * @retval other the code of the step that failed, with nothing undone: when zel_init_attach() failed the modules are as

@@ -260,7 +260,8 @@ ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_i
  * @param buf            receives the text; must be valid and at least one byte. It is set to the empty text before
  *                       anything else, and stays empty when the counters cannot be read
  * @param buf_size       bytes of `buf`, passed on to the formatters
- * @param fmt_option     passed on to the formatters, which know 0 and 1 (zel_fmt.h); what they answer is not looked at
+ * @param fmt_option     passed on to the formatters (0: a line, 1: a line for each field); what they
+ *                       answer is not looked at
  * @retval 0     the text is in `buf`
  * @retval 3     the id is outside 1 to 70,000: the text is empty
  * @retval 4     the id is free: the text is empty

@@ -11,7 +11,8 @@ list(TRANSFORM library_folders PREPEND -l OUTPUT_VARIABLE library_options)
 file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/shell/usr/share/man/man1)
 execute_process(${run} COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${library_path}
     help2man --no-info --version-string ${CPACK_PACKAGE_VERSION} --output shell/usr/share/man/man1/zel-term-shell.1
-        --name "drives libzel-core-term over a stand-in data plane" shell/usr/bin/zel-term-shell)
+        --name "drives libzel-core-term over a stand-in data plane"
+        --include ${CMAKE_CURRENT_LIST_DIR}/zel-term-shell.h2m shell/usr/bin/zel-term-shell)
 execute_process(${run} COMMAND gzip -9n shell/usr/share/man/man1/zel-term-shell.1)
 
 set(as_packaged FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ) # whatever the sources' are
