@@ -166,6 +166,8 @@ TEST_F(stand_in, refuses_with_a_status_that_says_why)
     half_prefix.dstPrefixLen = 16;
     vok_bind_record from_flow = bind;
     from_flow.destFlowHandle = ingress_handle;
+    vok_bind_record unknown_session_type = bind;
+    unknown_session_type.srcSessionType = unknown_session_type.dstSessionType = 9;
     const uint8_t dscp = 1;
     vok_bind_record unbind_with_dscp = bind;
     unbind_with_dscp.dscpRef = &dscp;
@@ -187,6 +189,7 @@ TEST_F(stand_in, refuses_with_a_status_that_says_why)
         {"unknown handle", vok_ipv6_egress_association_attr_modify(ipv6, &egress6, egress_handle)},
         {"wrong instance handle", vok_bind(ipv4, &bind)},
         {"unknown handle", vok_bind(VOK_CP_SIM_INSTANCE, &from_flow)},
+        {"malformed record: a constant field has another value", vok_bind(VOK_CP_SIM_INSTANCE, &unknown_session_type)},
         {"no such binding", vok_unbind(VOK_CP_SIM_INSTANCE, &bind)},
         {"ok", vok_bind(VOK_CP_SIM_INSTANCE, &bind)},
         {"the binding exists already", vok_bind(VOK_CP_SIM_INSTANCE, &bind)},
