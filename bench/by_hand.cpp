@@ -3,6 +3,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "term/platform.h"
 #include "term/tick.h"
 #include "vok_cp.h"
 #include "zel_fmt.h"
@@ -53,9 +54,11 @@ uint32_t host_word(const uint8_t *address)
     return __builtin_bswap32(word);
 }
 
-vok_ipv6_address host_words(const uint8_t *address)
+void put_host_words(uint8_t *field, const uint8_t *address)
 {
-    return {{host_word(address), host_word(address + 4), host_word(address + 8), host_word(address + 12)}};
+    const uint32_t words[] = {host_word(address), host_word(address + 4), host_word(address + 8),
+                              host_word(address + 12)};
+    std::memcpy(field, words, sizeof words);
 }
 
 uint32_t flow_id(uint32_t pcep, uint32_t session)
@@ -83,7 +86,7 @@ vok_bind_record from_ovlin(uint32_t session_type, uint32_t flow, uint64_t type, 
     record.srcFlowID = flow;
     record.dstTypeHandle = type;
     record.destFlowHandle = handle;
-    record.dscpRef = dscp;
+    record.dscpRef = reinterpret_cast<uint64_t>(dscp);
     return record;
 }
 
@@ -105,7 +108,7 @@ vok_bind_record flow_to_flow(uint32_t direction, uint64_t from_type, uint64_t fr
     record.srcFlowHandle = from;
     record.dstTypeHandle = to_type;
     record.destFlowHandle = to;
-    record.dscpRef = dscp;
+    record.dscpRef = reinterpret_cast<uint64_t>(dscp);
     return record;
 }
 
@@ -148,9 +151,9 @@ bool create_udp_ingress(const udp_cfg &cfg, uint64_t &handle)
     record.nextHeader = protocol_udp;
     record.srcPort = cfg.remote_port;
     record.dstPort = cfg.local_port;
-    record.srcAddr = host_words(cfg.remote_addr);
+    put_host_words(record.srcAddr, cfg.remote_addr);
     record.srcPrefixLen = 128;
-    record.dstAddr = host_words(cfg.local_addr);
+    put_host_words(record.dstAddr, cfg.local_addr);
     record.dstPrefixLen = 128;
     return call(vok_ipv6_ingress_association_create, udp_type(cfg), &record, &handle);
 }
@@ -160,8 +163,8 @@ vok_ipv6_egress_record ipv6_egress(const udp_cfg &cfg, uint8_t next_header)
     vok_ipv6_egress_record record{};
     record.param00 = 1;
     record.ipVrdId = cfg.vrf_id;
-    record.srcAddr = host_words(cfg.local_addr);
-    record.dstAddr = host_words(cfg.remote_addr);
+    put_host_words(record.srcAddr, cfg.local_addr);
+    put_host_words(record.dstAddr, cfg.remote_addr);
     record.hopLimit = cfg.ttl != 0 ? cfg.ttl : 128;
     record.nextHeader = next_header;
     record.mtu = static_cast<uint16_t>(cfg.pmtu);
@@ -314,17 +317,19 @@ void udp_stats(uint32_t slot, zel_udp_session_ipv4_stats_t &stats)
 {
     const flow_pair &session = udp_sessions[slot];
     stats = {};
-    if (call(vok_ip_ingress_association_stats_get, handles().ipv4_association_type, session.ingress, &stats.ingress))
-        call(vok_ip_egress_association_stats_get, handles().ipv4_association_type, session.egress, &stats.egress);
+    if (call(vok_ip_ingress_association_stats_get, handles().ipv4_association_type, session.ingress,
+             zel::address_of(stats.ingress)))
+        call(vok_ip_egress_association_stats_get, handles().ipv4_association_type, session.egress,
+             zel::address_of(stats.egress));
 }
 
 void udp_stats(uint32_t slot, zel_udp_session_ipv6_stats_t &stats)
 {
     const flow_pair &session = udp_sessions[slot];
     if (call(vok_ipv6_ingress_association_statistics_get, handles().ipv6_association_type, session.ingress,
-             &stats.ingress))
+             zel::address_of(stats.ingress)))
         call(vok_ipv6_egress_association_statistics_get, handles().ipv6_association_type, session.egress,
-             &stats.egress);
+             zel::address_of(stats.egress));
 }
 
 void udp_formatted_stats(uint32_t slot, char *text, uint32_t text_size)
@@ -332,8 +337,10 @@ void udp_formatted_stats(uint32_t slot, char *text, uint32_t text_size)
     const flow_pair &session = udp_sessions[slot];
     zel_udp_session_ipv4_stats_t stats{};
     text[0] = '\0';
-    if (!call(vok_ip_ingress_association_stats_get, handles().ipv4_association_type, session.ingress, &stats.ingress) ||
-        !call(vok_ip_egress_association_stats_get, handles().ipv4_association_type, session.egress, &stats.egress))
+    if (!call(vok_ip_ingress_association_stats_get, handles().ipv4_association_type, session.ingress,
+              zel::address_of(stats.ingress)) ||
+        !call(vok_ip_egress_association_stats_get, handles().ipv4_association_type, session.egress,
+              zel::address_of(stats.egress)))
         return;
     zel_fmt_ipv4_ingress_assoc_stats(text, text_size, 0, &stats.ingress);
     zel_fmt_ipv4_egress_assoc_stats(text, text_size, 0, &stats.egress);

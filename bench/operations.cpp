@@ -165,7 +165,7 @@ zel_core_term_l2tp_control_connection_cfg_t connection_cfg(uint32_t peer)
 
 uint32_t add_connection(uint32_t id, uint32_t peer)
 {
-    const auto cfg = connection_cfg(peer);
+    auto cfg = connection_cfg(peer);
     return zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, connection_ids.pcep,
                                                      connection_ids.rat_session, dscp, 0);
 }

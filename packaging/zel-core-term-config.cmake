@@ -1,3 +1,11 @@
+foreach(component IN LISTS ${CMAKE_FIND_PACKAGE_NAME}_FIND_COMPONENTS)
+    if(${CMAKE_FIND_PACKAGE_NAME}_FIND_REQUIRED_${component})
+        set(${CMAKE_FIND_PACKAGE_NAME}_FOUND FALSE)
+        set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE "zel-core-term has no component ${component}")
+        return()
+    endif()
+endforeach()
+
 include(CMakeFindDependencyMacro)
-find_dependency(zel-platform)
+find_dependency(zel-platform HINTS ${CMAKE_CURRENT_LIST_DIR}/../zel-platform)
 include(${CMAKE_CURRENT_LIST_DIR}/zel-core-term-targets.cmake)

@@ -146,7 +146,7 @@ void commands::add_connection_modify(CLI::App &group, line_options &o)
         const auto known = known_.connections.find(o.id);
         if (known == known_.connections.end())
             throw bad_line("control connection " + std::to_string(o.id) + " was not added here");
-        const ledger::connection old = known->second;
+        ledger::connection old = known->second;
         ledger::connection c = old;
         set_address(c.cfg.remote_addr, o.remote);
         if (is_given(dscp))

@@ -23,7 +23,7 @@ struct data_plane {
     };
 
     struct binding {
-        vok_bind_record record; ///< dscpRef is null
+        vok_bind_record record; ///< dscpRef is 0
         bool has_dscp;
         std::uint8_t dscp;
 

@@ -25,7 +25,7 @@ protected:
 
     static uint32_t connect(uint32_t id, uint8_t peer = peer_a, uint8_t session_type = 0)
     {
-        const auto cfg = configuration(peer);
+        auto cfg = configuration(peer);
         return zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, session_type);
     }
     static uint32_t remove(uint32_t id) { return zel_core_term_l2tp_control_connection_rem(id, 3, 10 + id); }
@@ -34,10 +34,10 @@ protected:
         return zel_core_term_l2tp_session_add(46, id % 2, 5, 0x12345, 50000 + id, connection, id, session_type);
     }
     /// Connection 1, from peer a.
-    static uint32_t move(uint8_t to, const std::vector<uint32_t> &sessions, uint8_t session_type = 0)
+    static uint32_t move(uint8_t to, std::vector<uint32_t> sessions, uint8_t session_type = 0)
     {
         auto cfg = configuration(to);
-        const auto old = configuration(peer_a);
+        auto old = configuration(peer_a);
         return zel_core_term_l2tp_control_connection_modify(1, sessions.data(), static_cast<uint32_t>(sessions.size()),
                                                             &cfg, 3, 11, 40, 48, old.remote_addr, session_type);
     }
@@ -179,7 +179,7 @@ TEST_F(l2tp, a_full_association_table)
 TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
 {
     auto cfg = configuration(peer_a);
-    const uint32_t session = 100;
+    uint32_t session = 100;
     const auto modify = [&](uint32_t id) {
         return zel_core_term_l2tp_control_connection_modify(id, &session, 1, &cfg, 3, 11, 0, 0, cfg.remote_addr, 0);
     };
@@ -251,7 +251,7 @@ TEST_F(l2tp, adds_check_their_limits_in_order)
 {
     interposed.capabilities = {1000, 20, {}};
     ASSERT_EQ(zel_core_term_start(), 0u);
-    const auto cfg = configuration(peer_a);
+    auto cfg = configuration(peer_a);
     record();
     const auto expect = [this](uint32_t result, const char *text) {
         EXPECT_EQ(result, 3u);

@@ -20,8 +20,8 @@ symbols=$(nm --dynamic "$library")
 exports=$(nm --dynamic --defined-only "$library" | awk '{print $3}' | sort)
 diff -u --label packaging/debian/symbols --label "$library" \
     <(sed -n 's/^ \(.*\)@Base .*/\1/p' "$project/packaging/debian/symbols") - <<<"$exports" || fail "exports"
-diff -u --label include/zel_core_term --label "$library" \
-    <(sed '/^#/d' "$project"/include/zel_core_term/*.h | tr '\n' ' ' | grep -o 'ZEL_CORE_TERM_API [^([;]*' |
+diff -u --label "include/zel_core_term, src/ovlin_handler" --label "$library" \
+    <(sed '/^#/d' "$project"/include/zel_core_term/*.h "$project"/src/ovlin_handler/*.cpp | tr '\n' ' ' | grep -o 'ZEL_CORE_TERM_API [^([;]*' |
         sed 's/.*[ *]//' | sort) - <<<"$exports" || fail "what the headers declare is not what is exported"
 sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort |
     compare "needed libraries" "$project/tests/expected/needed.txt"

@@ -225,8 +225,8 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
         const auto &r = *static_cast<const vok_bind_record *>(call->record);
         line += " " + (r.bindKind == VOK_BIND_ID2F ? hex(r.srcFlowID) : test.name(r.srcFlowHandle)) + " -> " +
                 (r.bindKind == VOK_BIND_F2ID ? hex(r.dstFlowID) : test.name(r.destFlowHandle));
-        if (r.dscpRef != nullptr)
-            dscp = ", dscp " + std::to_string(*r.dscpRef);
+        if (r.dscpRef != 0)
+            dscp = ", dscp " + std::to_string(*reinterpret_cast<const uint8_t *>(r.dscpRef));
         std::fill_n(record.begin() + offsetof(vok_bind_record, dscpRef), sizeof r.dscpRef, uint8_t{0});
         handle_offsets = {0x18, 0x30};
     } else if (line == "vok_l2tpv3_ingress_flow_create") {

@@ -1,4 +1,6 @@
 // Start, stop, the time services, and the queries of the UDP session table.
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -107,7 +109,21 @@ TEST_F(lifecycle, the_session_type_hook_and_the_data_plane_can_be_interposed)
     ASSERT_EQ(add(1, cfg(4), 1), 0u);
     EXPECT_EQ(interposed.session_types_set, 1); // by definitions of this program, which stand in front
     EXPECT_EQ(interposed.binds, 2);
+
+    // Any bit of the flag counts, also for a caller that knows it as a number.
+    auto *const add_by_number =
+        reinterpret_cast<uint32_t (*)(uint32_t, const zel_core_term_udp_session_cfg_t *, uint32_t, uint32_t, uint32_t,
+                                      uint8_t, uint8_t)>(dlsym(RTLD_DEFAULT, "zel_core_term_udp_session_add"));
+    const auto configuration = cfg(4);
+    ASSERT_EQ(add_by_number(2, &configuration, 1, 2, 5, 46, 0x80), 0u);
+    EXPECT_EQ(interposed.session_types_set, 2);
 }
+
+// As callers declare them: their parameters are no part of the library's headers.
+extern "C" uint32_t zel_ovlin_session_handler_5gc_session_enable(uint32_t, int *);
+extern "C" uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping();
+extern "C" uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove(const char *, double, uint64_t);
+extern "C" uint32_t zel_ovlin_5gc_session_stats_get(void *);
 
 TEST_F(lifecycle, session_handler_entry_points_do_nothing)
 {

@@ -157,7 +157,7 @@ TEST_F(stand_in, records_must_be_well_formed)
                            [&](auto &r) { return vok_l2tpv3_ingress_flow_create(l2tp, &r, &other); });
     expect_only_free_bytes(egress_flow, {}, [&](auto &r) { return vok_l2tpv3_egress_flow_create(l2tp, &r, &other); });
     expect_only_free_bytes(bind, bytes({{0x20, 4}}),
-                           [&](auto &r) { return r.dscpRef != nullptr ? 1 : vok_bind(VOK_CP_SIM_INSTANCE, &r); });
+                           [&](auto &r) { return r.dscpRef != 0 ? 1 : vok_bind(VOK_CP_SIM_INSTANCE, &r); });
 }
 
 TEST_F(stand_in, refuses_with_a_status_that_says_why)
@@ -170,7 +170,7 @@ TEST_F(stand_in, refuses_with_a_status_that_says_why)
     unknown_session_type.srcSessionType = unknown_session_type.dstSessionType = 9;
     const uint8_t dscp = 1;
     vok_bind_record unbind_with_dscp = bind;
-    unbind_with_dscp.dscpRef = &dscp;
+    unbind_with_dscp.dscpRef = reinterpret_cast<uint64_t>(&dscp);
     uint64_t system = 0;
     ASSERT_EQ(vok_syshandle_get(0, 1, &system), 0u);
 

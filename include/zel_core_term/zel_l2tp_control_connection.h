@@ -19,8 +19,8 @@
 #include <stdint.h>
 
 #include <zel_core_ic.h>
-#include <zel_layout.h>
 
+#include "zel_layout.h"
 #include "zel_term_api.h"
 
 #ifdef __cplusplus
@@ -99,7 +99,7 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  * association or a share of it, and the binding of the ovlin flow ((tn_pcep_id << 20) | tn_ovlin_session_id) to that.
  *
  * @param tn_ovlin_session_id  0 to 48, not in use
- * @param ip_cfg               endpoints, VRF and TTL; must be valid
+ * @param ip_cfg               endpoints, VRF and TTL; must be valid; only read
  * @param controlConnId        L2TPv3 control connection id of the received control messages
  * @param tn_pcep_id           at most the ovlin capabilities' max_tn_pcep_id
  * @param rat_ovlin_session_id at most the capabilities' max_rat_ovlin_session_id
@@ -129,7 +129,7 @@ ZEL_CORE_TERM_API void zel_l2tp_reset_ip_associations_handling(void);
  * Removing all of them and adding them again mends it.
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_add(
-    uint32_t tn_ovlin_session_id, const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, uint32_t controlConnId,
+    uint32_t tn_ovlin_session_id, zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, uint32_t controlConnId,
     uint32_t tn_pcep_id, uint32_t rat_ovlin_session_id, uint8_t dscp, uint8_t session_type_flag);
 
 /**
@@ -157,9 +157,9 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  *
  * @param tn_ovlin_session_id  the connection
  * @param session_ids          the tn_ovlin_session_id_session of each of its sessions; must be valid unless there are
- *                             none. One that is out of range or not there fails as any session's part does: all is
- *                             removed. One that is left out goes on sending through the old egress association, which
- *                             stays in the data plane; its removal then leaves the binding to that and its flow behind
+ *                             none; only read. One that is out of range or not there fails as any session's part
+ *                             does: all is removed. One that is left out goes on sending through the old egress
+ * association, which stays in the data plane; its removal then leaves the binding to that and its flow behind
  * @param session_count        how many; 0 is allowed
  * @param ip_cfg               the new configuration; must be valid. Once the old one is tried, its remote_addr is the
  *                             old one
@@ -183,9 +183,9 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_rem(uint32_t tn
  *               l2tp_control_table tells which
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_control_connection_modify(
-    uint32_t tn_ovlin_session_id, const uint32_t *session_ids, uint32_t session_count,
+    uint32_t tn_ovlin_session_id, uint32_t *session_ids, uint32_t session_count,
     zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, uint32_t tn_pcep_id, uint32_t rat_ovlin_session_id,
-    uint8_t dscp, uint8_t old_dscp, const uint8_t *old_remote_addr, uint8_t session_type_flag);
+    uint8_t dscp, uint8_t old_dscp, uint8_t *old_remote_addr, uint8_t session_type_flag);
 
 #ifdef __cplusplus
 }

@@ -14,8 +14,7 @@
 
 #include <stdint.h>
 
-#include <zel_layout.h>
-
+#include "zel_layout.h"
 #include "zel_term_api.h"
 
 #ifdef __cplusplus

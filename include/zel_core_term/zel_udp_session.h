@@ -9,11 +9,10 @@
 #ifndef ZEL_CORE_TERM_ZEL_UDP_SESSION_H
 #define ZEL_CORE_TERM_ZEL_UDP_SESSION_H
 
+#include <stdbool.h>
 #include <stdint.h>
 
-#include <vok_cp.h>
-#include <zel_layout.h>
-
+#include "zel_layout.h"
 #include "zel_term_api.h"
 
 #ifdef __cplusplus
@@ -63,20 +62,21 @@ ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, max_udp_sessions, 0, 
 ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_b, 4, 4);
 ZEL_LAYOUT_FIELD(zel_core_term_udp_session_capabilities_t, capability_c, 8, 4);
 
-/** The counters of a session over IPv4, as the data plane gives them. */
+/** The counters of a session over IPv4: the data plane's records of both associations, which only it and its formatters
+ * read. */
 typedef struct zel_udp_session_ipv4_stats_t {
-    vok_ip_association_stats egress;
-    vok_ip_association_stats ingress;
+    uint8_t egress[32] __attribute__((aligned(8)));
+    uint8_t ingress[32] __attribute__((aligned(8)));
 } zel_udp_session_ipv4_stats_t;
 
 ZEL_LAYOUT_SIZE(zel_udp_session_ipv4_stats_t, 64);
 ZEL_LAYOUT_FIELD(zel_udp_session_ipv4_stats_t, egress, 0, 32);
 ZEL_LAYOUT_FIELD(zel_udp_session_ipv4_stats_t, ingress, 32, 32);
 
-/** The counters of a session over IPv6, as the data plane gives them. */
+/** As zel_udp_session_ipv4_stats_t, of a session over IPv6. */
 typedef struct zel_udp_session_ipv6_stats_t {
-    vok_ipv6_egress_association_stats egress;
-    vok_ipv6_ingress_association_stats ingress;
+    uint8_t egress[4] __attribute__((aligned(4)));
+    uint8_t ingress[8] __attribute__((aligned(4)));
 } zel_udp_session_ipv6_stats_t;
 
 ZEL_LAYOUT_SIZE(zel_udp_session_ipv6_stats_t, 12);
@@ -146,8 +146,8 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_cfg_get(uint32_t udp_sessio
  * @param tn_dl_pcep_id        PCEP of the downlink flow, same limit
  * @param rat_ovlin_session_id RAT-side ovlin session, at most the capabilities' max_rat_ovlin_session_id
  * @param dscp                 DSCP of the uplink binding, not checked
- * @param session_type_flag    not 0: zel_ovlin_session_handler_set_session_type() is called for tn_ul_pcep_id
- *                             with session type 2 before the uplink bind
+ * @param session_type_flag    true: zel_ovlin_session_handler_set_session_type() is called for tn_ul_pcep_id with
+ *                             session type 2 before the uplink bind
  *
  * @retval 0     added
  * @retval 3     an id is out of range: nothing was done. (Before the first start no limit but 0 is known, and 3 comes
@@ -170,7 +170,7 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_udp_session_add(uint32_t udp_session_id
                                                          const zel_core_term_udp_session_cfg_t *cfg,
                                                          uint32_t tn_ul_pcep_id, uint32_t tn_dl_pcep_id,
                                                          uint32_t rat_ovlin_session_id, uint8_t dscp,
-                                                         uint8_t session_type_flag);
+                                                         bool session_type_flag);
 
 /**
  * Gives the egress association of a session over IPv6 a new path MTU, in place: its binding stays.

@@ -12,8 +12,6 @@
 
 #include <stdint.h>
 
-#include "zel_layout.h"
-
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -48,23 +46,8 @@ typedef struct vok_bind_record {
     uint8_t reserved_40[20];
     uint8_t param54; /**< 1 */
     uint8_t reserved_55[3];
-    const uint8_t *dscpRef; /**< the DSCP of the binding, or NULL; NULL in an unbind */
+    uint64_t dscpRef; /**< address of a byte with the binding's DSCP, or 0; 0 in an unbind */
 } vok_bind_record;
-
-ZEL_LAYOUT_SIZE(vok_bind_record, 96);
-ZEL_LAYOUT_FIELD(vok_bind_record, bindKind, 0x00, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, direction, 0x04, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, param08, 0x08, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, srcTypeHandle, 0x10, 8);
-ZEL_LAYOUT_FIELD(vok_bind_record, srcFlowHandle, 0x18, 8);
-ZEL_LAYOUT_FIELD(vok_bind_record, srcFlowID, 0x20, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, srcSessionType, 0x24, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, dstTypeHandle, 0x28, 8);
-ZEL_LAYOUT_FIELD(vok_bind_record, destFlowHandle, 0x30, 8);
-ZEL_LAYOUT_FIELD(vok_bind_record, dstFlowID, 0x38, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, dstSessionType, 0x3c, 4);
-ZEL_LAYOUT_FIELD(vok_bind_record, param54, 0x54, 1);
-ZEL_LAYOUT_FIELD(vok_bind_record, dscpRef, 0x58, 8);
 
 /** The received IPv4 packets that an ingress association matches. */
 typedef struct vok_ip_ingress_record {
@@ -85,18 +68,6 @@ typedef struct vok_ip_ingress_record {
     uint8_t reserved_3c[68];
 } vok_ip_ingress_record;
 
-ZEL_LAYOUT_SIZE(vok_ip_ingress_record, 128);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, rulesMask, 0x00, 2);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, ipVrdId, 0x10, 4);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, dstAddr, 0x20, 4);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, dstPrefixLen, 0x24, 4);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, srcAddr, 0x28, 4);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, srcPrefixLen, 0x2c, 4);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, prot, 0x30, 1);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, dstPort, 0x32, 2);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, srcPort, 0x34, 2);
-ZEL_LAYOUT_FIELD(vok_ip_ingress_record, param38, 0x38, 4);
-
 /** The header fields of the IPv4 packets that an egress association sends. */
 typedef struct vok_ip_egress_record {
     uint16_t rulesMask;
@@ -115,23 +86,10 @@ typedef struct vok_ip_egress_record {
     uint8_t reserved_36[2];
 } vok_ip_egress_record;
 
-ZEL_LAYOUT_SIZE(vok_ip_egress_record, 56);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, rulesMask, 0x00, 2);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, ipVrdId, 0x10, 4);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, dstAddr, 0x14, 4);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, srcAddr, 0x18, 4);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, prot, 0x1c, 1);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, dstPort, 0x1e, 2);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, srcPort, 0x20, 2);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, mtu, 0x30, 4);
-ZEL_LAYOUT_FIELD(vok_ip_egress_record, ttl, 0x35, 1);
-
-/** An IPv6 address as four host-order words, in their order in the address. */
-typedef struct vok_ipv6_address {
-    uint32_t word[4];
-} vok_ipv6_address;
-
-/** The received IPv6 packets that an ingress association matches. Source comes before destination. */
+/**
+ * The received IPv6 packets that an ingress association matches. Source comes before destination. An address is its
+ * four 32-bit words, each in host order, in their order in the address.
+ */
 typedef struct vok_ipv6_ingress_record {
     uint16_t rulesMask;
     uint8_t reserved_02[14];
@@ -142,32 +100,21 @@ typedef struct vok_ipv6_ingress_record {
     uint16_t srcPort; /**< remote port */
     uint16_t dstPort; /**< local port */
     uint8_t reserved_2a[6];
-    vok_ipv6_address srcAddr; /**< remote address */
+    uint8_t srcAddr[16]; /**< remote address */
     uint8_t srcPrefixLen;
     uint8_t reserved_41[3];
-    vok_ipv6_address dstAddr; /**< local address */
+    uint8_t dstAddr[16]; /**< local address */
     uint8_t dstPrefixLen;
     uint8_t reserved_55[91];
 } vok_ipv6_ingress_record;
-
-ZEL_LAYOUT_SIZE(vok_ipv6_ingress_record, 176);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, rulesMask, 0x00, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, ipVrdId, 0x10, 4);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, nextHeader, 0x24, 1);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, srcPort, 0x26, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, dstPort, 0x28, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, srcAddr, 0x30, 16);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, srcPrefixLen, 0x40, 1);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, dstAddr, 0x44, 16);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_record, dstPrefixLen, 0x54, 1);
 
 /** The header fields of the IPv6 packets that an egress association sends. No alignment padding. */
 typedef struct __attribute__((packed)) vok_ipv6_egress_record {
     uint8_t param00; /**< 1 */
     uint8_t reserved_01[8];
     uint32_t ipVrdId;
-    vok_ipv6_address srcAddr; /**< local address */
-    vok_ipv6_address dstAddr; /**< remote address */
+    uint8_t srcAddr[16]; /**< local address, as in the ingress record */
+    uint8_t dstAddr[16]; /**< remote address */
     uint8_t hopLimit;
     uint8_t reserved_2e[5];
     uint8_t nextHeader; /**< 17 in a create, 0 in an attribute modify */
@@ -177,24 +124,10 @@ typedef struct __attribute__((packed)) vok_ipv6_egress_record {
     uint8_t param3a;    /**< 0x40 */
 } vok_ipv6_egress_record;
 
-ZEL_LAYOUT_SIZE(vok_ipv6_egress_record, 59);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, param00, 0x00, 1);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, ipVrdId, 0x09, 4);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, srcAddr, 0x0d, 16);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, dstAddr, 0x1d, 16);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, hopLimit, 0x2d, 1);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, nextHeader, 0x33, 1);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, mtu, 0x34, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, srcPort, 0x36, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, dstPort, 0x38, 2);
-ZEL_LAYOUT_FIELD(vok_ipv6_egress_record, param3a, 0x3a, 1);
-
 /** The L2TPv3 ingress interface. */
 typedef struct vok_l2tpv3_ingress_interface_record {
     uint32_t param00; /**< 0 */
 } vok_l2tpv3_ingress_interface_record;
-
-ZEL_LAYOUT_SIZE(vok_l2tpv3_ingress_interface_record, 4);
 
 /** flowType of L2TPv3 flow records */
 enum { VOK_L2TPV3_SESSION_WITH_CRC = 1, VOK_L2TPV3_SESSION = 2, VOK_L2TPV3_CONTROL_CONNECTION = 3 };
@@ -208,19 +141,11 @@ typedef struct vok_l2tpv3_ingress_flow_record {
     uint8_t reserved_14[4];
 } vok_l2tpv3_ingress_flow_record;
 
-ZEL_LAYOUT_SIZE(vok_l2tpv3_ingress_flow_record, 24);
-ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, flowType, 0, 1);
-ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, ingressInterfaceHandle, 8, 8);
-ZEL_LAYOUT_FIELD(vok_l2tpv3_ingress_flow_record, identifier, 16, 4);
-
 /** The sending side of one L2TPv3 session. */
 typedef struct vok_l2tpv3_egress_flow_record {
     uint8_t flowType; /**< that of the session's ingress flow */
     uint8_t reserved_01[7];
 } vok_l2tpv3_egress_flow_record;
-
-ZEL_LAYOUT_SIZE(vok_l2tpv3_egress_flow_record, 8);
-ZEL_LAYOUT_FIELD(vok_l2tpv3_egress_flow_record, flowType, 0, 1);
 
 /** The counters of an IPv4 association, either way. */
 typedef struct vok_ip_association_stats {
@@ -229,26 +154,16 @@ typedef struct vok_ip_association_stats {
     uint8_t reserved_10[16];
 } vok_ip_association_stats;
 
-ZEL_LAYOUT_SIZE(vok_ip_association_stats, 32);
-ZEL_LAYOUT_FIELD(vok_ip_association_stats, packets, 0, 8);
-ZEL_LAYOUT_FIELD(vok_ip_association_stats, octets, 8, 8);
-
 /** The counters of an IPv6 ingress association; both start again from 0 after 2^32 - 1. */
 typedef struct vok_ipv6_ingress_association_stats {
     uint32_t packets;
     uint32_t octets;
 } vok_ipv6_ingress_association_stats;
 
-ZEL_LAYOUT_SIZE(vok_ipv6_ingress_association_stats, 8);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_association_stats, packets, 0, 4);
-ZEL_LAYOUT_FIELD(vok_ipv6_ingress_association_stats, octets, 4, 4);
-
 /** The counter of an IPv6 egress association; it starts again from 0 after 2^32 - 1. */
 typedef struct vok_ipv6_egress_association_stats {
     uint32_t packets;
 } vok_ipv6_egress_association_stats;
-
-ZEL_LAYOUT_SIZE(vok_ipv6_egress_association_stats, 4);
 
 /**
  * Creates an association.

@@ -78,7 +78,7 @@ typedef struct vok_cp_sim_object {
 
 /** A binding that the data plane holds. */
 typedef struct vok_cp_sim_binding {
-    const void *record; /**< a vok_bind_record whose dscpRef is NULL */
+    const void *record; /**< a vok_bind_record whose dscpRef is 0 */
     bool has_dscp;
     uint8_t dscp; /**< 0 without has_dscp */
 } vok_cp_sim_binding_t;

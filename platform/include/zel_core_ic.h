@@ -7,8 +7,6 @@
 
 #include <stdint.h>
 
-#include "zel_layout.h"
-
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -19,10 +17,6 @@ typedef struct ovlin_capabilities_t {
     uint32_t max_tn_pcep_id;           /**< largest PCEP id */
     uint8_t reserved_08[8];            /**< the interconnect component's own; not read by this family's users */
 } ovlin_capabilities_t;
-
-ZEL_LAYOUT_SIZE(ovlin_capabilities_t, 16);
-ZEL_LAYOUT_FIELD(ovlin_capabilities_t, max_rat_ovlin_session_id, 0, 4);
-ZEL_LAYOUT_FIELD(ovlin_capabilities_t, max_tn_pcep_id, 4, 4);
 
 /**
  * Reads the ovlin capabilities.

@@ -7,8 +7,6 @@
 
 #include <stdint.h>
 
-#include "zel_layout.h"
-
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -28,13 +26,6 @@ typedef struct zel_handles_t {
     uint64_t ovlin_flow_type;       /**< type handle of the ovlin side of a binding */
     uint64_t reserved_18[4];        /**< slots 18 to 21 */
 } zel_handles_t;
-
-ZEL_LAYOUT_SIZE(zel_handles_t, 22 * sizeof(uint64_t));
-ZEL_LAYOUT_FIELD(zel_handles_t, vok_instance, 0 * sizeof(uint64_t), 8);
-ZEL_LAYOUT_FIELD(zel_handles_t, ipv4_association_type, 10 * sizeof(uint64_t), 8);
-ZEL_LAYOUT_FIELD(zel_handles_t, ipv6_association_type, 11 * sizeof(uint64_t), 8);
-ZEL_LAYOUT_FIELD(zel_handles_t, l2tpv3_flow_type, 14 * sizeof(uint64_t), 8);
-ZEL_LAYOUT_FIELD(zel_handles_t, ovlin_flow_type, 17 * sizeof(uint64_t), 8);
 
 /**
  * Attaches the caller to the initialisation component and fills its handle block.

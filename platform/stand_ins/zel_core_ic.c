@@ -1,5 +1,7 @@
 #include "zel_core_ic.h"
 
+#include <stddef.h>
+
 enum { null_argument = 2 };
 
 /* As much as an ovlin flow ID can carry: 20 bits of session id, 12 bits of PCEP id. */

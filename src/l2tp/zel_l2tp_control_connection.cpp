@@ -152,21 +152,21 @@ static bool unbind_flow_needed(u32 tn_ovlin_session_id)
 
 static vok_bind_record ipv4_to_l2tp(const control_ids &ids)
 {
-    return binding(VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::f2f, bind_direction::ingress, session_type::l2tp,
                    flow_end(zel_handles->ipv4_association_type, ids.entry().ipv4_ingress_association_handle),
                    flow_end(zel_handles->l2tpv3_flow_type, l2tp_control_ingress_interface));
 }
 
 static vok_bind_record l2tp_to_ovlin(const control_ids &ids)
 {
-    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::f2id, bind_direction::egress, session_type::l2tp,
                    flow_end(zel_handles->l2tpv3_flow_type, ids.entry().l2tp_ingress_flow_handle),
                    ovlin_end(zel_handles->ovlin_flow_type, ovlin_flow_id(ids.tn_pcep_id, ids.rat_ovlin_session_id)));
 }
 
 static vok_bind_record ovlin_to_ipv4(const control_ids &ids)
 {
-    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::id2f, bind_direction::egress, session_type::l2tp,
                    ovlin_end(zel_handles->ovlin_flow_type, ovlin_flow_id(ids.tn_pcep_id, ids.tn_ovlin_session_id)),
                    flow_end(zel_handles->ipv4_association_type, ids.entry().ipv4_egress_association_handle));
 }
@@ -177,7 +177,7 @@ struct association_direction {
     ip_associations &table;
     u64 l2tp_control_entry::*handle;
     const char *delete_name;
-    u32 (*delete_operation)(u64 type_handle, u64 handle);
+    decltype(&vok_ip_ingress_association_delete) delete_operation;
 };
 
 static constexpr association_direction ingress = {
@@ -234,10 +234,10 @@ static u32 l2tp_control_add_l2tp_ingress_interface(const control_request &)
 {
     if (l2tp_control_ingress_interface != 0)
         return ZEL_CORE_TERM_SUCCESS;
-    const vok_l2tpv3_ingress_interface_record record{};
+    const l2tpv3_ingress_interface_record record{};
     TRACE_API_CALL("vok_l2tpv3_ingress_interface_add");
     return timed_call(ZEL_HERE, "vok_l2tpv3_ingress_interface_add", vok_l2tpv3_ingress_interface_add,
-                      zel_handles->l2tpv3_flow_type, &record, &l2tp_control_ingress_interface);
+                      zel_handles->l2tpv3_flow_type, address_of(record), &l2tp_control_ingress_interface);
 }
 
 static u32 l2tp_control_create_ipv4_ingress_association(const control_request &request)
@@ -261,21 +261,21 @@ static u32 l2tp_control_create_ipv4_ingress_association(const control_request &r
                    request.ids.tn_ovlin_session_id, record.dstAddr, record.dstPort, record.srcAddr, record.srcPort,
                    record.prot, record.ipVrdId, record.rulesMask);
     if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_ingress_association_create", vok_ip_ingress_association_create,
-                                       zel_handles->ipv4_association_type, &record, &handle))
+                                       zel_handles->ipv4_association_type, address_of(record), &handle))
         return failure;
     return track_association(ZEL_HERE, ingress, request.ids, key);
 }
 
 static u32 l2tp_control_create_l2tp_ingress_flow(const control_request &request)
 {
-    vok_l2tpv3_ingress_flow_record record{};
-    record.flowType = VOK_L2TPV3_CONTROL_CONNECTION;
-    record.ingressInterfaceHandle = l2tp_control_ingress_interface;
+    l2tpv3_ingress_flow_record record{};
+    record.flow_type = l2tpv3_flow_type::control_connection;
+    record.ingress_interface_handle = l2tp_control_ingress_interface;
     record.identifier = request.controlConnId;
     TRACE_API_CALL("tn_ovlin_session_id=%d: vok_l2tpv3_ingress_flow_create(flowType=%d, controlConnId=%d",
-                   request.ids.tn_ovlin_session_id, record.flowType, record.identifier);
+                   request.ids.tn_ovlin_session_id, record.flow_type, record.identifier);
     return timed_call(ZEL_HERE, "vok_l2tpv3_ingress_flow_create", vok_l2tpv3_ingress_flow_create,
-                      zel_handles->l2tpv3_flow_type, &record, &request.entry().l2tp_ingress_flow_handle);
+                      zel_handles->l2tpv3_flow_type, address_of(record), &request.entry().l2tp_ingress_flow_handle);
 }
 
 static u32 l2tp_control_bind_ipv4_to_l2tp(const control_request &request)
@@ -317,7 +317,7 @@ static u32 l2tp_control_create_ipv4_egress_association(const control_request &re
                    record.dstAddr, record.dstPort, record.srcAddr, record.srcPort, record.prot, record.ipVrdId,
                    record.rulesMask, record.mtu, record.ttl);
     if (const u32 failure = timed_call(ZEL_HERE, "vok_ip_egress_association_create", vok_ip_egress_association_create,
-                                       zel_handles->ipv4_association_type, &record, &handle))
+                                       zel_handles->ipv4_association_type, address_of(record), &handle))
         return failure;
     return track_association(ZEL_HERE, egress, request.ids, key);
 }
@@ -325,10 +325,9 @@ static u32 l2tp_control_create_ipv4_egress_association(const control_request &re
 static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
 {
     if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
-                                             request.ids.tn_pcep_id, VOK_SESSION_TYPE_L2TP))
+                                             request.ids.tn_pcep_id, session_type::l2tp))
         return refusal;
-    vok_bind_record record = ovlin_to_ipv4(request.ids);
-    record.dscpRef = &request.dscp;
+    const vok_bind_record record = with_dscp(ovlin_to_ipv4(request.ids), request.dscp);
     TRACE_API_CALL("vok_bind" OVLIN_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id=%u, "
                    "tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.tn_ovlin_session_id,
@@ -429,9 +428,8 @@ static void undo_add(const control_ids &ids)
 }
 
 u32 zel_core_term_l2tp_control_connection_add(u32 tn_ovlin_session_id,
-                                              const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg,
-                                              u32 controlConnId, u32 tn_pcep_id, u32 rat_ovlin_session_id, u8 dscp,
-                                              u8 session_type_flag)
+                                              zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, u32 controlConnId,
+                                              u32 tn_pcep_id, u32 rat_ovlin_session_id, u8 dscp, u8 session_type_flag)
 {
     static constexpr control_step steps[] = {
         {"l2tp_control_add_l2tp_ingress_interface", l2tp_control_add_l2tp_ingress_interface},
@@ -560,15 +558,15 @@ static modify_end move(trace_site site, control_request request, std::span<const
     return {true, result};
 }
 
-u32 zel_core_term_l2tp_control_connection_modify(u32 tn_ovlin_session_id, const u32 *session_ids, u32 session_count,
+u32 zel_core_term_l2tp_control_connection_modify(u32 tn_ovlin_session_id, u32 *session_ids, u32 session_count,
                                                  zel_core_term_l2tp_control_connection_cfg_t *ip_cfg, u32 tn_pcep_id,
-                                                 u32 rat_ovlin_session_id, u8 dscp, u8 old_dscp,
-                                                 const u8 *old_remote_addr, u8 session_type_flag)
+                                                 u32 rat_ovlin_session_id, u8 dscp, u8 old_dscp, u8 *old_remote_addr,
+                                                 u8 session_type_flag)
 {
     const traced_function traced(ZEL_HERE, category::l2tp_control_connection);
     if (const u32 rejection = check_id(ZEL_HERE, tn_ovlin_session_id))
         return rejection;
-    const std::span sessions(session_ids, session_count);
+    const std::span<const u32> sessions(session_ids, session_count);
     const control_request request{
         {tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id}, ip_cfg, dscp, session_type_flag};
     const modify_end end = move(ZEL_HERE, request, sessions, *ip_cfg, old_dscp, old_remote_addr);

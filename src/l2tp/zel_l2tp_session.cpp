@@ -55,21 +55,21 @@ static u32 check_ids(trace_site site, session_ids ids)
 
 static vok_bind_record l2tp_to_ovlin(const l2tp_session_entry &entry)
 {
-    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::f2id, bind_direction::egress, session_type::l2tp,
                    flow_end(zel_handles->l2tpv3_flow_type, entry.ingress_flow_handle),
                    ovlin_end(zel_handles->ovlin_flow_type, entry.dst_flow_id));
 }
 
 static vok_bind_record ovlin_to_l2tp(const l2tp_session_entry &entry)
 {
-    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::id2f, bind_direction::egress, session_type::l2tp,
                    ovlin_end(zel_handles->ovlin_flow_type, entry.src_flow_id),
                    flow_end(zel_handles->l2tpv3_flow_type, entry.egress_flow_handle));
 }
 
 static vok_bind_record l2tp_to_ipv4(session_ids ids)
 {
-    return binding(VOK_BIND_F2F, VOK_EGRESS, VOK_SESSION_TYPE_L2TP,
+    return binding(bind_kind::f2f, bind_direction::egress, session_type::l2tp,
                    flow_end(zel_handles->l2tpv3_flow_type, ids.entry().egress_flow_handle),
                    flow_end(zel_handles->ipv4_association_type, ids.egress_association()));
 }
@@ -78,14 +78,14 @@ static vok_bind_record l2tp_to_ipv4(session_ids ids)
 
 static u32 l2tp_session_create_ingress_flow(const session_request &request)
 {
-    vok_l2tpv3_ingress_flow_record record{};
-    record.flowType = request.flow_type;
-    record.ingressInterfaceHandle = l2tp_control_ingress_interface;
+    l2tpv3_ingress_flow_record record{};
+    record.flow_type = request.flow_type;
+    record.ingress_interface_handle = l2tp_control_ingress_interface;
     record.identifier = request.l2tp_local_session_id;
     TRACE_API_CALL("l2tp_session_table_index=%d: vok_l2tpv3_ingress_flow_create(flowType=%d, l2tp_local_session_id=%d)",
-                   request.ids.index(), record.flowType, record.identifier);
+                   request.ids.index(), record.flow_type, record.identifier);
     return timed_call(ZEL_HERE, "vok_l2tpv3_ingress_flow_create", vok_l2tpv3_ingress_flow_create,
-                      zel_handles->l2tpv3_flow_type, &record, &request.ids.entry().ingress_flow_handle);
+                      zel_handles->l2tpv3_flow_type, address_of(record), &request.ids.entry().ingress_flow_handle);
 }
 
 static u32 l2tp_session_bind_l2tp_to_ovlin(const session_request &request)
@@ -102,23 +102,22 @@ static u32 l2tp_session_bind_l2tp_to_ovlin(const session_request &request)
 
 static u32 l2tp_session_create_egress_flow(const session_request &request)
 {
-    vok_l2tpv3_egress_flow_record record{};
-    record.flowType = request.flow_type;
+    l2tpv3_egress_flow_record record{};
+    record.flow_type = request.flow_type;
     TRACE_API_CALL("l2tp_session_table_index=%d: vok_l2tpv3_egress_flow_create(flowType=%d)", request.ids.index(),
-                   record.flowType);
+                   record.flow_type);
     return timed_call(ZEL_HERE, "vok_l2tpv3_egress_flow_create", vok_l2tpv3_egress_flow_create,
-                      zel_handles->l2tpv3_flow_type, &record, &request.ids.entry().egress_flow_handle);
+                      zel_handles->l2tpv3_flow_type, address_of(record), &request.ids.entry().egress_flow_handle);
 }
 
 static u32 l2tp_session_bind_ovlin_to_l2tp(const session_request &request)
 {
     if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
-                                             request.tn_pcep, VOK_SESSION_TYPE_L2TP))
+                                             request.tn_pcep, session_type::l2tp))
         return refusal;
     l2tp_session_entry &entry = request.ids.entry();
     entry.src_flow_id = ovlin_flow_id(request.tn_pcep, request.ids.session);
-    vok_bind_record record = ovlin_to_l2tp(entry);
-    record.dscpRef = &request.dscp;
+    const vok_bind_record record = with_dscp(ovlin_to_l2tp(entry), request.dscp);
     TRACE_API_CALL("vok_bind" OVLIN_TO_L2TP ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id_session=%u, "
                    "l2tp_session_table_index=%u, tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.session, request.ids.index(),
@@ -129,10 +128,9 @@ static u32 l2tp_session_bind_ovlin_to_l2tp(const session_request &request)
 static u32 l2tp_session_bind_l2tp_to_ipv4(const session_request &request)
 {
     if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
-                                             request.tn_pcep, VOK_SESSION_TYPE_L2TP))
+                                             request.tn_pcep, session_type::l2tp))
         return refusal;
-    vok_bind_record record = l2tp_to_ipv4(request.ids);
-    record.dscpRef = &request.dscp;
+    const vok_bind_record record = with_dscp(l2tp_to_ipv4(request.ids), request.dscp);
     TRACE_API_CALL("vok_bind" L2TP_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): "
                    "tn_ovlin_session_id_control_conn=%u, l2tp_session_table_index=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.control_conn, request.ids.index(),
@@ -234,7 +232,7 @@ u32 zel_core_term_l2tp_session_add(u8 dscp, u8 crc, u32 tn_pcep, u32 rat_ovlin_s
     if (const u32 rejection = check_ids(ZEL_HERE, ids))
         return rejection;
 
-    const u8 flow_type = crc != 0 ? VOK_L2TPV3_SESSION_WITH_CRC : VOK_L2TPV3_SESSION;
+    const u8 flow_type = crc != 0 ? l2tpv3_flow_type::session_with_crc : l2tpv3_flow_type::session;
     const session_request request{
         ids, tn_pcep, dscp, session_type_flag, flow_type, rat_ovlin_session_id, l2tp_local_session_id};
     for (const auto &step : steps) {

@@ -5,22 +5,31 @@ uint32_t zel_ovlin_session_handler_set_session_type(uint64_t, uint32_t, uint32_t
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-uint32_t zel_ovlin_session_handler_5gc_session_enable(...)
+// The parameters of the others are their callers', who declare them.
+extern "C" {
+
+/** Enables a 5GC session. Reads no argument. @return 0 */
+ZEL_CORE_TERM_API uint32_t zel_ovlin_session_handler_5gc_session_enable(...)
 {
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping(...)
+/** Adds a QFI-to-DSCP mapping. Reads no argument. @return 0 */
+ZEL_CORE_TERM_API uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping(...)
 {
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove(...)
+/** Removes a QFI-to-DSCP mapping. Reads no argument. @return 0 */
+ZEL_CORE_TERM_API uint32_t zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove(...)
 {
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-uint32_t zel_ovlin_5gc_session_stats_get(...)
+/** Gets 5GC session statistics. Reads no argument. @return 0, nothing written */
+ZEL_CORE_TERM_API uint32_t zel_ovlin_5gc_session_stats_get(...)
 {
     return ZEL_CORE_TERM_SUCCESS;
 }
+
+} // extern "C"

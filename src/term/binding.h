@@ -1,8 +1,8 @@
 /// The bindings between flows and ovlin flows, as the data plane's bind and unbind take them.
 #pragma once
 
+#include "term/platform.h"
 #include "term/timed_call.h"
-#include "vok_cp.h"
 
 namespace zel {
 
@@ -50,14 +50,21 @@ inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, bindin
     return record;
 }
 
+/// The data plane reads the DSCP during the call only.
+inline vok_bind_record with_dscp(vok_bind_record record, const u8 &dscp)
+{
+    record.dscpRef = reinterpret_cast<u64>(&dscp);
+    return record;
+}
+
 inline u32 bind(trace_site site, const char *description, u64 instance, const vok_bind_record &record)
 {
-    return timed_call(site, description, vok_bind, instance, &record);
+    return timed_call(site, description, vok_bind, instance, address_of(record));
 }
 
 inline u32 unbind(trace_site site, const char *description, u64 instance, const vok_bind_record &record)
 {
-    return timed_call(site, description, vok_unbind, instance, &record);
+    return timed_call(site, description, vok_unbind, instance, address_of(record));
 }
 
 } // namespace zel

@@ -1,6 +1,7 @@
 /// The session-type hook, as the binds that sending needs call it first.
 #pragma once
 
+#include "term/platform.h"
 #include "term/zel_trace.h"
 #include "zel_core_term/zel_ovlin_session_handler.h"
 

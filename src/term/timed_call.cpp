@@ -1,6 +1,6 @@
 #include "term/timed_call.h"
 
-#include "vok_cp.h"
+#include "term/platform.h"
 
 namespace zel {
 

@@ -20,12 +20,12 @@ namespace zel {
 /// @param site        the calling statement
 /// @param description names the call in the reports
 /// @return 0, or 13 when the operation gave a status other than 0
-template <typename... Parameters>
-u32 timed_call(trace_site site, const char *description, u32 (*operation)(Parameters...),
+template <typename Status, typename... Parameters>
+u32 timed_call(trace_site site, const char *description, Status (*operation)(Parameters...),
                std::type_identity_t<Parameters>... arguments)
 {
     const u64 start = read_ticks();
-    const u32 status = operation(arguments...);
+    const u32 status = static_cast<u32>(operation(arguments...));
     const u64 end = read_ticks();
     if (is_delayed(start, end)) [[unlikely]]
         report_delay(site, description, start, end);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "kiv_util.h"
+#include "term/platform.h"
 
 namespace {
 

@@ -18,9 +18,11 @@ u32 host_word(const u8 *address)
     return __builtin_bswap32(word);
 }
 
-vok_ipv6_address host_words(const u8 *address)
+/// Puts an IPv6 address into a record's field, of whatever type its 16 bytes are there.
+void put_host_words(void *field, const u8 *address)
 {
-    return {{host_word(address), host_word(address + 4), host_word(address + 8), host_word(address + 12)}};
+    const u32 words[] = {host_word(address), host_word(address + 4), host_word(address + 8), host_word(address + 12)};
+    std::memcpy(field, words, sizeof words);
 }
 
 } // namespace
@@ -62,9 +64,9 @@ vok_ipv6_ingress_record ipv6_ingress_record(const zel_core_term_udp_session_cfg_
     record.nextHeader = protocol_udp;
     record.srcPort = cfg.remote_port;
     record.dstPort = cfg.local_port;
-    record.srcAddr = host_words(cfg.remote_addr);
+    put_host_words(&record.srcAddr, cfg.remote_addr);
     record.srcPrefixLen = 128;
-    record.dstAddr = host_words(cfg.local_addr);
+    put_host_words(&record.dstAddr, cfg.local_addr);
     record.dstPrefixLen = 128;
     return record;
 }
@@ -74,8 +76,8 @@ vok_ipv6_egress_record ipv6_egress_record(const zel_core_term_udp_session_cfg_t 
     vok_ipv6_egress_record record{};
     record.param00 = 1;
     record.ipVrdId = cfg.vrf_id;
-    record.srcAddr = host_words(cfg.local_addr);
-    record.dstAddr = host_words(cfg.remote_addr);
+    put_host_words(&record.srcAddr, cfg.local_addr);
+    put_host_words(&record.dstAddr, cfg.remote_addr);
     record.hopLimit = cfg.ttl != 0 ? cfg.ttl : default_hop_limit;
     record.nextHeader = next_header;
     record.mtu = static_cast<u16>(cfg.pmtu);

@@ -1,8 +1,7 @@
 /// The data plane's association records of a UDP session, made from its configuration.
 #pragma once
 
-#include "term/types.h"
-#include "vok_cp.h"
+#include "term/platform.h"
 #include "zel_core_term/zel_udp_session.h"
 
 namespace zel {

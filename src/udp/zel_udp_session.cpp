@@ -6,8 +6,6 @@
 #include "term/zel_trace.h"
 #include "udp/udp_session_records.h"
 #include "udp/udp_session_table.h"
-#include "zel_core_ic.h"
-#include "zel_fmt.h"
 
 #define ZEL_MODULE "zel_udp_session"
 
@@ -80,28 +78,28 @@ static u32 create_ingress_udp_association_ipv4(udp_session_entry &entry)
 {
     const vok_ip_ingress_record record = ipv4_ingress_record(entry.cfg);
     return timed_call(ZEL_HERE, "vok_ip_ingress_association_create", vok_ip_ingress_association_create,
-                      udp_handles->ipv4_association_type, &record, &entry.ingress_flow_handle);
+                      udp_handles->ipv4_association_type, address_of(record), &entry.ingress_flow_handle);
 }
 
 static u32 create_egress_udp_association_ipv4(udp_session_entry &entry)
 {
     const vok_ip_egress_record record = ipv4_egress_record(entry.cfg);
     return timed_call(ZEL_HERE, "vok_ip_egress_association_create", vok_ip_egress_association_create,
-                      udp_handles->ipv4_association_type, &record, &entry.egress_flow_handle);
+                      udp_handles->ipv4_association_type, address_of(record), &entry.egress_flow_handle);
 }
 
 static u32 create_ingress_udp_association_ipv6(udp_session_entry &entry)
 {
     const vok_ipv6_ingress_record record = ipv6_ingress_record(entry.cfg);
     return timed_call(ZEL_HERE, "vok_ipv6_ingress_association_create", vok_ipv6_ingress_association_create,
-                      udp_handles->ipv6_association_type, &record, &entry.ingress_flow_handle);
+                      udp_handles->ipv6_association_type, address_of(record), &entry.ingress_flow_handle);
 }
 
 static u32 create_egress_udp_association_ipv6(udp_session_entry &entry)
 {
     const vok_ipv6_egress_record record = ipv6_egress_record(entry.cfg, protocol_udp);
     return timed_call(ZEL_HERE, "vok_ipv6_egress_association_create", vok_ipv6_egress_association_create,
-                      udp_handles->ipv6_association_type, &record, &entry.egress_flow_handle);
+                      udp_handles->ipv6_association_type, address_of(record), &entry.egress_flow_handle);
 }
 
 /// What differs between a session over IPv4 and one over IPv6.
@@ -112,7 +110,7 @@ struct ip_family {
     };
     struct delete_operation {
         const char *name;
-        u32 (*operation)(u64 type_handle, u64 handle);
+        decltype(&vok_ip_ingress_association_delete) operation;
     };
 
     u64 zel_handles_t::*association_type;
@@ -167,13 +165,14 @@ static void delete_association(trace_site site, const ip_family &family, const i
 
 static vok_bind_record uplink_binding(const udp_session_entry &entry, u32 flow_id)
 {
-    return binding(VOK_BIND_ID2F, VOK_EGRESS, VOK_SESSION_TYPE_UDP, ovlin_end(udp_handles->ovlin_flow_type, flow_id),
+    return binding(bind_kind::id2f, bind_direction::egress, session_type::udp,
+                   ovlin_end(udp_handles->ovlin_flow_type, flow_id),
                    flow_end(association_type_of(entry), entry.egress_flow_handle));
 }
 
 static vok_bind_record downlink_binding(const udp_session_entry &entry, u32 flow_id)
 {
-    return binding(VOK_BIND_F2ID, VOK_EGRESS, VOK_SESSION_TYPE_UDP,
+    return binding(bind_kind::f2id, bind_direction::egress, session_type::udp,
                    flow_end(association_type_of(entry), entry.ingress_flow_handle),
                    ovlin_end(udp_handles->ovlin_flow_type, flow_id));
 }
@@ -183,13 +182,12 @@ static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp
     if (const u32 rejection = check_in_use(ZEL_HERE, udp_session_id))
         return rejection;
     if (const u32 refusal = set_session_type(ZEL_HERE, session_type_flag, udp_handles->ovlin_flow_type, tn_ul_pcep_id,
-                                             VOK_SESSION_TYPE_UDP))
+                                             session_type::udp))
         return refusal;
 
     udp_session_entry &entry = udp_session_table[udp_session_id];
     const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);
-    vok_bind_record record = uplink_binding(entry, flow_id);
-    record.dscpRef = &dscp;
+    const vok_bind_record record = with_dscp(uplink_binding(entry, flow_id), dscp);
     const u32 result = bind(ZEL_HERE, "vok_bind" UPLINK_BINDING, udp_handles->vok_instance, record);
     if (result == ZEL_CORE_TERM_SUCCESS)
         entry.ul_flow_id = flow_id;
@@ -242,8 +240,20 @@ static u32 udp_session_disconnect_dl(u32 udp_session_id)
 
 // ---- Add
 
-u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg, u32 tn_ul_pcep_id,
-                                  u32 tn_dl_pcep_id, u32 rat_ovlin_session_id, u8 dscp, u8 session_type_flag)
+namespace zel {
+
+/// What callers know with a bool for the flag: here it is the byte that they pass, of which every bit counts, also
+/// where a caller does not keep to 0 and 1.
+ZEL_CORE_TERM_API u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg,
+                                                    u32 tn_ul_pcep_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id,
+                                                    u8 dscp,
+                                                    u8 session_type_flag) __asm__("zel_core_term_udp_session_add");
+
+} // namespace zel
+
+u32 zel::zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg,
+                                       u32 tn_ul_pcep_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id, u8 dscp,
+                                       u8 session_type_flag)
 {
     if (!udp_session_entries::is_valid(udp_session_id))
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "(udp_session_id)");
@@ -305,7 +315,7 @@ static u32 modify_egress_udp_association_ipv6(u32 udp_session_id, const zel_core
 {
     const vok_ipv6_egress_record record = ipv6_egress_record(*cfg, 0);
     return timed_call(ZEL_HERE, "vok_ipv6_egress_association_attr_modify", vok_ipv6_egress_association_attr_modify,
-                      udp_handles->ipv6_association_type, &record,
+                      udp_handles->ipv6_association_type, address_of(record),
                       udp_session_table[udp_session_id].egress_flow_handle);
 }
 
@@ -384,10 +394,10 @@ u32 zel_udp_session_get_stats(u32 udp_session_id, zel_udp_session_ipv4_stats_t *
     const udp_session_entry &entry = udp_session_table[udp_session_id];
     if (const u32 failure =
             timed_call(ZEL_HERE, "vok_ip_ingress_association_stats_get", vok_ip_ingress_association_stats_get,
-                       udp_handles->ipv4_association_type, entry.ingress_flow_handle, &stats->ingress))
+                       udp_handles->ipv4_association_type, entry.ingress_flow_handle, address_of(stats->ingress)))
         return failure;
     return timed_call(ZEL_HERE, "vok_ip_egress_association_stats_get", vok_ip_egress_association_stats_get,
-                      udp_handles->ipv4_association_type, entry.egress_flow_handle, &stats->egress);
+                      udp_handles->ipv4_association_type, entry.egress_flow_handle, address_of(stats->egress));
 }
 
 u32 zel_ipv6_udp_session_get_stats(u32 udp_session_id, zel_udp_session_ipv6_stats_t *stats)
@@ -397,11 +407,11 @@ u32 zel_ipv6_udp_session_get_stats(u32 udp_session_id, zel_udp_session_ipv6_stat
     const udp_session_entry &entry = udp_session_table[udp_session_id];
     if (const u32 failure = timed_call(ZEL_HERE, "vok_ipv6_ingress_association_statistics_get",
                                        vok_ipv6_ingress_association_statistics_get, udp_handles->ipv6_association_type,
-                                       entry.ingress_flow_handle, &stats->ingress))
+                                       entry.ingress_flow_handle, address_of(stats->ingress)))
         return failure;
     return timed_call(ZEL_HERE, "vok_ipv6_egress_association_statistics_get",
                       vok_ipv6_egress_association_statistics_get, udp_handles->ipv6_association_type,
-                      entry.egress_flow_handle, &stats->egress);
+                      entry.egress_flow_handle, address_of(stats->egress));
 }
 
 u32 zel_core_term_udp_session_fmt_stats_get(u32 udp_session_id, char *buf, u32 buf_size, u8 fmt_option)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <span>
 #include <stdexcept>
+#include <tuple>
 
 #include "zel_core_ic.h"
 
@@ -609,7 +610,8 @@ uint32_t world::connection_add(const connection_add_request &r)
     const association_key key = key_of(r.cfg);
     begin("connection_add", {r.id, key[7], key[8], r.cfg.ttl, r.control_connection_id, r.pcep, r.rat_session, r.dscp,
                              r.session_type_flag});
-    const uint32_t result = zel_core_term_l2tp_control_connection_add(r.id, &r.cfg, r.control_connection_id, r.pcep,
+    auto cfg = r.cfg;
+    const uint32_t result = zel_core_term_l2tp_control_connection_add(r.id, &cfg, r.control_connection_id, r.pcep,
                                                                       r.rat_session, r.dscp, r.session_type_flag);
     if (r.rat_session > limits_.max_rat_ovlin_session_id || r.pcep > limits_.max_tn_pcep_id)
         return rejected(result, ZEL_CORE_TERM_OUT_OF_RANGE);
@@ -710,10 +712,10 @@ uint32_t world::connection_modify(const connection_modify_request &r)
                                 r.old_remote_addr[3], r.session_type_flag});
     for (const uint32_t id : r.sessions)
         history_.back() += ", " + std::to_string(id);
-    zel_core_term_l2tp_control_connection_cfg_t cfg = r.cfg;
+    auto [cfg, sessions, old_remote_addr] = std::tuple(r.cfg, r.sessions, r.old_remote_addr);
     const uint32_t result = zel_core_term_l2tp_control_connection_modify(
-        r.id, r.sessions.data(), static_cast<uint32_t>(r.sessions.size()), &cfg, r.pcep, r.rat_session, r.dscp,
-        r.old_dscp, r.old_remote_addr.data(), r.session_type_flag);
+        r.id, sessions.data(), static_cast<uint32_t>(r.sessions.size()), &cfg, r.pcep, r.rat_session, r.dscp,
+        r.old_dscp, old_remote_addr.data(), r.session_type_flag);
     if (const uint32_t rejection = l2tp_rejection(r.id))
         return rejected(result, rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);

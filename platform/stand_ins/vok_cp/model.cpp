@@ -108,10 +108,11 @@ status model::bind(std::uint64_t instance, const vok_bind_record *record)
 {
     if (const status wrong = check_binding(instance, record))
         return wrong;
-    if (record->dscpRef != nullptr && *record->dscpRef > 63)
+    const auto *const dscp = reinterpret_cast<const std::uint8_t *>(record->dscpRef);
+    if (dscp != nullptr && *dscp > 63)
         return VOK_CP_SIM_DSCP_TOO_LARGE;
-    binding made{*record, record->dscpRef != nullptr, record->dscpRef != nullptr ? *record->dscpRef : std::uint8_t{0}};
-    made.record.dscpRef = nullptr;
+    binding made{*record, dscp != nullptr, dscp != nullptr ? *dscp : std::uint8_t{0}};
+    made.record.dscpRef = 0;
     if (!bindings_.emplace(key_of(*record), made).second)
         return VOK_CP_SIM_DUPLICATE_BINDING;
     count_binding(*record, 1);
@@ -122,7 +123,7 @@ status model::unbind(std::uint64_t instance, const vok_bind_record *record)
 {
     if (const status wrong = check_binding(instance, record))
         return wrong;
-    if (record->dscpRef != nullptr)
+    if (record->dscpRef != 0)
         return VOK_CP_SIM_WRONG_CONSTANT;
     if (bindings_.erase(key_of(*record)) == 0)
         return VOK_CP_SIM_NO_SUCH_BINDING;

@@ -42,7 +42,7 @@ struct binding_key {
 };
 
 struct binding {
-    vok_bind_record record; ///< dscpRef is null
+    vok_bind_record record; ///< dscpRef is 0
     bool has_dscp;
     std::uint8_t dscp;
 };

@@ -22,12 +22,10 @@ void put(std::uint8_t (&address)[16], std::uint32_t ipv4_word)
     std::memcpy(address, &network_word, sizeof network_word);
 }
 
-void put(std::uint8_t (&address)[16], vok_ipv6_address ipv6) // by value: a packed record's is not aligned
+void put(std::uint8_t (&address)[16], const std::uint8_t (&ipv6_words)[16])
 {
-    for (std::size_t i = 0; i < 4; ++i) {
-        const std::uint32_t network_word = __builtin_bswap32(ipv6.word[i]);
-        std::memcpy(address + 4 * i, &network_word, sizeof network_word);
-    }
+    for (std::size_t i = 0; i < 16; ++i)
+        address[i] = ipv6_words[i ^ 3]; // each word is in host order
 }
 
 template <typename Record>
