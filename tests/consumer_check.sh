@@ -19,13 +19,15 @@ extracted=$temporary/extracted
 for package in "$packages"/*.deb; do
     dpkg-deb --extract "$package" "$extracted"
 done
-export PKG_CONFIG_PATH=$extracted/usr/lib/pkgconfig
+libraries=$extracted/usr/lib/$(gcc -print-multiarch)
+export PKG_CONFIG_PATH=$libraries/pkgconfig PKG_CONFIG_SYSROOT_DIR=$extracted
+export CPATH=$extracted/usr/include LIBRARY_PATH=$libraries LD_LIBRARY_PATH=$libraries
 cflags=(-std=c11 -pedantic-errors -Wall -Wextra -Werror)
 read -ra from_package < <(pkg-config --cflags zel-core-term)
 read -ra libs < <(pkg-config --libs zel-core-term)
 cflags+=("${from_package[@]}")
 quietly gcc "${cflags[@]}" "$consumers/session.c" "${libs[@]}" -lvok_cp -o "$temporary/session"
-same "the C consumer" "$(LD_LIBRARY_PATH=$extracted/usr/lib "$temporary/session")" <<'LINES'
+same "the C consumer" "$("$temporary/session")" <<'LINES'
 start: 0
 add: 0
 object 0x100000001: kind 0, bindings 1
@@ -38,7 +40,7 @@ quietly gcc "${cflags[@]}" "$example" "${libs[@]}" -o "$temporary/example"
 mkdir "$temporary/other"
 quietly gcc -shared -fPIC "$consumers/other_vok_cp.c" -o "$temporary/other/libvok_cp.so"
 same "the example over another data plane" \
-    "$(LD_LIBRARY_PATH=$temporary/other:$extracted/usr/lib "$temporary/example")" <<'LINES'
+    "$(LD_LIBRARY_PATH=$temporary/other:$libraries "$temporary/example")" <<'LINES'
 start: 0
 free id: 0
 vok_ip_ingress_association_create: 71
@@ -55,6 +57,7 @@ release: 0
 stop: 0
 LINES
 
+unset CPATH LIBRARY_PATH LD_LIBRARY_PATH
 prefix="$temporary/moved to here"
 quietly cmake --install "$build" --prefix "$temporary/installed"
 mv "$temporary/installed" "$prefix"

@@ -18,10 +18,8 @@ chmod -R g+w,o-rx "$copy"
 )
 
 same=0
-for package in "$copy"/build/packages/*.deb; do
-    cmp "$package" "$packages/${package##*/}" || fail "${package##*/} is not the same when made elsewhere"
+for package in "$packages"/*.{deb,dsc,tar.gz}; do
+    cmp "$package" "$copy/build/packages/${package##*/}" || fail "${package##*/} is not the same when made elsewhere"
     same=$((same + 1))
 done
-expected=("$packages"/*)
-[ "$same" -eq ${#expected[@]} ] || fail "other packages are made elsewhere"
 echo "packages that are the same when made elsewhere: $same"

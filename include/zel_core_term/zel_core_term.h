@@ -1,6 +1,18 @@
 /**
  * @file
  * The whole interface of libzel-core-term, for C11 and C++20.
+ *
+ * A program says `#include <zel_core_term/zel_core_term.h>`, and is built with what
+ * `pkg-config --cflags --libs zel-core-term` prints. Its parts:
+ *
+ * - zel_term.h: start and stop, time and tracing
+ * - zel_udp_session.h: UDP sessions
+ * - zel_l2tp_control_connection.h: L2TPv3 control connections
+ * - zel_l2tp_session.h: the sessions that they carry
+ * - zel_ovlin_session_handler.h: the session handler's entry points
+ * - zel_term_api.h: the result codes
+ *
+ * Each function, data object and record has a manual page by its name, which tells what each result leaves.
  */
 #ifndef ZEL_CORE_TERM_ZEL_CORE_TERM_H
 #define ZEL_CORE_TERM_ZEL_CORE_TERM_H

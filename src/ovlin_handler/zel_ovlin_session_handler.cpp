@@ -1,3 +1,7 @@
+/**
+ * @file
+ * The entry points of the session handler that outside callers declare for themselves.
+ */
 #include "zel_core_term/zel_ovlin_session_handler.h"
 
 uint32_t zel_ovlin_session_handler_set_session_type(uint64_t, uint32_t, uint32_t)
