@@ -1,5 +1,5 @@
-# The manual pages of section 3, made of the interface's comments: one of each file and record, to which the names of what
-# is exported lead.
+# The manual pages of section 3, made of the interface's comments: one of each file and record, to which the names of
+# what is exported lead.
 find_package(Doxygen REQUIRED)
 
 set(pages ${CMAKE_CURRENT_BINARY_DIR}/man/man3)

@@ -51,7 +51,9 @@ if grep -rE "$project|/build/" "$all/usr/share/man" "$all$libraries/pkgconfig" "
     fail "the packages know where they were built"
 fi
 
-flags=$(PKG_CONFIG_LIBDIR=$all$libraries/pkgconfig pkg-config --cflags --libs zel-core-term | xargs)
+export PKG_CONFIG_LIBDIR=$all$libraries/pkgconfig
+[[ $version == "$(pkg-config --modversion zel-core-term)"-* ]] || fail "debian/changelog has another version"
+flags=$(pkg-config --cflags --libs zel-core-term | xargs)
 [ "$flags" = "-I/usr/include/zel_platform -lzel-core-term" ] || fail "pkg-config says $flags"
 
 # apt takes a platform's own package before the stand-ins, and those with the shell. It sees these packages only, and
@@ -61,7 +63,7 @@ mkdir -p "$repository" "$temporary/apt"/{lists/partial,archives/partial,preferen
 cp "${files[@]}" "$repository"
 dummy() { # NAME PROVIDES
     mkdir -p "$temporary/$1/DEBIAN"
-    printf '%s\n' "Package: $1" "Version: 1" "Architecture: all" "Multi-Arch: foreign" "Maintainer: nobody <n@b.invalid>" \
+    printf '%s\n' "Package: $1" "Version: 1" "Architecture: all" "Multi-Arch: foreign" "Maintainer: n <n@n.invalid>" \
         "Provides: $2" "Description: dummy" >"$temporary/$1/DEBIAN/control"
     dpkg-deb --build "$temporary/$1" "$repository" >"$temporary/log"
 }

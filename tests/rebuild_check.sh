@@ -22,4 +22,4 @@ for package in "$packages"/*.{deb,dsc,tar.gz}; do
     cmp "$package" "$copy/build/packages/${package##*/}" || fail "${package##*/} is not the same when made elsewhere"
     same=$((same + 1))
 done
-echo "packages that are the same when made elsewhere: $same"
+echo "files of the packages that are the same when made elsewhere: $same"
