@@ -22,7 +22,7 @@ if(PROJECT_IS_TOP_LEVEL AND "${CMAKE_BUILD_TYPE}${CMAKE_CONFIGURATION_TYPES}" ST
     set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "None, Debug, RelWithDebInfo, Release or MinSizeRel" FORCE)
 endif()
 string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
-if(NOT build_type MATCHES "^(NONE)?$" AND NOT DEFINED CMAKE_CXX_FLAGS_${build_type})
+if(NOT build_type MATCHES "^(NONE)?$" AND "${CMAKE_CXX_FLAGS_${build_type}}" STREQUAL "")
     message(FATAL_ERROR "CMAKE_BUILD_TYPE is None, Debug, RelWithDebInfo, Release or MinSizeRel, not '${CMAKE_BUILD_TYPE}'")
 endif()
 

@@ -1,0 +1,144 @@
+#!/usr/bin/env bash
+# That the library is built on another maker's platform, alone and inside another project, and that a platform which
+# differs, or is not there, is refused: platform_check.sh PROJECT_FOLDER
+source "$(dirname "$0")/checks.sh"
+project=$1
+temporary=$(mktemp -d)
+trap 'rm -rf "$temporary"' EXIT
+quietly() { "$@" >"$temporary/log" 2>&1 || fail "$*: $(cat "$temporary/log")"; }
+refused() { # LINE COMMAND...
+    ! "${@:2}" >"$temporary/log" 2>&1 || fail "not refused: ${*:2}"
+    tr '\n' ' ' <"$temporary/log" | tr -s ' ' | grep -qF -- "$1" || fail "${*:2} does not say '$1': $(cat "$temporary/log")"
+}
+
+# The platform: its data plane has a version, its other libraries do not even have a SONAME.
+platform="$temporary/their platform"
+mkdir -p "$platform/lib"
+cp -r "$project/tests/foreign_platform/include" "$platform"
+sources=$project/tests/foreign_platform
+cc=(gcc -std=c11 -Wall -Wextra -Werror -shared -fPIC -I"$platform/include")
+quietly "${cc[@]}" "$sources/vok_cp.c" -Wl,-soname,libvok_cp.so.3 -o "$platform/lib/libvok_cp.so.3.1"
+ln -s libvok_cp.so.3.1 "$platform/lib/libvok_cp.so.3"
+ln -s libvok_cp.so.3 "$platform/lib/libvok_cp.so"
+for library in zel_init zel_core_ic kiv_util zel_fmt; do
+    quietly "${cc[@]}" -D "$library" "$sources/others.c" -o "$platform/lib/lib$library.so"
+done
+
+# The library alone looks for nothing but the tracer.
+alone=(-G Ninja -D BUILD_TESTING=OFF -D ZEL_SHELL=OFF -D ZEL_BENCH=OFF -D ZEL_STAND_INS=OFF)
+installed="$temporary/installed"
+quietly cmake -S "$project" -B "$temporary/build" "${alone[@]}" -D ZEL_PLATFORM="$platform" \
+    --trace-expand --trace-redirect="$temporary/trace"
+looked_for=$(sed -nE 's/.*\(([0-9]+)\):  (find_package|pkg_check_modules)\(([A-Za-z0-9_-]+) .*/\3/p' "$temporary/trace" |
+    sort -u)
+[ "$looked_for" = LTTngUST ] || fail "CMake looks for more than the tracer: $looked_for"
+quietly cmake --build "$temporary/build"
+quietly cmake --install "$temporary/build" --prefix "$installed"
+needed=$(readelf --dynamic --wide "$installed/lib/libzel-core-term.so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort)
+diff -u --label expected --label needed - <(grep -vE '^(libc|ld-linux.*)\.so' <<<"$needed") <<'LINES' || fail "needed libraries"
+libkiv_util.so
+libtn_zel_init.so
+libtn_zel_term.so
+libvok_cp.so.3
+libzel_core_ic.so
+libzel_fmt.so
+libzel_init.so
+LINES
+[ -z "$(find "$installed" -name '*vok_cp*' -o -name 'zel-term-shell*')" ] || fail "more than the library is installed"
+
+# With the platform's own package, made of the installed templates, programs find both.
+mkdir -p "$platform"/lib/{pkgconfig,cmake/zel-platform}
+cp "$installed/share/zel-core-term/platform/zel-platform.pc" "$platform/lib/pkgconfig"
+cp "$installed/share/zel-core-term/platform/zel-platform-config.cmake" "$platform/lib/cmake/zel-platform"
+mv "$platform/include" "$platform/zel_platform"
+mkdir "$platform/include"
+mv "$platform/zel_platform" "$platform/include"
+example=$project/examples/add_session.c
+calls() { # FOLDER: how the example runs with the libraries of the folder
+    diff -u --label expected --label actual - \
+        <(LD_LIBRARY_PATH="$1:$platform/lib" "$temporary/example" 2>&1) <<'LINES' || fail "the example over another data plane"
+start: 0
+free id: 0
+vok_ip_ingress_association_create: 71
+vok_ip_egress_association_create: 72
+vok_bind 1: 0x100001 0 -> 0 72
+vok_bind 1: 0 71 -> 0x200005 0
+add: 0
+vok_unbind 1: 0 71 -> 0x200005 0
+vok_unbind 1: 0x100001 0 -> 0 72
+disconnect: 0
+vok_ip_ingress_association_delete: 71
+vok_ip_egress_association_delete: 72
+release: 0
+stop: 0
+LINES
+}
+export PKG_CONFIG_PATH=$installed/lib/pkgconfig:$platform/lib/pkgconfig
+options=()
+eval "options=($(pkg-config --cflags --libs zel-core-term))" # pkg-config quotes the blank in the path
+quietly gcc -std=c11 "$example" "${options[@]}" -o "$temporary/example"
+calls "$installed/lib"
+
+program() { # FOLDER LINE...: a project that builds the example
+    mkdir "$1"
+    { printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(program LANGUAGES C CXX)' "${@:2}" \
+        "add_executable(example [[$example]])" 'target_link_libraries(example PRIVATE zel::core-term)'; } >"$1/CMakeLists.txt"
+}
+program "$temporary/finder" 'find_package(zel-core-term 1 REQUIRED)'
+quietly cmake -S "$temporary/finder" -B "$temporary/finder/build" -G Ninja \
+    -D zel-core-term_DIR="$installed/lib/cmake/zel-core-term" -D zel-platform_DIR="$platform/lib/cmake/zel-platform"
+quietly cmake --build "$temporary/finder/build"
+mv "$temporary/finder/build/example" "$temporary/example"
+calls "$installed/lib"
+program "$temporary/asker" 'find_package(zel-core-term REQUIRED COMPONENTS nosuch)'
+refused "zel-core-term has no component nosuch" cmake -S "$temporary/asker" -B "$temporary/asker/build" \
+    -D CMAKE_PREFIX_PATH="$installed;$platform"
+
+# Inside another project there is the library and nothing else; the platform is found by its package.
+program "$temporary/parent" "include(FetchContent)" "FetchContent_Declare(zel-core-term SOURCE_DIR [[$project]])" \
+    "FetchContent_MakeAvailable(zel-core-term)"
+quietly cmake -S "$temporary/parent" -B "$temporary/parent/build" -G Ninja -D ZEL_STAND_INS=OFF \
+    -D CMAKE_PREFIX_PATH="$platform"
+quietly cmake --build "$temporary/parent/build"
+[ -z "$(find "$temporary/parent/build" -name '*vok_cp*' -o -name 'zel-term-shell*' -o -name '*tests')" ] ||
+    fail "more than the library is built inside another project"
+mv "$temporary/parent/build/example" "$temporary/example"
+calls "$temporary/parent/build/_deps/zel-core-term-build/lib"
+quietly cmake -S "$temporary/parent" -B "$temporary/parent/build" -D ZEL_STAND_INS=ON
+quietly cmake --build "$temporary/parent/build"
+quietly "$temporary/parent/build/example"
+quietly cmake --install "$temporary/parent/build" --prefix "$temporary/parent/installed"
+[ -z "$(find "$temporary/parent/installed" -name '*vok_cp*')" ] || fail "the stand-ins are installed without being asked for"
+
+# A platform that differs from what the library fills and calls.
+differs() { # HEADER CHANGE MESSAGE
+    rm -rf "$temporary/changed"
+    cp -r "$project/tests/foreign_platform/include" "$temporary/changed"
+    sed -i "$2" "$temporary/changed/$1"
+    ! cmp -s "$temporary/changed/$1" "$project/tests/foreign_platform/include/$1" || fail "'$2' changes nothing"
+    refused "$3" g++ -std=c++20 -fsyntax-only -I"$temporary/changed" -I"$project/src" -I"$project/include" \
+        -x c++ "$project/src/term/platform.h"
+}
+differs vok_cp.h 's/dstAddr, dstPrefixLen, srcAddr, srcPrefixLen/srcAddr, srcPrefixLen, dstAddr, dstPrefixLen/' \
+    'vok_ip_ingress_record.dstAddr lies at another offset'
+differs vok_cp.h 's/pad40\[20\]/pad40[16]/' 'vok_bind_record.param54 lies at another offset'
+differs vok_cp.h 's/pad55\[91\]/pad55[87]/' 'vok_ipv6_ingress_record has another size'
+differs vok_cp.h 's/uint16_t mtu, srcPort, dstPort/uint8_t mtu, pad35; uint16_t srcPort, dstPort/' \
+    'vok_ipv6_egress_record.mtu has another width'
+differs vok_cp.h 's/vok_unbind(uint64_t, /vok_unbind(uint32_t, /' 'vok_unbind has other parameters or another result'
+differs vok_cp.h 's/uint32_t id;/uint64_t id, more;/' 'vok_l2tpv3_ingress_flow_create has other parameters'
+differs vok_cp.h 's/int32_t vok_bind(/int64_t vok_bind(/' 'vok_bind has other parameters or another result'
+differs zel_init.h 's/others_1\[9\]/others_1[8]/' 'zel_handles_t has another size'
+
+# What cannot be built is refused with a line that says what to do.
+configure() { refused "$1" cmake -S "$project" -B "$temporary/refused" --fresh "${@:2}"; }
+configure "ZEL_SHELL is ON or OFF, not 'maybe'" -D ZEL_SHELL=maybe
+configure "ZEL_SHELL needs the stand-ins: set" -D ZEL_SHELL=ON -D ZEL_STAND_INS=OFF
+configure "There is no platform: set ZEL_PLATFORM to" -D ZEL_STAND_INS=OFF
+configure "there is no vok_cp.h in $temporary" -D ZEL_PLATFORM="$temporary/nowhere"
+rm "$platform/lib/libzel_fmt.so"
+configure "there is no libzel_fmt.so in" -D ZEL_PLATFORM="$platform"
+configure "MinSizeRel, not 'Relase'" -D CMAKE_BUILD_TYPE=Relase
+configure "LTTng-UST 2.13 or newer is not there: install" -D CMAKE_DISABLE_FIND_PACKAGE_LTTngUST=ON
+configure "The shell needs pkg-config, libcli11-dev" -D CMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -D BUILD_TESTING=OFF
+configure "The tests need libgtest-dev" -D CMAKE_DISABLE_FIND_PACKAGE_GTest=ON
