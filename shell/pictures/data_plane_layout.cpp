@@ -10,12 +10,12 @@ namespace {
 constexpr double row_gap = 9;
 constexpr double group_gap = 14;
 constexpr double title_width = 240; ///< of a group that shares an association
-constexpr char line[] = "-";
+constexpr char line = '-';
 
 /// Of what a row has in a column.
 bool is_node(const std::string &name)
 {
-    return !name.empty() && name != line;
+    return !name.empty() && name.front() != line;
 }
 
 } // namespace
@@ -91,7 +91,7 @@ private:
     {
         const auto own = group_of_owners_.find(owners_.of(binding));
         const std::size_t group = own != group_of_owners_.end() ? own->second : object.group;
-        ovlin_ends_.push_back({group, &object, flow_id});
+        ovlin_ends_.insert({object.where, {group, &object, flow_id}});
         if (group == object.group)
             object.leads_to_ovlin = true;
         else
@@ -120,9 +120,9 @@ private:
     /// line to an ovlin flow of another row bends behind it.
     void place_ovlin_flows()
     {
-        std::ranges::stable_sort(ovlin_ends_, {}, [](const ovlin_end &end) { return end.bound_to->where; });
         std::set<std::uint32_t> placed;
-        for (const auto &[group, bound_to, flow_id] : ovlin_ends_) {
+        for (const auto &[where, end] : ovlin_ends_) {
+            const auto &[group, bound_to, flow_id] = end;
             if (!placed.insert(flow_id).second)
                 continue;
             band &b = layout_.bands_[group];
@@ -166,7 +166,7 @@ private:
     const std::vector<owner_group> &groups_;
     std::map<std::vector<owner>, std::size_t> group_of_owners_;
     std::unordered_map<std::uint64_t, object_place> objects_; ///< by handle
-    std::vector<ovlin_end> ovlin_ends_;
+    std::multimap<column, ovlin_end> ovlin_ends_;             ///< by the column of what they are bound to
 };
 
 data_plane_layout::data_plane_layout(const data_plane &plane, const ownership &owners,

@@ -116,9 +116,9 @@ std::vector<owner_group> most_interesting_groups(const data_plane &plane, const 
     }
 
     std::vector<ranked_group> ranked;
-    ranked.reserve(by_owners.size());
-    for (auto &[who, group] : by_owners)
-        ranked.push_back(std::move(group));
-    std::ranges::stable_sort(ranked, {}, &ranked_group::rank);
+    for (const interest rank : {troubled, beside_trouble, usual})
+        for (auto &[who, group] : by_owners)
+            if (group.rank == rank)
+                ranked.push_back(std::move(group));
     return first_groups(std::move(ranked), objects_at_most);
 }
