@@ -204,7 +204,7 @@ std::string library_test::with_handles_by_number(std::string message) const
 
 std::string library_test::name(uint64_t handle) const
 {
-    return handle == 0 ? "none" : "#" + std::to_string(static_cast<int64_t>(handle - handles_before_));
+    return handle == 0 ? "none" : '#' + std::to_string(static_cast<int64_t>(handle - handles_before_));
 }
 
 vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *call)
@@ -220,10 +220,10 @@ vok_cp_sim_answer_t library_test::observe(void *self, const vok_cp_sim_call_t *c
     std::vector<std::size_t> handle_offsets;
     std::string dscp;
     if (call->handle != 0)
-        line += " " + test.name(call->handle);
+        line += ' ' + test.name(call->handle);
     if (line.ends_with("bind")) {
         const auto &r = *static_cast<const vok_bind_record *>(call->record);
-        line += " " + (r.bindKind == VOK_BIND_ID2F ? hex(r.srcFlowID) : test.name(r.srcFlowHandle)) + " -> " +
+        line += ' ' + (r.bindKind == VOK_BIND_ID2F ? hex(r.srcFlowID) : test.name(r.srcFlowHandle)) + " -> " +
                 (r.bindKind == VOK_BIND_F2ID ? hex(r.dstFlowID) : test.name(r.destFlowHandle));
         if (r.dscpRef != 0)
             dscp = ", dscp " + std::to_string(*reinterpret_cast<const uint8_t *>(r.dscpRef));

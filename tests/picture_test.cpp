@@ -99,7 +99,7 @@ protected:
         ASSERT_EQ(zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, 0), 0u);
     }
 
-    static std::string quoted(std::uint64_t handle) { return "\"" + handle_text(handle) + "\""; }
+    static std::string quoted(std::uint64_t handle) { return '"' + handle_text(handle) + '"'; }
 
     ledger known;
     std::string folder = testing::TempDir() + "zel_pictures.XXXXXX";
@@ -282,7 +282,7 @@ TEST_F(picture_test, WhatCannotBeWrittenIsRefusedAndLeavesNoFile)
     };
     for (const char *name : {"a.gif", "a", "svg", ".svg", "a.SVG", "a.svg.bak"})
         EXPECT_EQ(error(path(name)),
-                  "'" + path(name) + "' is not named as a picture: expected .svg, .png, .pdf or .dot at its end");
+                  '\'' + path(name) + "' is not named as a picture: expected .svg, .png, .pdf or .dot at its end");
     EXPECT_EQ(error(path("no/a.svg")), path("no/a.svg") + ": cannot be written: No such file or directory");
     std::filesystem::create_directory(path("folder.svg"));
     EXPECT_EQ(error(path("folder.svg")), path("folder.svg") + ": cannot be written: Is a directory");

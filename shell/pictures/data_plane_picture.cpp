@@ -129,7 +129,7 @@ std::string spline_of(std::vector<point> points)
     points.back().x += points[points.size() - 2].x < tip.x ? -head_length : head_length;
     std::string text = "e," + in_text(tip);
     for (const point &p : points)
-        text += " " + in_text(p);
+        text += ' ' + in_text(p);
     return text;
 }
 

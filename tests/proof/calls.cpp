@@ -136,7 +136,7 @@ ran run(const shown_operation &operation, std::size_t failing)
     ran all{operation.run(w), {}, names.texts(before), {}};
     for (const call &c : w.calls()) {
         names.learn(c);
-        all.calls.push_back(std::string(c.operation) + (c.binding != binding{} ? " " + names.text(c.binding) : ""));
+        all.calls.push_back(std::string(c.operation) + (c.binding != binding{} ? ' ' + names.text(c.binding) : ""));
     }
     const holdings after = watched_data_plane::held();
     names.learn(after);
