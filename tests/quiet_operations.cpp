@@ -106,7 +106,7 @@ bool counters_count()
 {
     const unsigned allocations_before = allocations, locks_before = locks;
     call_from_a_library<decltype(free)>("free", call_from_a_library<decltype(malloc)>("malloc", size_t{1}));
-    call_from_a_library<void(void *)>("_ZdlPv", call_from_a_library<void *(size_t)>("_Znwm", size_t{1}));
+    ::operator delete(::operator new(1));
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     call_from_a_library<decltype(pthread_mutex_lock)>("pthread_mutex_lock", &mutex);
     return allocations - allocations_before >= 4 && locks - locks_before >= 1;
