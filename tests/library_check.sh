@@ -40,7 +40,12 @@ refuse "allocation, threads or locks" ' U (malloc|calloc|realloc|free|_Zn[wa]|_Z
 
 # The compiler leaves the frame of each function beside the object: place, bytes and kind, of which "dynamic" has no
 # bound.
-frames=$(cat "${@/%.o/.su}")
+frames=$(cat "${@/%.o/.su}" 2>&1) || {
+    object=$(readelf --sections --wide "$1" 2>&1) || true
+    grep -q 'LLVM bitcode\| \.gnu\.lto_' <<<"$object" || fail "no stack frames are told: $frames"
+    echo "largest stack frame: not told, as the objects hold no machine code before they are linked"
+    exit
+}
 refuse "a stack frame without bound" $'\tdynamic$' "$frames"
 IFS=$'\t' read -r place bytes _ < <(sort --field-separator=$'\t' --key=2,2nr <<<"$frames")
 function=$(sed -E 's/^[^:]*(:[0-9]+)+://; s/\(.*//; s/.* //' <<<"$place")
