@@ -122,7 +122,8 @@ grep -vE '^(start|stop|restart-data-plane|expect .*|faults? .*|udp (fill|clear|r
 
 # What a person tried comes back as a scenario that goes as written.
 export ZEL_TERM_SHELL_HISTORY=$temporary/history
-typed() { script --quiet --return --command "exec $shell" /dev/null; }
+# shellcheck disable=SC2016 # the shell that `script` runs replaces $program, whatever characters the path has
+typed() { program=$shell script --quiet --return --command 'exec "$program"' /dev/null; }
 printf 'start\nfault vok_b\t\n%s\nudp free-id\nfly\nsave tried.zel\nquit\n' "$session" | typed >said ||
     fail "the conversation ends with $?"
 grep -q 'vok_bind: call number 1 fails' said || fail "a function's name is not completed: $(cat said)"
