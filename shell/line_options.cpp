@@ -4,11 +4,29 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iomanip>
 #include <span>
+#include <sstream>
 
 #include "text_table.h"
 
 namespace {
+
+/// The words of a line, of which one in quotes can hold blanks; "" is none. The parser's own splitting depends on its
+/// version: some take what is in brackets for a list.
+std::vector<std::string> words_of(const std::string &line)
+{
+    std::vector<std::string> words;
+    std::istringstream rest(line);
+    while (!(rest >> std::ws).eof()) {
+        std::string word;
+        if (!(rest >> std::quoted(word, rest.peek() == '\'' ? '\'' : '"')))
+            throw bad_line("a quote is not closed: " + word);
+        if (!word.empty())
+            words.push_back(word);
+    }
+    return words;
+}
 
 /// The command that the line named as far as it was understood.
 const CLI::App &innermost(const CLI::App &app)
@@ -97,8 +115,10 @@ std::shared_ptr<CLI::App> new_parser()
 
 const CLI::App *parse_line(CLI::App &parser, const std::string &line)
 {
+    std::vector<std::string> words = words_of(line);
+    std::ranges::reverse(words); // as the parser wants them
     try {
-        parser.parse(line);
+        parser.parse(std::move(words));
         return nullptr;
     } catch (const CLI::ParseError &wrong) {
         const CLI::App &command = innermost(parser);

@@ -61,6 +61,7 @@ expect|expected a result code, or one of empty, only-interface, objects, binding
 expect thirteen|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
 expect 99 empty|expected a result code, or one of empty, only-interface, objects, bindings, audit, unchanged, shown, event
 expect 0|there was no operation yet
+expect shown "1 session|a quote is not closed: 1 session
 expect unchanged|there is no mark to compare with; 'mark' makes one
 expect event EXCEPTION|NAME: 'EXCEPTION' is none of tn_zel_init:EXCEPTION, tn_zel_term:API_CALL, tn_zel_term:ERROR, tn_zel_term:EXCEPTION, tn_zel_term:FN_ENTER, tn_zel_term:FN_EXIT, tn_zel_term:LAB
 calls|there was no operation yet
