@@ -21,7 +21,7 @@ file(GLOB inputs CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/include/zel_core_term/*.h ${PROJECT_SOURCE_DIR}/src/ovlin_handler/*.cpp)
 add_custom_command(OUTPUT ${pages}/zel_core_term.h.3
     COMMAND Doxygen::doxygen ${CMAKE_CURRENT_BINARY_DIR}/Doxyfile
-    DEPENDS Doxyfile ${CMAKE_CURRENT_BINARY_DIR}/Doxyfile ${inputs}
+    DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/Doxyfile ${CMAKE_CURRENT_BINARY_DIR}/Doxyfile ${inputs}
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 add_custom_target(zel_man_pages ALL DEPENDS ${pages}/zel_core_term.h.3)
 file(CONFIGURE OUTPUT libzel-core-term.3 CONTENT ".so man3/zel_core_term.h.3\n")
