@@ -19,6 +19,10 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+# What is installed runs from the build folder by the same run path, unless it is to have none.
+if(NOT CMAKE_SKIP_INSTALL_RPATH)
+    set(installed_run_path BUILD_WITH_INSTALL_RPATH ON)
+endif()
 
 set(flags "-Wall -Wextra -Wconversion -Wshadow -fstack-protector-strong")
 # gcc clears records and table entries by `rep stos`, which is slow for their 50 to 180 bytes. With the C library's
