@@ -104,11 +104,17 @@ CLI::Validator decimal_number(std::uint32_t max)
             ""};
 }
 
+/// Leaves a command's example out, of which some versions of the parser make several lines.
+struct formatter_without_example : CLI::Formatter {
+    std::string make_footer(const CLI::App *) const override { return ""; }
+};
+
 } // namespace
 
 std::shared_ptr<CLI::App> new_parser()
 {
     auto parser = std::make_shared<CLI::App>();
+    parser->formatter(std::make_shared<formatter_without_example>());
     parser->require_subcommand(1);
     return parser;
 }
@@ -174,7 +180,8 @@ std::string unknown_command(const CLI::App &app, const std::string &word)
 std::string help_text(const CLI::App &asked)
 {
     if (!is_group(asked))
-        return asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal);
+        return asked.get_formatter()->make_help(&asked, full_name(asked), CLI::AppFormatMode::Normal) +
+               asked.get_footer() + '\n';
     text_table list{{"command", "what it does"}};
     list_commands(list, asked);
     std::ostringstream text;

@@ -35,20 +35,20 @@ start right now|not expected: right
 trace maybe|SWITCH: 'maybe' is none of on, exceptions, off
 udp add|ID is required: udp_session_id, 1 to 70000
 udp modify 1 --mtu 1280|not expected: --mtu; expected --pmtu, --ttl
-udp add one|ID: 'one' is not a number from 0 to 4294967295
-udp add 4294967296|ID: '4294967296' is not a number from 0 to 4294967295
-udp add 1 --dscp 256|--dscp: '256' is not a number from 0 to 255
-udp add 1 --ttl -1|--ttl: '-1' is not a number from 0 to 255
-udp add 1 --local 192.0.2.1|--local: '192.0.2.1' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
-udp add 1 --local 192.0.2.256:1|--local: '192.0.2.256' is not an IPv4 address
-udp add 1 --local [2001:db8::g]:1|--local: '2001:db8::g' is not an IPv6 address
-udp add 1 --local 2001:db8::1:2152|--local: '2001:db8::1:2152' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
-udp add 1 --local 192.0.2.1:65536|--local: '65536' is not a port from 0 to 65535
+udp release one|ID: 'one' is not a number from 0 to 4294967295
+udp release 4294967296|ID: '4294967296' is not a number from 0 to 4294967295
+udp modify 1 --ttl 256|--ttl: '256' is not a number from 0 to 255
+udp modify 1 --ttl -1|--ttl: '-1' is not a number from 0 to 255
+packet udp --to 192.0.2.1:1 --from 192.0.2.1|--from: '192.0.2.1' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
+packet udp --to 192.0.2.1:1 --from 192.0.2.256:1|--from: '192.0.2.256' is not an IPv4 address
+packet udp --to 192.0.2.1:1 --from [2001:db8::g]:1|--from: '2001:db8::g' is not an IPv6 address
+packet udp --to 192.0.2.1:1 --from 2001:db8::1:2152|--from: '2001:db8::1:2152' is not ADDRESS:PORT (IPv6: [ADDRESS]:PORT)
+packet udp --to 192.0.2.1:1 --from 192.0.2.1:65536|--from: '65536' is not a port from 0 to 65535
 udp add 1 --local 192.0.2.1:1 --remote [::1]:1 --uplink-pcep 1 --downlink-pcep 1 --rat-session 1|--local is IPv4 and --remote is IPv6
 udp modify 1|--pmtu or --ttl is required
 udp release|ID is required: the session
 l2tp connection|a command is missing; expected add, remove, modify, show
-l2tp connection add 1 --local 192.0.2.300|--local: '192.0.2.300' is not an IPv4 address
+l2tp connection modify 1 --remote 192.0.2.300|--remote: '192.0.2.300' is not an IPv4 address
 l2tp connection remove 1 --pcep 3|control connection 1 was not added here; --pcep and --rat-session are required
 l2tp session remove 100|session 100 was not added here; --connection is required
 l2tp connection modify 1 --remote 192.0.2.2|control connection 1 was not added here
