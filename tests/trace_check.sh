@@ -10,6 +10,13 @@ expected=$project/tests/expected
 home=$(mktemp -d)
 as_private_user "$home" LTTNG_UST_REGISTER_TIMEOUT=-1
 
+# Copies, as that user may not be let into the project's folders.
+mkdir "$home/bin"
+cp "$shell" "$home/bin/zel-term-shell"
+cp -r "$(dirname "$shell")/../lib" "$project/examples" "$home"
+chmod -R a+rX "$home"/{bin,lib,examples}
+shell=$home/bin/zel-term-shell
+
 "${as_user[@]}" lttng-sessiond --no-kernel >"$home/log" 2>&1 &
 daemon=$!
 trap 'kill "$daemon" 2>/dev/null && wait "$daemon" || true; rm -rf "$home"' EXIT
@@ -41,12 +48,10 @@ for _ in {1..300}; do
     sleep 0.1
 done
 tracer list
-"${as_user[@]}" "$shell" </dev/null ||
-    fail "a user other than root cannot run $shell: are its folders and libraries open to all?"
 
 for tour in tour l2tp-tour; do
     start_session "$tour" --subbuf-size 1M --num-subbuf 4
-    "${as_user[@]}" "$shell" "$project/examples/$tour.zel" >/dev/null
+    "${as_user[@]}" "$shell" "$home/examples/$tour.zel" >/dev/null
     end_session "$tour"
     [ "$lost" = 0 ] || fail "the trace of $tour lost ${lost:-an unknown number of} events"
     [ -z "$losses_in_trace" ] || fail "the trace of $tour is not whole: ${losses_in_trace%%$'\n'*}"
