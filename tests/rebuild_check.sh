@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# That the packages come out the same to the byte wherever the source tree lies, and whatever permissions its files
-# have: makes them of a copy in another folder.
+# That the packages come out the same to the byte wherever the source tree lies, and whatever times and permissions its
+# files have: makes them of a copy in another folder.
 # rebuild_check.sh PROJECT_FOLDER PACKAGES_FOLDER
 source "$(dirname "$0")/checks.sh"
 project=$1
@@ -10,7 +10,7 @@ temporary=$(mktemp -d)
 trap 'rm -rf "$temporary"' EXIT
 copy=$temporary/a/folder/whose/name/has/another/length
 mkdir -p "$copy"
-tar --create --directory "$project" --exclude ./build . | tar --extract --directory "$copy"
+tar --create --directory "$project" --exclude ./build . | tar --extract --touch --directory "$copy"
 chmod -R g+w,o-rx "$copy"
 (
     umask 077
