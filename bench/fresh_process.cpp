@@ -61,7 +61,7 @@ void add_sessions(std::uint32_t count)
     zel_core_term_udp_session_cfg_t cfg{};
     cfg.ip_version = 4;
     for (std::uint32_t id = 1; id <= count; ++id)
-        zel_core_term_udp_session_add(id, &cfg, 1, 1, 5, 0, 0);
+        zel_core_term_udp_session_add(id, &cfg, 1, 1, 5, 0, false);
 }
 
 } // namespace

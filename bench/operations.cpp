@@ -63,7 +63,7 @@ uint32_t udp_id(uint32_t n)
 
 uint32_t add_udp(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg)
 {
-    return zel_core_term_udp_session_add(id, &cfg, udp_ids.pcep, udp_ids.pcep, udp_ids.rat_session, dscp, 0);
+    return zel_core_term_udp_session_add(id, &cfg, udp_ids.pcep, udp_ids.pcep, udp_ids.rat_session, dscp, false);
 }
 
 void add_udp_ipv4(uint32_t n)

@@ -23,7 +23,8 @@ if(PROJECT_IS_TOP_LEVEL AND "${CMAKE_BUILD_TYPE}${CMAKE_CONFIGURATION_TYPES}" ST
 endif()
 string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
 if(NOT build_type MATCHES "^(NONE)?$" AND "${CMAKE_CXX_FLAGS_${build_type}}" STREQUAL "")
-    message(FATAL_ERROR "CMAKE_BUILD_TYPE is None, Debug, RelWithDebInfo, Release or MinSizeRel, not '${CMAKE_BUILD_TYPE}'")
+    message(FATAL_ERROR "CMAKE_BUILD_TYPE is None, Debug, RelWithDebInfo, Release or MinSizeRel, not "
+        "'${CMAKE_BUILD_TYPE}'")
 endif()
 
 find_package(LTTngUST 2.13 QUIET)

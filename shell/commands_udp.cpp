@@ -196,7 +196,7 @@ void commands::fill_udp_sessions(std::uint32_t count)
             break;
         const zel_core_term_udp_session_cfg_t cfg = configuration_of_filler(id);
         const std::uint32_t result =
-            record(udp("add", id), [&] { return zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 0, 0); });
+            record(udp("add", id), [&] { return zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 0, false); });
         if (result != ZEL_CORE_TERM_SUCCESS) {
             shown.end();
             show_result();

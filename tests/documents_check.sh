@@ -63,7 +63,7 @@ ln -s "$(dirname "$BIN")" "$copy/build/release"
 if [ "$(id -u)" -eq 0 ]; then
     chown -R 65534:65534 "$copy"
     install -m 666 /dev/null "$(dirname "$BIN")/install_manifest.txt" # cmake --install notes there what it does
-    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest_runtime.txt"
+    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest_stand-ins.txt"
 fi
 for document in README.md docs/*.md; do
     { echo 'set -euo pipefail'

@@ -21,8 +21,9 @@ exports=$(nm --dynamic --defined-only "$library" | awk '{print $3}' | sort)
 diff -u --label debian/libzel-core-term1.symbols --label "$library" \
     <(sed -n 's/^ \(.*\)@Base .*/\1/p' "$project/debian/libzel-core-term1.symbols") - <<<"$exports" || fail "exports"
 diff -u --label "include/zel_core_term, src/ovlin_handler" --label "$library" \
-    <(sed '/^#/d' "$project"/include/zel_core_term/*.h "$project"/src/ovlin_handler/*.cpp | tr '\n' ' ' | grep -o 'ZEL_CORE_TERM_API [^([;]*' |
-        sed 's/.*[ *]//' | sort) - <<<"$exports" || fail "what the headers declare is not what is exported"
+    <(sed '/^#/d' "$project"/include/zel_core_term/*.h "$project"/src/ovlin_handler/*.cpp | tr '\n' ' ' |
+        grep -o 'ZEL_CORE_TERM_API [^([;]*' | sed 's/.*[ *]//' | sort) - <<<"$exports" ||
+    fail "what the headers declare is not what is exported"
 # AArch64 has the loader itself among them, for the guard of the stack protection.
 sed -n '/\[ld-linux-aarch64/d; s/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort |
     compare "needed libraries" "$project/tests/expected/needed.txt"

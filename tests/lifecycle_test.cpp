@@ -172,7 +172,7 @@ TEST_F(udp_queries, configuration_of_what_is_no_session)
 TEST_F(udp_queries, lowest_free_id_of_an_empty_a_half_and_a_full_table)
 {
     const zel_core_term_udp_session_cfg_t configuration = cfg(4);
-    const auto add = [&](uint32_t id) { return zel_core_term_udp_session_add(id, &configuration, 1, 1, 1, 0, 0); };
+    const auto add = [&](uint32_t id) { return zel_core_term_udp_session_add(id, &configuration, 1, 1, 1, 0, false); };
     const auto lowest = [] {
         uint32_t id = 0xABCD;
         return zel_core_term_udp_session_free_id_get(&id) == 0 ? id : 0;

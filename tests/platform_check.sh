@@ -8,7 +8,8 @@ trap 'rm -rf "$temporary"' EXIT
 quietly() { "$@" >"$temporary/log" 2>&1 || fail "$*: $(cat "$temporary/log")"; }
 refused() { # LINE COMMAND...
     ! "${@:2}" >"$temporary/log" 2>&1 || fail "not refused: ${*:2}"
-    tr '\n' ' ' <"$temporary/log" | tr -s ' ' | grep -qF -- "$1" || fail "${*:2} does not say '$1': $(cat "$temporary/log")"
+    tr '\n' ' ' <"$temporary/log" | tr -s ' ' | grep -qF -- "$1" ||
+        fail "${*:2} does not say '$1': $(cat "$temporary/log")"
 }
 
 # The platform: its data plane has a version, its other libraries do not even have a SONAME.
@@ -29,13 +30,13 @@ alone=(-G Ninja -D BUILD_TESTING=OFF -D ZEL_SHELL=OFF -D ZEL_BENCH=OFF -D ZEL_ST
 installed="$temporary/installed"
 quietly cmake -S "$project" -B "$temporary/build" "${alone[@]}" -D ZEL_PLATFORM="$platform" \
     --trace-expand --trace-redirect="$temporary/trace"
-looked_for=$(sed -nE 's/.*\(([0-9]+)\):  (find_package|pkg_check_modules)\(([A-Za-z0-9_-]+) .*/\3/p' "$temporary/trace" |
-    sort -u)
+looked_for=$(sed -nE 's/.*\([0-9]+\):  (find_package|pkg_check_modules)\(([A-Za-z0-9_-]+) .*/\2/p' \
+    "$temporary/trace" | sort -u)
 [ "$looked_for" = LTTngUST ] || fail "CMake looks for more than the tracer: $looked_for"
 quietly cmake --build "$temporary/build"
 quietly cmake --install "$temporary/build" --prefix "$installed"
 needed=$(readelf --dynamic --wide "$installed/lib/libzel-core-term.so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort)
-diff -u --label expected --label needed - <(grep -vE '^(libc|ld-linux.*)\.so' <<<"$needed") <<'LINES' || fail "needed libraries"
+diff -u --label expected --label needed - <(grep -vE '^(libc|ld-linux.*)\.so' <<<"$needed") <<'LINES' ||
 libkiv_util.so
 libtn_zel_init.so
 libtn_zel_term.so
@@ -44,6 +45,7 @@ libzel_core_ic.so
 libzel_fmt.so
 libzel_init.so
 LINES
+    fail "needed libraries"
 [ -z "$(find "$installed" -name '*vok_cp*' -o -name 'zel-term-shell*')" ] || fail "more than the library is installed"
 
 # With the platform's own package, made of the installed templates, programs find both.
@@ -56,7 +58,7 @@ mv "$platform/zel_platform" "$platform/include"
 example=$project/examples/add_session.c
 calls() { # FOLDER: how the example runs with the libraries of the folder
     diff -u --label expected --label actual - \
-        <(LD_LIBRARY_PATH="$1:$platform/lib" "$temporary/example" 2>&1) <<'LINES' || fail "the example over another data plane"
+        <(LD_LIBRARY_PATH="$1:$platform/lib" "$temporary/example" 2>&1) <<'LINES' ||
 start: 0
 free id: 0
 vok_ip_ingress_association_create: 71
@@ -72,6 +74,7 @@ vok_ip_egress_association_delete: 72
 release: 0
 stop: 0
 LINES
+        fail "the example over another data plane"
 }
 export PKG_CONFIG_PATH=$installed/lib/pkgconfig:$platform/lib/pkgconfig
 options=()
@@ -82,7 +85,8 @@ calls "$installed/lib"
 program() { # FOLDER LINE...: a project that builds the example
     mkdir "$1"
     { printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(program LANGUAGES C CXX)' "${@:2}" \
-        "add_executable(example [[$example]])" 'target_link_libraries(example PRIVATE zel::core-term)'; } >"$1/CMakeLists.txt"
+        "add_executable(example [[$example]])" 'target_link_libraries(example PRIVATE zel::core-term)'
+    } >"$1/CMakeLists.txt"
 }
 program "$temporary/finder" 'find_package(zel-core-term 1 REQUIRED)'
 quietly cmake -S "$temporary/finder" -B "$temporary/finder/build" -G Ninja \
@@ -108,7 +112,7 @@ quietly cmake -S "$temporary/parent" -B "$temporary/parent/build" -D ZEL_STAND_I
 quietly cmake --build "$temporary/parent/build"
 quietly "$temporary/parent/build/example"
 quietly cmake --install "$temporary/parent/build" --prefix "$temporary/parent/installed"
-[ -z "$(find "$temporary/parent/installed" -name '*vok_cp*')" ] || fail "the stand-ins are installed without being asked for"
+[ -z "$(find "$temporary/parent/installed" -name '*vok_cp*')" ] || fail "the stand-ins are installed unasked"
 
 # A platform that differs from what the library fills and calls.
 differs() { # HEADER CHANGE MESSAGE

@@ -120,7 +120,7 @@ void refusals()
     zel_core_term_l2tp_control_connection_cfg_t l2tp{};
     zel_core_term_udp_session_capabilities_get(nullptr);
     zel_core_term_udp_session_cfg_get(no_id, &udp);
-    zel_core_term_udp_session_add(no_id, &udp, 1, 1, 1, 0, 0);
+    zel_core_term_udp_session_add(no_id, &udp, 1, 1, 1, 0, false);
     zel_core_term_udp_session_disconnect(no_id);
     zel_core_term_udp_session_release(no_id);
     zel_core_term_l2tp_control_connection_add(no_id, &l2tp, 1, 1, 1, 0, 0);

@@ -17,6 +17,18 @@ struct ranked_group {
     interest rank = usual;
 };
 
+using groups = std::map<std::vector<owner>, ranked_group>;
+
+std::vector<ranked_group> in_order_of_interest(groups by_owners)
+{
+    std::vector<ranked_group> ordered;
+    for (const interest rank : {troubled, beside_trouble, usual})
+        for (auto &[who, group] : by_owners)
+            if (group.rank == rank)
+                ordered.push_back(std::move(group));
+    return ordered;
+}
+
 std::string plural(owner::kind what)
 {
     return to_text(owner{what, 0}).substr(0, to_text(owner{what, 0}).rfind(' ')) + "s ";
@@ -72,7 +84,7 @@ std::uint64_t interface_of(const data_plane::object &object)
 std::vector<owner_group> most_interesting_groups(const data_plane &plane, const ownership &owners,
                                                  std::size_t objects_at_most)
 {
-    std::map<std::vector<owner>, ranked_group> by_owners;
+    groups by_owners;
     std::unordered_map<std::uint64_t, ranked_group *> by_handle;
     for (const auto &object : plane.objects) {
         std::vector<owner> who = owners.of(object);
@@ -115,10 +127,5 @@ std::vector<owner_group> most_interesting_groups(const data_plane &plane, const 
             one->rank = std::min(one->rank, beside_trouble);
     }
 
-    std::vector<ranked_group> ranked;
-    for (const interest rank : {troubled, beside_trouble, usual})
-        for (auto &[who, group] : by_owners)
-            if (group.rank == rank)
-                ranked.push_back(std::move(group));
-    return first_groups(std::move(ranked), objects_at_most);
+    return first_groups(in_order_of_interest(std::move(by_owners)), objects_at_most);
 }

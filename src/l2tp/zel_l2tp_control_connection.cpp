@@ -327,7 +327,8 @@ static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
     if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
                                              request.ids.tn_pcep_id, session_type::l2tp))
         return refusal;
-    const vok_bind_record record = with_dscp(ovlin_to_ipv4(request.ids), request.dscp);
+    vok_bind_record record = ovlin_to_ipv4(request.ids);
+    record.dscpRef = dscp_reference(request.dscp);
     TRACE_API_CALL("vok_bind" OVLIN_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id=%u, "
                    "tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.tn_ovlin_session_id,

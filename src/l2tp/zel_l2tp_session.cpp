@@ -117,7 +117,8 @@ static u32 l2tp_session_bind_ovlin_to_l2tp(const session_request &request)
         return refusal;
     l2tp_session_entry &entry = request.ids.entry();
     entry.src_flow_id = ovlin_flow_id(request.tn_pcep, request.ids.session);
-    const vok_bind_record record = with_dscp(ovlin_to_l2tp(entry), request.dscp);
+    vok_bind_record record = ovlin_to_l2tp(entry);
+    record.dscpRef = dscp_reference(request.dscp);
     TRACE_API_CALL("vok_bind" OVLIN_TO_L2TP ", srcFlowID=0x%08x, destFlowHandle=%p): tn_ovlin_session_id_session=%u, "
                    "l2tp_session_table_index=%u, tn_pcep_id=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.session, request.ids.index(),
@@ -130,7 +131,8 @@ static u32 l2tp_session_bind_l2tp_to_ipv4(const session_request &request)
     if (const u32 refusal = set_session_type(ZEL_HERE, request.session_type_flag, zel_handles->ovlin_flow_type,
                                              request.tn_pcep, session_type::l2tp))
         return refusal;
-    const vok_bind_record record = with_dscp(l2tp_to_ipv4(request.ids), request.dscp);
+    vok_bind_record record = l2tp_to_ipv4(request.ids);
+    record.dscpRef = dscp_reference(request.dscp);
     TRACE_API_CALL("vok_bind" L2TP_TO_IPV4 ", srcFlowID=0x%08x, destFlowHandle=%p): "
                    "tn_ovlin_session_id_control_conn=%u, l2tp_session_table_index=%u, dscp=%u",
                    record.srcFlowID, as_pointer(record.destFlowHandle), request.ids.control_conn, request.ids.index(),

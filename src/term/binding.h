@@ -50,11 +50,10 @@ inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, bindin
     return record;
 }
 
-/// The data plane reads the DSCP during the call only.
-inline vok_bind_record with_dscp(vok_bind_record record, const u8 &dscp)
+/// What a record's dscpRef is for a binding with that DSCP, which the data plane reads during the call only.
+inline u64 dscp_reference(const u8 &dscp)
 {
-    record.dscpRef = reinterpret_cast<u64>(&dscp);
-    return record;
+    return reinterpret_cast<u64>(&dscp);
 }
 
 inline u32 bind(trace_site site, const char *description, u64 instance, const vok_bind_record &record)

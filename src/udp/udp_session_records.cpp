@@ -1,5 +1,6 @@
 #include "udp/udp_session_records.h"
 
+#include <bit>
 #include <cstring>
 
 namespace zel {
@@ -10,7 +11,7 @@ constexpr u16 ipv4_egress_rules = 0x6E;
 constexpr u16 ipv6_ingress_rules = 0x672;
 constexpr u8 default_hop_limit = 128;
 
-/// An address in network byte order, or the part of it at `address`, as the data plane's host-order word.
+/// An IPv4 address in network byte order as the data plane's host-order word.
 u32 host_word(const u8 *address)
 {
     u32 word;
@@ -18,11 +19,20 @@ u32 host_word(const u8 *address)
     return __builtin_bswap32(word);
 }
 
+/// Puts eight bytes of an address there as two host-order words.
+void put_two_host_words(u8 *field, const u8 *address)
+{
+    u64 words;
+    std::memcpy(&words, address, sizeof words);
+    words = std::rotl(__builtin_bswap64(words), 32); // which leaves the words in their order
+    std::memcpy(field, &words, sizeof words);
+}
+
 /// Puts an IPv6 address into a record's field, of whatever type its 16 bytes are there.
 void put_host_words(void *field, const u8 *address)
 {
-    const u32 words[] = {host_word(address), host_word(address + 4), host_word(address + 8), host_word(address + 12)};
-    std::memcpy(field, words, sizeof words);
+    put_two_host_words(static_cast<u8 *>(field), address);
+    put_two_host_words(static_cast<u8 *>(field) + 8, address + 8);
 }
 
 } // namespace

@@ -187,7 +187,8 @@ static u32 udp_session_connect_ul(u32 udp_session_id, u32 tn_ul_pcep_id, u8 dscp
 
     udp_session_entry &entry = udp_session_table[udp_session_id];
     const u32 flow_id = ovlin_flow_id(tn_ul_pcep_id, udp_session_id);
-    const vok_bind_record record = with_dscp(uplink_binding(entry, flow_id), dscp);
+    vok_bind_record record = uplink_binding(entry, flow_id);
+    record.dscpRef = dscp_reference(dscp);
     const u32 result = bind(ZEL_HERE, "vok_bind" UPLINK_BINDING, udp_handles->vok_instance, record);
     if (result == ZEL_CORE_TERM_SUCCESS)
         entry.ul_flow_id = flow_id;

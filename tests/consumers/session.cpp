@@ -11,7 +11,7 @@ int main()
     inet_pton(AF_INET6, "2001:db8::1", cfg.local_addr);
     inet_pton(AF_INET6, "2001:db8:7::7", cfg.remote_addr);
     std::cout << "start: " << zel_core_term_start() << '\n';
-    std::cout << "add: " << zel_core_term_udp_session_add(1, &cfg, 1, 2, 5, 46, 0) << '\n';
+    std::cout << "add: " << zel_core_term_udp_session_add(1, &cfg, 1, 2, 5, 46, false) << '\n';
     vok_cp_sim_walk_objects(
         [](void *, const vok_cp_sim_object_t *object) {
             std::cout << "object 0x" << std::hex << object->handle << std::dec << ": kind " << object->kind

@@ -23,8 +23,8 @@ uint32_t zel_core_term_udp_session_fmt_stats_get(uint32_t, char *, uint32_t, uin
 uint32_t zel_core_term_l2tp_control_connection_add(uint32_t, zel_core_term_l2tp_control_connection_cfg_t *, uint32_t,
                                                    uint32_t, uint32_t, uint8_t, uint8_t);
 uint32_t zel_core_term_l2tp_control_connection_modify(uint32_t, uint32_t *, uint32_t,
-                                                      zel_core_term_l2tp_control_connection_cfg_t *, uint32_t,
-                                                      uint32_t, uint8_t, uint8_t, uint8_t *, uint8_t);
+                                                      zel_core_term_l2tp_control_connection_cfg_t *, uint32_t, uint32_t,
+                                                      uint8_t, uint8_t, uint8_t *, uint8_t);
 uint32_t zel_core_term_l2tp_session_add(uint8_t, uint8_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint8_t);
 uint32_t zel_l2tp_session_modify_bind_part(uint32_t, uint32_t, uint32_t, uint8_t);
 uint32_t zel_ovlin_session_handler_set_session_type(uint64_t, uint32_t, uint32_t);

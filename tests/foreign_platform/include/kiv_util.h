@@ -4,4 +4,4 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-const char *kiv_util_init_rc_str_get(uint32_t);
+    const char *kiv_util_init_rc_str_get(uint32_t);

@@ -1,4 +1,4 @@
-/* A data plane as another maker would declare it: no const, its own names where none are settled, a versioned library. */
+/* A data plane as another maker would declare it: without const, and with names of its own where none are settled. */
 #pragma once
 #include <stdint.h>
 

@@ -9,4 +9,5 @@ typedef struct ovlin_capabilities_t {
 #ifdef __cplusplus
 extern "C"
 #endif
-uint32_t zel_core_ic_ovlin_capabilities_get(ovlin_capabilities_t *);
+    uint32_t
+    zel_core_ic_ovlin_capabilities_get(ovlin_capabilities_t *);

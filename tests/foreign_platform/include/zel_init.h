@@ -9,4 +9,5 @@ typedef struct zel_handles_t {
 #ifdef __cplusplus
 extern "C"
 #endif
-uint32_t zel_init_attach(zel_handles_t *);
+    uint32_t
+    zel_init_attach(zel_handles_t *);
