@@ -1,5 +1,6 @@
 #include "zel_core_term/zel_term.h"
 
+#include "term/platform.h"
 #include "term/tick.h"
 #include "term/zel_trace.h"
 #include "zel_core_term/zel_l2tp_control_connection.h"
