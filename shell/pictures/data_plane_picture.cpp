@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <map>
+#include <ranges>
 #include <utility>
 #include <vector>
 
-#include "data_plane_layout.h"
 #include "graphviz.h"
 #include "owner_groups.h"
 #include "picture_style.h"
@@ -14,390 +15,222 @@
 namespace {
 
 using graphviz::escaped;
-using graphviz::number;
 using style::in_bold;
 using style::in_colour;
-using column = data_plane_layout::column;
 
 constexpr std::size_t objects_at_most = 200; ///< many more nobody looks through
-constexpr double font_size = 10, line_height = 13;
+
+/// As packets come in from the network.
+enum rank { network, association, interface, l2tpv3_flow };
 
 struct look {
-    const char *shape, *outlines, *fill, *border;
+    rank where;
+    bool is_ingress;
+    const char *attributes;
 };
 
-constexpr char in_fill[] = "#e4eefb", in_border[] = "#6f9bd1"; ///< of what packets from the network come to
-constexpr char out_fill[] = "#e5f4e7", out_border[] = "#6fae7c";
-
-look look_of(vok_cp_sim_kind_t kind)
+const look &look_of(vok_cp_sim_kind_t kind)
 {
+    static const look in{association, true, R"(fillcolor="#e4eefb", color="#6f9bd1")"},
+        out{association, false, R"(fillcolor="#e5f4e7", color="#6fae7c")"},
+        on{interface, true, R"(fillcolor="#eee8f7", color="#9c86c4", shape=component)"},
+        flow_in{l2tpv3_flow, true, R"(fillcolor="#e4eefb", color="#6f9bd1", style="rounded,filled")"},
+        flow_out{l2tpv3_flow, false, R"(fillcolor="#e5f4e7", color="#6fae7c", style="rounded,filled")"};
     switch (kind) {
+    case VOK_CP_SIM_L2TPV3_INTERFACE: return on;
+    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: return flow_in;
+    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: return flow_out;
     case VOK_CP_SIM_IPV4_INGRESS:
-    case VOK_CP_SIM_IPV6_INGRESS: return {"box", "filled", in_fill, in_border};
-    case VOK_CP_SIM_IPV4_EGRESS:
-    case VOK_CP_SIM_IPV6_EGRESS: return {"box", "filled", out_fill, out_border};
-    case VOK_CP_SIM_L2TPV3_INTERFACE: return {"component", "filled", "#eee8f7", "#9c86c4"};
-    case VOK_CP_SIM_L2TPV3_INGRESS_FLOW: return {"box", "rounded,filled", in_fill, in_border};
-    case VOK_CP_SIM_L2TPV3_EGRESS_FLOW: return {"box", "rounded,filled", out_fill, out_border};
+    case VOK_CP_SIM_IPV6_INGRESS: return in;
+    default: return out;
     }
-    return {"box", "filled", "white", style::line};
 }
 
-/// What a node says.
-struct node_text {
-    std::string heading, handle;
-    std::vector<std::string> lines;
-    std::string faint_line;
+/// Behind other attributes, in their place.
+constexpr char in_alarm[] = R"(, color="#c62828", fontcolor="#c62828", penwidth=2)";
 
-    std::string html() const
-    {
-        std::string all = handle.empty() ? in_bold(heading) : style::as_heading(heading) + escaped(handle);
-        for (const std::string &line : lines)
-            all += "<br/>" + escaped(line);
-        return all + (faint_line.empty() ? "" : "<br/>" + in_colour(style::faint_ink, escaped(faint_line)));
-    }
-
-    /// With a margin around it. A heading's bold letters are wider.
-    data_plane_layout::size size() const
-    {
-        std::size_t longest = std::max(faint_line.size(), heading.size() * 11 / 10 + 2 + handle.size());
-        for (const std::string &line : lines)
-            longest = std::max(longest, line.size());
-        const std::size_t count = 1 + lines.size() + (faint_line.empty() ? 0 : 1);
-        return {static_cast<double>(longest) * 0.6 * font_size + 14, static_cast<double>(count) * line_height + 9};
-    }
-};
-
-node_text text_of(const data_plane::object &object)
+std::string quoted(const std::string &text)
 {
-    node_text text{kind_name(object.kind), handle_text(object.handle), {}, header_text(object)};
-    if (object.header.ip_version == 0)
-        return text;
-    const std::string both = from_to(object.header);
-    const std::size_t arrow = both.find(" -> ");
-    if (both.size() > 60 && arrow != std::string::npos)
-        text.lines = {both.substr(0, arrow), both.substr(arrow + 1)};
-    else
-        text.lines = {both};
-    return text;
+    return '"' + text + '"';
 }
 
-/// "ovlin 0x00200005" above "pcep 2, session 5"
-node_text text_of_ovlin_flow(std::uint32_t id)
+bool is_udp_session(const owner_group &group)
 {
-    const std::string both = ovlin_flow_text(id);
-    const std::size_t bracket = both.find(" (");
-    if (bracket == std::string::npos)
-        return {both, "", {}, ""};
-    return {both.substr(0, bracket), "", {}, both.substr(bracket + 2, both.size() - bracket - 3)};
+    return !group.owners.empty() && group.owners.front().what == owner::kind::udp_session;
 }
 
-std::string label_of(const data_plane::binding &binding)
+std::string name_of(const dangling_handle &dangling)
 {
-    std::string label = bind_kind_text(binding.record) + " " + direction_text(binding.record);
-    if (binding.has_dscp)
-        label += ", dscp " + std::to_string(binding.dscp);
-    return escaped(label);
-}
-
-struct point {
-    double x, y;
-};
-
-/// A line from one point to another, level first as far as `level_to`, then in a bend.
-std::vector<point> way(point from, double level_to, point to)
-{
-    const point knee{level_to, from.y};
-    const double third = (knee.x - from.x) / 3, middle = (knee.x + to.x) / 2;
-    return {
-        from, {from.x + third, from.y}, {knee.x - third, from.y}, knee, {middle, from.y}, {middle, to.y}, to,
-    };
-}
-
-std::vector<point> reversed(std::vector<point> points)
-{
-    std::ranges::reverse(points);
-    return points;
-}
-
-/// Graphviz's form of a line, with an arrow's head at its last point.
-std::string spline_of(std::vector<point> points)
-{
-    const auto in_text = [](const point &p) { return number(p.x) + "," + number(-p.y); };
-    constexpr double head_length = 7;
-    const point tip = points.back();
-    points.back().x += points[points.size() - 2].x < tip.x ? -head_length : head_length;
-    std::string text = "e," + in_text(tip);
-    for (const point &p : points)
-        text += ' ' + in_text(p);
-    return text;
-}
-
-/// What all L2TPv3 packets pass, what nobody owns, the rest of L2TP, UDP.
-std::vector<owner_group> in_reading_order(std::vector<owner_group> groups)
-{
-    const auto place = [](const owner_group &group) {
-        if (group.owners.empty())
-            return 1;
-        const owner::kind first = group.owners.front().what;
-        return first == owner::kind::library ? 0 : first == owner::kind::udp_session ? 3 : 2;
-    };
-    std::ranges::sort(groups, {}, [&](const owner_group &group) { return std::pair(place(group), group.owners); });
-    return groups;
+    return dangling.field + " " + handle_text(dangling.handle) + " of " + to_text(dangling.holder);
 }
 
 class data_plane_picture {
 public:
     data_plane_picture(const data_plane &plane, const ownership &owners)
-        : plane_(plane), owners_(owners),
-          groups_(in_reading_order(most_interesting_groups(plane, owners, objects_at_most))), texts_(texts()),
-          layout_(plane, owners, groups_, [this](const std::string &name) { return texts_.at(name).size(); })
+        : plane_(plane), owners_(owners), groups_(most_interesting_groups(plane, owners, objects_at_most))
     {
     }
 
-    void draw(const std::string &file)
+    std::string dot()
     {
-        for (std::size_t i = 0; i < groups_.size(); ++i)
-            draw(groups_[i], layout_.frame(i));
-        draw_ovlin_flows();
         for (const owner_group &group : groups_)
             for (const auto *object : group.objects)
-                draw_from_interface(*object);
-        for (const auto *binding : layout_.bindings()) {
-            const std::string from = source_text(binding->record), to = destination_text(binding->record);
-            if (layout_.nodes().at(from).where == column::association)
-                ++associations_at_[to];
-            if (layout_.nodes().at(to).where == column::association)
-                ++associations_at_[from];
-        }
-        for (const bool is_owned : {true, false}) // what nobody owns is above all else
-            for (const auto *binding : layout_.bindings())
-                if (owners_.of(*binding).empty() != is_owned)
-                    draw(*binding, is_owned);
-        draw_title();
-        graph_.render("nop2", file);
+                drawn_[object->handle] = look_of(object->kind).where;
+        const bool has_l2tpv3 = std::ranges::any_of(drawn_, [](const auto &one) { return one.second > association; });
+        drawn_[0] = has_l2tpv3 ? l2tpv3_flow + 1 : association + 1; // the ovlin flows
+        // What nothing joins stands from the bottom upwards.
+        std::ranges::reverse(std::ranges::stable_partition(groups_, std::not_fn(is_udp_session)));
+        for (const owner_group &group : groups_)
+            draw(group);
+        for (const auto &binding : plane_.bindings)
+            draw(binding);
+        spread();
+        return style::head + "graph [rankdir=LR, ranksep=0.3, nodesep=0.15, labelloc=t, labeljust=l, label=<" +
+               title() + ">];\nnode [shape=box, style=filled, margin=\"0.12,0.05\"];\n" + graph_ + "}";
     }
 
 private:
-    /// Of all nodes that there may be, by name.
-    std::map<std::string, node_text> texts() const
+    /// What nothing joins stands in columns: an edge that is not seen leads from one group to that beside it.
+    void spread()
     {
-        std::map<std::string, node_text> all;
-        for (const owner_group &group : groups_) {
-            for (const auto *object : group.objects) {
-                all[data_plane_layout::name_of(*object)] = text_of(*object);
-                const std::uint32_t vrf = object->header.vrf_id;
-                all[data_plane_layout::name_of_network(group, vrf)] = {"network", "", {}, "vrf " + std::to_string(vrf)};
-            }
-            for (const auto *dangling : group.dangling)
-                all[data_plane_layout::name_of(*dangling)] = {
-                    dangling->field, handle_text(dangling->handle), {"not there"}, ""};
-        }
-        for (const auto &binding : plane_.bindings)
-            for (const auto &[handle, id] : {std::pair(binding.record.srcFlowHandle, binding.record.srcFlowID),
-                                             std::pair(binding.record.destFlowHandle, binding.record.dstFlowID)})
-                if (handle == 0)
-                    all[data_plane_layout::name_of_ovlin_flow(id)] = text_of_ovlin_flow(id);
-        return all;
+        std::vector<std::string> separate;
+        for (const owner_group &group : groups_ | std::views::reverse)
+            if (group.objects.empty())
+                separate.push_back(name_of(*group.dangling.front()));
+            else if (is_udp_session(group))
+                separate.push_back(handle_text(group.objects.front()->handle));
+        const auto rows =
+            static_cast<std::size_t>(std::max(5.0, std::ceil(2 * std::sqrt(static_cast<double>(separate.size())))));
+        for (std::size_t i = rows; i < separate.size(); ++i)
+            draw_edge({separate[i - rows], 0}, {separate[i], drawn_.at(0) + 1}, "style=invis, weight=0");
     }
 
-    graphviz::attributes at_its_place(const std::string &name, graphviz::attributes attributes) const
+    void draw_node(const std::string &name, const std::string &label, const std::string &attributes)
     {
-        const auto &[where, y, height] = layout_.nodes().at(name);
-        attributes["label"] = texts_.at(name).html();
-        attributes.merge(graphviz::placed((layout_.left(where) + layout_.right(where)) / 2, y,
-                                          layout_.right(where) - layout_.left(where), height));
-        return attributes;
+        graph_ += quoted(name) + " [label=<" + label + ">, " + attributes + "];\n";
     }
 
-    void draw(const owner_group &group, const data_plane_layout::box &frame)
+    /// From left to right, whichever way it leads.
+    void draw_edge(std::pair<std::string, int> tail, std::pair<std::string, int> head, const std::string &attributes)
+    {
+        const bool leads_back = tail.second > head.second;
+        if (leads_back)
+            std::swap(tail, head);
+        graph_ += quoted(tail.first) + ":e -> " + quoted(head.first) + ":w [" + attributes +
+                  ", minlen=" + std::to_string(head.second - tail.second) + (leads_back ? ", dir=back];\n" : "];\n");
+    }
+
+    void draw(const owner_group &group)
     {
         const bool is_owned = !group.owners.empty();
-        std::string title = group.title();
-        const auto room = static_cast<std::size_t>((frame.right - frame.left) / (0.64 * (font_size + 1)));
-        if (title.size() > room)
-            title = title.substr(0, room - 1) + "…";
-        const auto title_width = static_cast<long>(title.size()) * 8;
-        auto box = graph_.add_cluster(
-            {{"label", R"(<table border="0" cellpadding="0"><tr><td align="left" width=")" +
-                           std::to_string(title_width) + R"(">)" + in_bold(title) + "</td></tr></table>"},
-             {"bb",
-              number(frame.left) + "," + number(-frame.bottom) + "," + number(frame.right) + "," + number(-frame.top)},
-             {"lp", number(frame.left + 8 + static_cast<double>(title_width) / 2) + "," +
-                        number(-frame.top - data_plane_layout::title_height / 2)},
-             {"style", "rounded,filled"},
-             {"fillcolor", is_owned ? "#f1f3f6" : style::alarm_fill},
-             {"color", is_owned ? "#cdd5de" : style::alarm},
-             {"fontcolor", is_owned ? style::ink : style::alarm}});
+        graph_ += "subgraph " + quoted("cluster " + std::to_string(++clusters_)) + " {\ngraph [label=<" +
+                  in_bold(group.title()) + R"(>, style="rounded,filled", fillcolor=")" +
+                  (is_owned ? R"(#f1f3f6", color="#cdd5de"])" : style::alarm_fill + '"' + in_alarm + ']') + ";\n";
+        std::pair<std::string, int> first{"", l2tpv3_flow};
         for (const auto *object : group.objects) {
-            const look as = look_of(object->kind);
-            const std::string name = data_plane_layout::name_of(*object);
-            box.node(name, at_its_place(name, {{"shape", as.shape},
-                                               {"style", as.outlines},
-                                               {"fillcolor", is_owned ? as.fill : "white"},
-                                               {"color", is_owned ? as.border : style::alarm},
-                                               {"fontcolor", is_owned ? style::ink : style::alarm},
-                                               {"penwidth", is_owned ? "1" : "2"}}));
-            if (data_plane_layout::column_of(object->kind) == column::association)
-                draw_network(*object, group);
+            draw(*object, is_owned);
+            first = std::min(first, {handle_text(object->handle), look_of(object->kind).where},
+                             [](const auto &a, const auto &b) { return a.second < b.second; });
         }
-        for (const auto *dangling : group.dangling) {
-            const std::string name = data_plane_layout::name_of(*dangling);
-            box.node(name, at_its_place(name, {{"style", "dashed,filled"},
-                                               {"fillcolor", "white"},
-                                               {"color", style::alarm},
-                                               {"fontcolor", style::alarm}}));
+        for (const auto *object : group.objects) // in a cluster only its own edges make ranks
+            if (const rank where = look_of(object->kind).where; where > first.second)
+                draw_edge(first, {handle_text(object->handle), where}, "style=invis, weight=0");
+        for (const auto *dangling : group.dangling)
+            draw_node(name_of(*dangling),
+                      in_bold(dangling->field) + style::gap + handle_text(dangling->handle) + "<br/>not there",
+                      std::string(R"(style="dashed,filled", fillcolor=white)") + in_alarm);
+        graph_ += "}\n";
+        for (const auto *object : group.objects)
+            draw_source(*object);
+    }
+
+    void draw(const data_plane::object &object, bool is_owned)
+    {
+        std::string label = in_bold(kind_name(object.kind)) + style::gap + handle_text(object.handle);
+        if (object.header.ip_version != 0)
+            label += "<br/>" + escaped(from_to(object.header));
+        if (const std::string header = header_text(object); !header.empty())
+            label += "<br/>" + in_colour(style::faint_ink, escaped(header));
+        draw_node(handle_text(object.handle), label,
+                  look_of(object.kind).attributes + (is_owned ? "" : std::string(in_alarm) + ", fillcolor=white"));
+    }
+
+    /// Beside the bindings packets come from or go to the network, and from the interface that a flow was created on.
+    void draw_source(const data_plane::object &object)
+    {
+        const auto &[where, is_ingress, attributes] = look_of(object.kind);
+        const std::pair<std::string, int> end{handle_text(object.handle), where};
+        if (where == association) {
+            const std::string vrf = "vrf " + std::to_string(object.header.vrf_id);
+            const std::pair<std::string, int> source{"network of " + std::to_string(clusters_) + " in " + vrf, network};
+            draw_node(source.first, in_bold("network") + "<br/>" + vrf, "style=\"\", color=none");
+            draw_edge(is_ingress ? source : end, is_ingress ? end : source, "color=\"#8895a4\"");
+        } else if (const std::uint64_t handle = interface_of(object); handle != 0 && drawn_.contains(handle)) {
+            draw_edge({handle_text(handle), interface}, end, "color=\"#b4bfcb\"");
         }
     }
 
-    /// Where an association's packets come from or go to.
-    void draw_network(const data_plane::object &object, const owner_group &group)
+    void draw(const data_plane::binding &binding)
     {
-        const std::string network = data_plane_layout::name_of_network(group, object.header.vrf_id);
-        const std::string association = data_plane_layout::name_of(object);
-        graph_.node(network, at_its_place(network, {{"fontcolor", style::faint_ink}}));
-        const point at_network{layout_.right(column::network), layout_.nodes().at(network).y};
-        const point at_association{layout_.left(column::association), layout_.nodes().at(association).y};
-        const std::vector<point> inwards = way(at_network, at_network.x, at_association);
-        if (object.kind == VOK_CP_SIM_IPV4_INGRESS || object.kind == VOK_CP_SIM_IPV6_INGRESS)
-            draw_arrow(network, association, inwards, {{"color", style::line}});
-        else
-            draw_arrow(association, network, reversed(inwards), {{"color", style::line}});
-    }
-
-    void draw_ovlin_flows()
-    {
-        for (const auto &[name, placed] : layout_.nodes())
-            if (placed.where == column::ovlin_flow)
-                graph_.node(
-                    name,
-                    at_its_place(name, {{"style", "rounded,filled"}, {"fillcolor", "#fcf1da"}, {"color", "#cfa24a"}}));
-    }
-
-    /// No binding leads from the interface to its flows: they were created on it.
-    void draw_from_interface(const data_plane::object &object)
-    {
-        const std::string interface = handle_text(interface_of(object)), flow = data_plane_layout::name_of(object);
-        const auto found = layout_.nodes().find(interface);
-        if (found == layout_.nodes().end())
+        const vok_bind_record &r = binding.record;
+        const auto source = drawn_.find(r.srcFlowHandle), destination = drawn_.find(r.destFlowHandle);
+        if (source == drawn_.end() || destination == drawn_.end())
             return;
-        const point from{layout_.right(column::interface), found->second.y};
-        const point to{layout_.left(column::l2tpv3_flow), layout_.nodes().at(flow).y};
-        draw_arrow(interface, flow, reversed(way(to, to.x - data_plane_layout::label_width, from)),
-                   {{"color", "#b4bfcb"}});
+        const std::string from = source_text(r), to = destination_text(r);
+        for (const std::string &name : {from, to})
+            if (const std::size_t gap = name.find(" ("); gap != std::string::npos) // of an ovlin flow
+                draw_node(name,
+                          in_bold(name.substr(0, gap)) + "<br/>" +
+                              in_colour(style::faint_ink, name.substr(gap + 2, name.size() - gap - 3)),
+                          R"(style="rounded,filled", fillcolor="#fcf1da", color="#cfa24a")");
+        ++bindings_;
+        const std::string dscp = binding.has_dscp ? ", dscp " + std::to_string(binding.dscp) : "";
+        draw_edge({from, source->second}, {to, destination->second},
+                  "label=<" + bind_kind_text(r) + " " + direction_text(r) + dscp + ">, color=\"" + style::faint_ink +
+                      '"' + (owners_.of(binding).empty() ? in_alarm : ""));
     }
 
-    /// The label stands on the level part of the line, at the end that has the fewer bindings.
-    void draw(const data_plane::binding &binding, bool is_owned)
+    std::string title() const
     {
-        const std::string from = source_text(binding.record), to = destination_text(binding.record);
-        const auto &source = layout_.nodes().at(from), &destination = layout_.nodes().at(to);
-        const bool rightwards = source.where < destination.where;
-        const auto &at_left = rightwards ? source : destination, &at_right = rightwards ? destination : source;
-        const point left_end{layout_.right(at_left.where), at_left.y};
-        const point right_end{layout_.left(at_right.where), at_right.y};
-
-        // Beside an ovlin flow lines may bend to other rows, and labels keep off.
-        constexpr double label_width = data_plane_layout::label_width, bend_width = data_plane_layout::bend_width;
-        const bool at_ovlin_flow = at_right.where == column::ovlin_flow;
-        const bool from_association = at_left.where == column::association;
-        const bool has_own_row =
-            !at_ovlin_flow || at_left.y == at_right.y || associations_at_[rightwards ? to : from] == 1;
-        const bool label_at_left =
-            at_left.where == column::l2tpv3_flow || at_right.where == column::interface || !has_own_row;
-        const point labelled = label_at_left ? left_end : right_end;
-        double level_to =
-            label_at_left ? labelled.x + label_width : labelled.x - label_width - (at_ovlin_flow ? bend_width : 0);
-        if (from_association && at_ovlin_flow && !label_at_left) // goes on past the flows
-            level_to = std::clamp(layout_.left(column::l2tpv3_flow) - label_width, left_end.x, level_to);
-        std::vector<point> points =
-            label_at_left ? way(left_end, level_to, right_end) : way(right_end, level_to, left_end);
-        if (label_at_left != rightwards)
-            points = reversed(points);
-
-        constexpr double padding = data_plane_layout::padding;
-        const double label_x = label_at_left   ? labelled.x + (label_width + padding) / 2
-                               : at_ovlin_flow ? labelled.x - bend_width - (label_width - padding) / 2
-                                               : labelled.x - (label_width + padding) / 2;
-        draw_arrow(from, to, std::move(points),
-                   {{"label", label_of(binding)},
-                    {"lp", number(label_x) + "," + number(-labelled.y + 7)},
-                    {"color", is_owned ? style::faint_ink : style::alarm},
-                    {"fontcolor", is_owned ? style::ink : style::alarm},
-                    {"penwidth", is_owned ? "1" : "2"}});
-    }
-
-    void draw_arrow(const std::string &from, const std::string &to, std::vector<point> points,
-                    graphviz::attributes attributes)
-    {
-        attributes["pos"] = spline_of(std::move(points));
-        graph_.edge(from, to, attributes);
-    }
-
-    void draw_title()
-    {
-        std::vector<std::string> lines = {R"(<font point-size="16">)" + in_bold("Data plane") + "</font>"};
-        const auto add = [&](const char *colour, const std::string &line) {
-            lines.push_back(in_colour(colour, escaped(line)));
+        std::string text = style::title("Data plane");
+        const auto add = [&](const std::string &colour, const std::string &line) {
+            text += R"(<br align="left"/>)" + in_colour(colour, line);
         };
-        const bool is_empty = plane_.objects.empty() && plane_.bindings.empty();
-        add(style::ink, is_empty ? "the data plane is empty" : plane_.counts());
         const auto ownerless = [this](const auto &all) {
             return std::ranges::count_if(all, [this](const auto &one) { return owners_.of(one).empty(); });
         };
+        const auto counts = [](auto objects, auto bindings) {
+            return std::to_string(objects) + " of the objects, " + std::to_string(bindings) + " of the bindings";
+        };
+        const bool is_empty = plane_.objects.empty() && plane_.bindings.empty();
+        add(style::ink, is_empty ? "the data plane is empty" : plane_.counts());
         const auto objects = ownerless(plane_.objects), bindings = ownerless(plane_.bindings);
         if (objects + bindings != 0)
-            add(style::alarm, "owned by nobody: " + std::to_string(objects) + " of the objects, " +
-                                  std::to_string(bindings) + " of the bindings");
-        if (!owners_.dangling().empty())
-            add(style::alarm, "handles in tables that name nothing: " + std::to_string(owners_.dangling().size()));
-        std::size_t objects_left_out = plane_.objects.size(), handles_left_out = owners_.dangling().size();
-        for (const owner_group &group : groups_) {
-            objects_left_out -= group.objects.size();
+            add(style::alarm, "owned by nobody: " + counts(objects, bindings));
+        std::size_t handles_left_out = owners_.dangling().size();
+        if (handles_left_out != 0)
+            add(style::alarm, "handles in tables that name nothing: " + std::to_string(handles_left_out));
+        for (const owner_group &group : groups_)
             handles_left_out -= group.dangling.size();
-        }
-        if (objects_left_out != 0)
-            add(style::warning, "left out of the picture: " + std::to_string(objects_left_out) + " of the objects, " +
-                                    std::to_string(plane_.bindings.size() - layout_.bindings().size()) +
-                                    " of the bindings");
+        if (const std::size_t left_out = plane_.objects.size() + 1 - drawn_.size(); left_out != 0)
+            add(style::warning, "left out of the picture: " + counts(left_out, plane_.bindings.size() - bindings_));
         if (handles_left_out != 0)
             add(style::warning, "left out of the picture: " + std::to_string(handles_left_out) + " of these handles");
-
-        const double width = 380, height = 10 + 16 * static_cast<double>(lines.size());
-        std::string table = R"(<table border="0" cellborder="0" cellspacing="0" cellpadding="1">)";
-        for (const std::string &line : lines)
-            table += R"(<tr><td align="left" width=")" + std::to_string(std::lround(width) - 2) + R"(">)" + line +
-                     "</td></tr>";
-        graphviz::attributes title{{"label", table + "</table>"}, {"fontsize", "11"}};
-        title.merge(graphviz::placed(width / 2, -height / 2 - 12, width, height));
-        graph_.node("title", title);
+        return text + R"(<br align="left"/>)";
     }
 
     const data_plane &plane_;
     const ownership &owners_;
     std::vector<owner_group> groups_;
-    std::map<std::string, node_text> texts_;
-    data_plane_layout layout_;
-    std::map<std::string, int> associations_at_; ///< how many are bound to a node
-    graphviz::graph graph_{{{"bgcolor", style::ground},
-                            {"fontname", style::font},
-                            {"fontsize", number(font_size + 1)},
-                            {"pad", "0.3"},
-                            {"outputorder", "nodesfirst"}},
-                           {{"fontname", style::font},
-                            {"fontsize", number(font_size)},
-                            {"fontcolor", style::ink},
-                            {"shape", "box"},
-                            {"style", ""},
-                            {"color", "transparent"},
-                            {"fixedsize", "true"},
-                            {"margin", "0"}},
-                           {{"fontname", style::font}, {"fontsize", "9"}, {"arrowsize", "0.7"}}};
+    std::map<std::uint64_t, int> drawn_; ///< ranks, by handle; 0 is an ovlin flow
+    int clusters_ = 0;
+    std::size_t bindings_ = 0;
+    std::string graph_;
 };
 
 } // namespace
 
 void draw_data_plane(const data_plane &plane, const ownership &owners, const std::string &file)
 {
-    data_plane_picture(plane, owners).draw(file);
+    graphviz::render(data_plane_picture(plane, owners).dot(), file);
 }

@@ -7,16 +7,18 @@
 
 namespace style {
 
-inline constexpr char ground[] = "#fcfcfa";
-inline constexpr char ink[] = "#1f2933";
-inline constexpr char faint_ink[] = "#5f6c7b";
-inline constexpr char line[] = "#8895a4";
-inline constexpr char alarm[] = "#c62828"; ///< failures, undos, and what nobody owns
-inline constexpr char alarm_fill[] = "#fdeceb";
-inline constexpr char warning[] = "#a85b00";
-inline constexpr char font[] = "Helvetica"; ///< an SVG then names sans-serif for where there is none
+inline const std::string ink = "#1f2933", faint_ink = "#5f6c7b", warning = "#a85b00",
+                         alarm = "#c62828", ///< failures, undos, and what nobody owns
+    alarm_fill = "#fdeceb";
 
-/// Between texts of different styles, at the end of the first: blanks before a text are dropped by viewers of SVG.
+/// What every picture begins with. An SVG names sans-serif for where there is no Helvetica.
+inline const std::string head = R"(digraph picture {
+graph [bgcolor="#fcfcfa", fontname="Helvetica", fontsize=11, pad=0.3];
+node [fontname="Helvetica", fontsize=10, fontcolor="#1f2933"];
+edge [fontname="Helvetica", fontsize=9, fontcolor="#1f2933", arrowsize=0.7];
+)";
+
+/// Between texts of different styles: viewers of SVG drop blanks.
 inline const std::string gap = "&#160;&#160;";
 
 inline std::string in_bold(const std::string &text)
@@ -24,15 +26,14 @@ inline std::string in_bold(const std::string &text)
     return "<b>" + graphviz::escaped(text) + "</b>";
 }
 
-/// In bold, with text after it.
-inline std::string as_heading(const std::string &text)
-{
-    return "<b>" + graphviz::escaped(text) + gap + "</b>";
-}
-
 inline std::string in_colour(const std::string &colour, const std::string &html)
 {
     return R"(<font color=")" + colour + R"(">)" + html + "</font>";
+}
+
+inline std::string title(const std::string &text)
+{
+    return R"(<font point-size="16">)" + in_bold(text) + "</font>";
 }
 
 } // namespace style
