@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <ranges>
@@ -9,8 +10,6 @@
 #include <vector>
 
 #include "graphviz.h"
-#include "owner_groups.h"
-#include "picture_style.h"
 
 namespace {
 
@@ -54,6 +53,73 @@ std::string quoted(const std::string &text)
     return '"' + text + '"';
 }
 
+/// What the same owners own.
+struct owner_group {
+    std::vector<owner> owners; ///< none: what nobody owns
+    std::vector<const data_plane::object *> objects;
+    std::vector<const dangling_handle *> dangling;
+    bool is_troubled = false; ///< has to do with what nobody owns, or with a handle that names nothing
+};
+
+std::string title_of(const std::vector<owner> &owners)
+{
+    constexpr std::size_t names_at_most = 4;
+    std::string text = owners.empty() ? "owned by nobody" : owners.size() == 1 ? "" : "shared by ";
+    for (std::size_t i = 0; i < owners.size() && i < names_at_most; ++i)
+        text += (i == 0 ? "" : ", ") + to_text(owners[i]);
+    return owners.size() <= names_at_most ? text
+                                          : text + " and " + std::to_string(owners.size() - names_at_most) + " more";
+}
+
+/// The L2TPv3 ingress interface that an ingress flow was created on, or 0.
+std::uint64_t interface_of(const data_plane::object &object)
+{
+    vok_l2tpv3_ingress_flow_record record;
+    if (object.kind != VOK_CP_SIM_L2TPV3_INGRESS_FLOW || object.record.size() != sizeof record)
+        return 0;
+    std::memcpy(&record, object.record.data(), sizeof record);
+    return record.ingressInterfaceHandle;
+}
+
+/// The groups, up to so many objects: first those that are troubled, then the others by owner.
+std::vector<owner_group> most_interesting_groups(const data_plane &plane, const ownership &owners)
+{
+    std::map<std::vector<owner>, owner_group> by_owners;
+    std::map<std::uint64_t, owner_group *> by_handle;
+    for (const auto &object : plane.objects) {
+        const std::vector<owner> who = owners.of(object);
+        owner_group &owning = by_owners[who];
+        owning.owners = who;
+        owning.is_troubled |= who.empty();
+        owning.objects.push_back(&object);
+        by_handle[object.handle] = &owning;
+    }
+    for (const auto &handle : owners.dangling()) {
+        owner_group &holding = by_owners[{handle.holder}];
+        holding.owners = {handle.holder};
+        holding.dangling.push_back(&handle);
+        holding.is_troubled = true;
+    }
+    for (const auto &binding : plane.bindings)
+        if (owners.of(binding).empty())
+            for (const std::uint64_t handle : {binding.record.srcFlowHandle, binding.record.destFlowHandle})
+                if (const auto end = by_handle.find(handle); end != by_handle.end())
+                    end->second->is_troubled = true;
+
+    std::vector<owner_group> first;
+    std::size_t room = objects_at_most;
+    for (const bool troubled_ones : {true, false})
+        for (auto &[who, group] : by_owners)
+            if (group.is_troubled == troubled_ones && room != 0) {
+                if (who.empty()) // of what nobody owns a part is better than nothing
+                    group.objects.resize(std::min(group.objects.size(), room));
+                // A dangling handle takes as much room as an object.
+                room -= std::min(room, group.objects.size() + group.dangling.size());
+                first.push_back(std::move(group));
+            }
+    return first;
+}
+
 bool is_udp_session(const owner_group &group)
 {
     return !group.owners.empty() && group.owners.front().what == owner::kind::udp_session;
@@ -67,7 +133,7 @@ std::string name_of(const dangling_handle &dangling)
 class data_plane_picture {
 public:
     data_plane_picture(const data_plane &plane, const ownership &owners)
-        : plane_(plane), owners_(owners), groups_(most_interesting_groups(plane, owners, objects_at_most))
+        : plane_(plane), owners_(owners), groups_(most_interesting_groups(plane, owners))
     {
     }
 
@@ -105,13 +171,20 @@ private:
             draw_edge({separate[i - rows], 0}, {separate[i], drawn_.at(0) + 1}, "style=invis, weight=0");
     }
 
+    using end = std::pair<std::string, int>; ///< a node's name and rank
+
+    static end end_at(const data_plane::object &object)
+    {
+        return {handle_text(object.handle), look_of(object.kind).where};
+    }
+
     void draw_node(const std::string &name, const std::string &label, const std::string &attributes)
     {
         graph_ += quoted(name) + " [label=<" + label + ">, " + attributes + "];\n";
     }
 
     /// From left to right, whichever way it leads.
-    void draw_edge(std::pair<std::string, int> tail, std::pair<std::string, int> head, const std::string &attributes)
+    void draw_edge(end tail, end head, const std::string &attributes)
     {
         const bool leads_back = tail.second > head.second;
         if (leads_back)
@@ -124,17 +197,15 @@ private:
     {
         const bool is_owned = !group.owners.empty();
         graph_ += "subgraph " + quoted("cluster " + std::to_string(++clusters_)) + " {\ngraph [label=<" +
-                  in_bold(group.title()) + R"(>, style="rounded,filled", fillcolor=")" +
+                  in_bold(title_of(group.owners)) + R"(>, style="rounded,filled", fillcolor=")" +
                   (is_owned ? R"(#f1f3f6", color="#cdd5de"])" : style::alarm_fill + '"' + in_alarm + ']') + ";\n";
-        std::pair<std::string, int> first{"", l2tpv3_flow};
-        for (const auto *object : group.objects) {
+        for (const auto *object : group.objects)
             draw(*object, is_owned);
-            first = std::min(first, {handle_text(object->handle), look_of(object->kind).where},
-                             [](const auto &a, const auto &b) { return a.second < b.second; });
-        }
+        const auto rank_at = [](const auto *object) { return look_of(object->kind).where; };
+        const auto first = std::ranges::min_element(group.objects, {}, rank_at);
         for (const auto *object : group.objects) // in a cluster only its own edges make ranks
-            if (const rank where = look_of(object->kind).where; where > first.second)
-                draw_edge(first, {handle_text(object->handle), where}, "style=invis, weight=0");
+            if (rank_at(object) > rank_at(*first))
+                draw_edge(end_at(**first), end_at(*object), "style=invis, weight=0");
         for (const auto *dangling : group.dangling)
             draw_node(name_of(*dangling),
                       in_bold(dangling->field) + style::gap + handle_text(dangling->handle) + "<br/>not there",
@@ -158,15 +229,15 @@ private:
     /// Beside the bindings packets come from or go to the network, and from the interface that a flow was created on.
     void draw_source(const data_plane::object &object)
     {
-        const auto &[where, is_ingress, attributes] = look_of(object.kind);
-        const std::pair<std::string, int> end{handle_text(object.handle), where};
-        if (where == association) {
+        const end there = end_at(object);
+        if (there.second == association) {
             const std::string vrf = "vrf " + std::to_string(object.header.vrf_id);
-            const std::pair<std::string, int> source{"network of " + std::to_string(clusters_) + " in " + vrf, network};
+            const end source{"network of " + std::to_string(clusters_) + " in " + vrf, network};
+            const bool is_ingress = look_of(object.kind).is_ingress;
             draw_node(source.first, in_bold("network") + "<br/>" + vrf, "style=\"\", color=none");
-            draw_edge(is_ingress ? source : end, is_ingress ? end : source, "color=\"#8895a4\"");
+            draw_edge(is_ingress ? source : there, is_ingress ? there : source, "color=\"#8895a4\"");
         } else if (const std::uint64_t handle = interface_of(object); handle != 0 && drawn_.contains(handle)) {
-            draw_edge({handle_text(handle), interface}, end, "color=\"#b4bfcb\"");
+            draw_edge({handle_text(handle), interface}, there, "color=\"#b4bfcb\"");
         }
     }
 

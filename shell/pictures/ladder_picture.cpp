@@ -4,7 +4,6 @@
 
 #include "data_plane.h"
 #include "graphviz.h"
-#include "picture_style.h"
 
 namespace {
 
@@ -16,7 +15,7 @@ constexpr std::size_t rows_at_most = 300; ///< a bitmap holds at most 32,767 pix
 
 /// A step of the library, a data-plane call, a step with the call that it announces, or a gap.
 struct row {
-    enum class kind { step, exception, slow };
+    enum class kind { step, exception, slow }; ///< the colours of cells_of()
     kind what = kind::step;
     std::string step;
     const recorded_call *call = nullptr;
@@ -132,15 +131,13 @@ std::string cells_of(const recorded_call &call)
 
 std::string cells_of(const row &shown)
 {
-    const std::string colour = shown.what == row::kind::exception ? style::alarm
-                               : shown.what == row::kind::slow    ? style::warning
-                                                                  : style::ink;
-    const std::string step = in_colour(colour, wrapped(shown.step, 48));
-    const std::string gap = std::to_string(shown.left_out) + " calls and steps are left out here";
-    return cell("right", shown.step.empty() ? "" : step) + (shown.call != nullptr ? cells_of(*shown.call)
-                                                            : shown.left_out != 0
-                                                                ? cell("left", in_colour(style::warning, gap))
-                                                                : "");
+    const std::string colours[] = {style::ink, style::alarm, style::warning};
+    const std::string &colour = colours[static_cast<int>(shown.what)];
+    std::string cells = cell("right", shown.step.empty() ? "" : in_colour(colour, wrapped(shown.step, 48)));
+    if (shown.left_out != 0)
+        cells += cell("left",
+                      in_colour(style::warning, std::to_string(shown.left_out) + " calls and steps are left out here"));
+    return shown.call == nullptr ? cells : cells + cells_of(*shown.call);
 }
 
 } // namespace
