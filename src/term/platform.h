@@ -1,5 +1,5 @@
-/// What the library takes for granted of the platform, checked against whatever headers it is compiled with: the layout
-/// of the records that it fills, and the parameters of the functions that it calls.
+/// What the library assumes about the platform's headers, checked at compile time: the layout of the records that it
+/// fills, and the parameters of the functions that it calls.
 #pragma once
 
 #include <bit>
@@ -140,7 +140,7 @@ struct l2tpv3_egress_flow_record {
 
 // ---- Functions
 
-/// A record of that many bytes, whatever the platform calls it.
+/// A record of that size, whatever its name on the platform.
 template <std::size_t size> struct record_of_size;
 
 template <typename Parameter, typename Wanted> constexpr bool is_wanted = std::is_same_v<Parameter, Wanted>;
@@ -154,7 +154,7 @@ constexpr bool is_wanted<Record *, record_of_size<size> *> = sizeof(Record) == s
 template <std::size_t size> constexpr bool is_wanted<void *, record_of_size<size> *> = true;
 template <std::size_t size> constexpr bool is_wanted<const void *, record_of_size<size> *> = true;
 
-/// Whether a function gives a 32-bit result and has the parameters `Wanted`.
+/// Whether a function returns 32 bits and has the parameters `Wanted`.
 template <typename... Wanted, typename Result, typename... Parameters>
 consteval bool has_parameters(Result (*)(Parameters...))
 {
@@ -191,7 +191,7 @@ ZEL_REQUIRE(zel_init_attach, zel_handles_t *);
 ZEL_REQUIRE(zel_core_ic_ovlin_capabilities_get, ovlin_capabilities_t *);
 ZEL_REQUIRE(zel_fmt_end, char *, u32);
 
-/// The address of a record as the platform's function wants it: with or without const, and by the platform's own name.
+/// The address of a record as the platform's function takes it: with or without const, as the platform's own type.
 template <typename Record> class record_address {
 public:
     explicit constexpr record_address(const Record &record) : record_(&record) {}
