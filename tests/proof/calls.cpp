@@ -6,8 +6,8 @@
 #include <iomanip>
 #include <iterator>
 #include <map>
-#include <ranges>
 #include <set>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -196,7 +196,7 @@ void show(std::ostream &out, const shown_operation &operation)
                 only_after_failure.push_back(call);
             then += (then.empty() ? "" : " ") + label->second;
         }
-        if (std::ranges::equal(after, whole.calls | std::views::drop(failing)))
+        if (std::ranges::equal(after, std::span(whole.calls).subspan(failing)))
             then = after.empty() ? "" : "goes on";
         consequences.push_back({std::to_string(failed.result), then, left_behind(whole, failed)});
     }
