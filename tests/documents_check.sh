@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# That the documents say what is: documents_check.sh PROJECT_FOLDER BIN_FOLDER
-#   links lead to what exists, and files that are named are there;
+# Checks the documents: documents_check.sh PROJECT_FOLDER BIN_FOLDER
+#   links and named files exist;
 #   blocks show what their commands print, tracing.md lists what the sources fire, and Doxygen understands the headers;
-#   the ```sh blocks of README.md and docs/ work, those of a document one after the other as one script.
+#   the ```sh blocks of README.md and docs/ work, those of a document as one script.
 source "$(dirname "$0")/checks.sh"
 project=$1
 export BIN=$2
