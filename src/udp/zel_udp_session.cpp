@@ -253,6 +253,9 @@ ZEL_CORE_TERM_API u32 zel_core_term_udp_session_add(u32 udp_session_id, const ze
 
 } // namespace zel
 
+static_assert(std::is_same_v<decltype(::zel_core_term_udp_session_add),
+                             u32(u32, const zel_core_term_udp_session_cfg_t *, u32, u32, u32, u8, bool)>);
+
 u32 zel::zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg,
                                        u32 tn_ul_pcep_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id, u8 dscp,
                                        u8 session_type_flag)
