@@ -78,6 +78,6 @@ case "${rows[*]}" in
 esac
 for row in "${rows[@]}"; do
     describe "$row"
-    say "$row: ${environment[*]} ${options[*]}"
+    say "$row: ${options[*]} ${environment[*]:0:3}"
     (run_row "$row")
 done

@@ -127,6 +127,10 @@ differs vok_cp.h 's/uint16_t mtu, srcPort, dstPort/uint8_t mtu, pad35; uint16_t 
 differs vok_cp.h 's/vok_unbind(uint64_t, /vok_unbind(uint32_t, /' 'vok_unbind has other parameters or another result'
 differs vok_cp.h 's/uint32_t id;/uint64_t id, more;/' 'vok_l2tpv3_ingress_flow_create has other parameters'
 differs vok_cp.h 's/int32_t vok_bind(/int64_t vok_bind(/' 'vok_bind has other parameters or another result'
+differs vok_cp.h 's/vok_bind(uint64_t, vok_bind_record \*/vok_bind(uint64_t, const vok_ip_egress_record */' 'vok_bind has'
+differs vok_cp.h 's/_interface_add(uint64_t, uint32_t \*, uint64_t/_interface_add(uint64_t, uint32_t *, const uint64_t/' \
+    'vok_l2tpv3_ingress_interface_add has other parameters'
+differs vok_cp.h 's/vok_sys_status_get(uint64_t/vok_sys_status_get(uint32_t/' 'vok_sys_status_get has other parameters'
 differs zel_init.h 's/others_1\[9\]/others_1[8]/' 'zel_handles_t has another size'
 
 # What cannot be built is refused with a line that says what to do.

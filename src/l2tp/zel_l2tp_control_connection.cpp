@@ -6,6 +6,7 @@
 #include "l2tp/ip_associations.h"
 #include "term/binding.h"
 #include "term/session_type.h"
+#include "term/steps.h"
 #include "term/timed_call.h"
 #include "zel_core_term/zel_l2tp_session.h"
 
@@ -26,6 +27,8 @@ static constexpr u8 protocol_l2tpv3 = 115;
 static constinit ip_associations ipv4_ingress_associations{};
 static constinit ip_associations ipv4_egress_associations{};
 
+namespace {
+
 /// The ids that name a control connection and its ovlin flows.
 struct control_ids {
     u32 tn_ovlin_session_id;
@@ -38,7 +41,7 @@ struct control_ids {
 /// The input of an add's steps.
 struct control_request {
     control_ids ids;
-    const zel_core_term_l2tp_control_connection_cfg_t *ip_cfg;
+    zel_core_term_l2tp_control_connection_cfg_t *ip_cfg; ///< the caller's, which a modify that falls back writes
     u8 dscp;
     u8 session_type_flag;
     u32 controlConnId = 0; ///< unused by the modify, which keeps the flow with that id
@@ -46,15 +49,10 @@ struct control_request {
     l2tp_control_entry &entry() const { return ids.entry(); }
 };
 
-struct control_step {
-    const char *name;
-    u32 (*run)(const control_request &);
-};
+using control_step = step<const control_request &>;
+using control_release_step = step<const control_ids &>;
 
-struct control_release_step {
-    const char *name;
-    u32 (*run)(const control_ids &);
-};
+} // namespace
 
 /// Rejects ids outside the table, and everything while the library is stopped.
 static u32 check_id(trace_site site, u32 tn_ovlin_session_id)
@@ -173,12 +171,16 @@ static vok_bind_record ovlin_to_ipv4(const control_ids &ids)
 
 // ---- The associations of a connection, one each way
 
+namespace {
+
 struct association_direction {
     ip_associations &table;
     u64 l2tp_control_entry::*handle;
     const char *delete_name;
     decltype(&vok_ip_ingress_association_delete) delete_operation;
 };
+
+} // namespace
 
 static constexpr association_direction ingress = {
     ipv4_ingress_associations,
@@ -389,23 +391,6 @@ static u32 l2tp_control_delete_ipv4_ingress_association(const control_ids &ids)
     return release_association(ZEL_HERE, ingress, ids);
 }
 
-/// Runs the steps up to the first failure, which is reported at `site`, and returns its result.
-static u32 run_until_failure(trace_site site, std::span<const control_step> steps, const control_request &request)
-{
-    for (const control_step &step : steps)
-        if (const u32 failure = step.run(request))
-            return report(site, failure, step.name);
-    return ZEL_CORE_TERM_SUCCESS;
-}
-
-/// Runs all steps and reports failures at `site`.
-static void run_all(trace_site site, std::span<const control_release_step> steps, const control_ids &ids)
-{
-    for (const control_release_step &step : steps)
-        if (const u32 failure = step.run(ids))
-            report(site, failure, step.name);
-}
-
 // ---- Add
 
 /// Goes by the handles in the entry, not by what was bound; only the steps report failures.
@@ -528,16 +513,20 @@ static u32 add_sessions_for_modify(const control_request &request, std::span<con
     return ZEL_CORE_TERM_SUCCESS;
 }
 
+namespace {
+
 /// How a modify ended: whether a configuration is in force, and the result.
 struct modify_end {
     bool in_force;
     u32 result;
 };
 
+} // namespace
+
 /// Moves the connection and its sessions, falling back to the old remote address and DSCP. A failure without fallback
 /// is reported at `site`.
-static modify_end move(trace_site site, control_request request, std::span<const u32> sessions,
-                       zel_core_term_l2tp_control_connection_cfg_t &ip_cfg, u8 old_dscp, const u8 *old_remote_addr)
+static modify_end move(trace_site site, control_request request, std::span<const u32> sessions, u8 old_dscp,
+                       const u8 *old_remote_addr)
 {
     const auto failed = [site](u32 result, const char *step) { return modify_end{false, report(site, result, step)}; };
 
@@ -548,7 +537,7 @@ static modify_end move(trace_site site, control_request request, std::span<const
     if (add_control_connection_for_modify(request) != ZEL_CORE_TERM_SUCCESS) {
         result = ZEL_CORE_TERM_FELL_BACK;
         remove_control_connection_for_modify(request.ids);
-        std::memmove(ip_cfg.remote_addr, old_remote_addr, sizeof(u32)); // they may be the same
+        std::memmove(request.ip_cfg->remote_addr, old_remote_addr, sizeof(u32)); // they may be the same
         request.dscp = old_dscp;
         if (const u32 failure = add_control_connection_for_modify(request))
             return failed(failure, "add_control_connection_for_modify");
@@ -569,7 +558,7 @@ u32 zel_core_term_l2tp_control_connection_modify(u32 tn_ovlin_session_id, u32 *s
     const std::span<const u32> sessions(session_ids, session_count);
     const control_request request{
         {tn_ovlin_session_id, tn_pcep_id, rat_ovlin_session_id}, ip_cfg, dscp, session_type_flag};
-    const modify_end end = move(ZEL_HERE, request, sessions, *ip_cfg, old_dscp, old_remote_addr);
+    const modify_end end = move(ZEL_HERE, request, sessions, old_dscp, old_remote_addr);
     if (end.in_force)
         return end.result;
 

@@ -4,6 +4,7 @@
 
 #include "term/binding.h"
 #include "term/session_type.h"
+#include "term/steps.h"
 #include "term/timed_call.h"
 #include "zel_core_term/zel_l2tp_control_connection.h"
 
@@ -14,12 +15,17 @@ using namespace zel;
 
 l2tp_session_entry l2tp_session_table[ZEL_CORE_TERM_L2TP_SESSION_ID_MAX - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + 1];
 
+namespace {
+
 /// A session and the control connection that carries it.
 struct session_ids {
     u32 control_conn;
     u32 session;
 
-    u32 index() const { return session - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN; }
+    u32 index() const
+    {
+        return session - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN;
+    } ///< of an id too low, it wraps to a high one
     l2tp_session_entry &entry() const { return l2tp_session_table[index()]; }
     u64 &egress_association() const { return l2tp_control_table[control_conn].ipv4_egress_association_handle; }
 };
@@ -34,6 +40,8 @@ struct session_request {
     u32 rat_ovlin_session_id = 0;
     u32 l2tp_local_session_id = 0;
 };
+
+} // namespace
 
 /// Rejects ids outside the tables, and everything while the library is stopped.
 static u32 check_ids(trace_site site, session_ids ids)
@@ -205,10 +213,7 @@ u32 zel_core_term_l2tp_session_add(u8 dscp, u8 crc, u32 tn_pcep, u32 rat_ovlin_s
                                    u32 tn_ovlin_session_id_control_conn, u32 tn_ovlin_session_id_session,
                                    u8 session_type_flag)
 {
-    static constexpr struct {
-        const char *name;
-        u32 (*run)(const session_request &);
-    } steps[] = {
+    static constexpr step<const session_request &> steps[] = {
         {"l2tp_session_create_ingress_flow", l2tp_session_create_ingress_flow},
         {"l2tp_session_bind_l2tp_to_ovlin", l2tp_session_bind_l2tp_to_ovlin},
         {"l2tp_session_create_egress_flow", l2tp_session_create_egress_flow},
@@ -222,11 +227,12 @@ u32 zel_core_term_l2tp_session_add(u8 dscp, u8 crc, u32 tn_pcep, u32 rat_ovlin_s
               "l2tp_local_session_id=%u, tn_ovlin_session_id_control_conn=%u, tn_ovlin_session_id_session=%u",
               dscp, crc, tn_pcep, rat_ovlin_session_id, l2tp_local_session_id, tn_ovlin_session_id_control_conn,
               tn_ovlin_session_id_session);
-    if (rat_ovlin_session_id > ovlin_capabilities.max_rat_ovlin_session_id)
+    const u32 max_session_id = ovlin_capabilities.max_rat_ovlin_session_id;
+    if (rat_ovlin_session_id > max_session_id)
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "rat_ovlin_session_id out-of-range");
-    if (tn_ovlin_session_id_control_conn > ovlin_capabilities.max_rat_ovlin_session_id)
+    if (tn_ovlin_session_id_control_conn > max_session_id)
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_ovlin_session_id_control_conn out-of-range");
-    if (tn_ovlin_session_id_session > ovlin_capabilities.max_rat_ovlin_session_id)
+    if (tn_ovlin_session_id_session > max_session_id)
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_ovlin_session_id_session out-of-range");
     if (tn_pcep > ovlin_capabilities.max_tn_pcep_id)
         return report(ZEL_HERE, ZEL_CORE_TERM_OUT_OF_RANGE, "tn_pcep out-of-range");
@@ -237,26 +243,19 @@ u32 zel_core_term_l2tp_session_add(u8 dscp, u8 crc, u32 tn_pcep, u32 rat_ovlin_s
     const u8 flow_type = crc != 0 ? l2tpv3_flow_type::session_with_crc : l2tpv3_flow_type::session;
     const session_request request{
         ids, tn_pcep, dscp, session_type_flag, flow_type, rat_ovlin_session_id, l2tp_local_session_id};
-    for (const auto &step : steps) {
-        if (const u32 failure = step.run(request)) {
-            report(ZEL_HERE, failure, step.name);
-            if (failure != ZEL_CORE_TERM_OUT_OF_RANGE) // a 3 ends an add without undo
-                undo_add(ids);
-            return failure;
-        }
-    }
-    ids.entry().dscp = dscp;
-    return ZEL_CORE_TERM_SUCCESS;
+    const u32 result = run_until_failure(ZEL_HERE, steps, request);
+    if (result == ZEL_CORE_TERM_SUCCESS)
+        ids.entry().dscp = dscp;
+    else if (result != ZEL_CORE_TERM_OUT_OF_RANGE) // a 3 ends an add without undo
+        undo_add(ids);
+    return result;
 }
 
 // ---- Removal, and the control connection modify's parts
 
 u32 zel_core_term_l2tp_session_rem(u32 tn_ovlin_session_id_control_conn, u32 tn_ovlin_session_id_session)
 {
-    static constexpr struct {
-        const char *name;
-        u32 (*run)(session_ids);
-    } steps[] = {
+    static constexpr step<session_ids> steps[] = {
         {"l2tp_session_unbind_l2tp_from_ipv4", l2tp_session_unbind_l2tp_from_ipv4},
         {"l2tp_session_unbind_ovlin_from_l2tp", l2tp_session_unbind_ovlin_from_l2tp},
         {"l2tp_session_delete_egress_flow", l2tp_session_delete_egress_flow},
@@ -268,9 +267,7 @@ u32 zel_core_term_l2tp_session_rem(u32 tn_ovlin_session_id_control_conn, u32 tn_
     const session_ids ids{tn_ovlin_session_id_control_conn, tn_ovlin_session_id_session};
     if (check_ids(ZEL_HERE, ids) != ZEL_CORE_TERM_SUCCESS)
         return ZEL_CORE_TERM_SUCCESS;
-    for (const auto &step : steps)
-        if (const u32 failure = step.run(ids))
-            report(ZEL_HERE, failure, step.name);
+    run_all(ZEL_HERE, steps, ids);
     ids.entry() = {};
     return ZEL_CORE_TERM_SUCCESS;
 }

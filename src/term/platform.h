@@ -143,53 +143,73 @@ struct l2tpv3_egress_flow_record {
 /// A record of that size, whatever its name on the platform.
 template <std::size_t size> struct record_of_size;
 
-template <typename Parameter, typename Wanted> constexpr bool is_wanted = std::is_same_v<Parameter, Wanted>;
+/// An integer of any kind.
+struct integer;
 
-/// With or without const.
+template <typename Parameter, typename Wanted> constexpr bool is_wanted = std::is_same_v<Parameter, Wanted>;
+template <typename Parameter> constexpr bool is_wanted<Parameter, integer> = std::is_integral_v<Parameter>;
+
+/// What is only read may be declared without const.
 template <typename Record, typename Wanted>
-constexpr bool is_wanted<Record *, Wanted *> = std::is_same_v<std::remove_const_t<Record>, Wanted>;
+constexpr bool is_wanted<Record *, const Wanted *> = std::is_same_v<std::remove_const_t<Record>, Wanted>;
 
 template <typename Record, std::size_t size>
-constexpr bool is_wanted<Record *, record_of_size<size> *> = sizeof(Record) == size;
-template <std::size_t size> constexpr bool is_wanted<void *, record_of_size<size> *> = true;
-template <std::size_t size> constexpr bool is_wanted<const void *, record_of_size<size> *> = true;
+constexpr bool is_wanted<Record *, const record_of_size<size> *> = sizeof(Record) == size;
+template <std::size_t size> constexpr bool is_wanted<void *, const record_of_size<size> *> = true;
+template <std::size_t size> constexpr bool is_wanted<const void *, const record_of_size<size> *> = true;
+template <typename Record, std::size_t size>
+constexpr bool is_wanted<Record *, record_of_size<size> *> =
+    !std::is_const_v<Record> && is_wanted<Record *, const record_of_size<size> *>;
 
-/// Whether a function returns 32 bits and has the parameters `Wanted`.
-template <typename... Wanted, typename Result, typename... Parameters>
-consteval bool has_parameters(Result (*)(Parameters...))
+/// Whether the result of a function is one of `size` bytes, and its parameters are those `Wanted`.
+template <std::size_t size, typename... Wanted, typename Result, typename... Parameters>
+consteval bool is_callable(Result (*)(Parameters...))
 {
     if constexpr (sizeof...(Parameters) == sizeof...(Wanted))
-        return sizeof(Result) == sizeof(u32) && (is_wanted<Parameters, Wanted> && ...);
+        return (size == 0 || sizeof(std::conditional_t<size == 0, char, Result>) == size) &&
+               (is_wanted<Parameters, Wanted> && ...);
     else
         return false;
 }
 
-#define ZEL_REQUIRE(function, ...)                                                                                     \
-    static_assert(has_parameters<__VA_ARGS__>(function), #function " has other parameters or another result")
+#define ZEL_REQUIRE(result_size, function, ...)                                                                        \
+    static_assert(is_callable<result_size, __VA_ARGS__>(function), #function " has other parameters or another "       \
+                                                                             "result")
 
-ZEL_REQUIRE(vok_ip_ingress_association_create, u64, vok_ip_ingress_record *, u64 *);
-ZEL_REQUIRE(vok_ip_egress_association_create, u64, vok_ip_egress_record *, u64 *);
-ZEL_REQUIRE(vok_ipv6_ingress_association_create, u64, vok_ipv6_ingress_record *, u64 *);
-ZEL_REQUIRE(vok_ipv6_egress_association_create, u64, vok_ipv6_egress_record *, u64 *);
-ZEL_REQUIRE(vok_ip_ingress_association_delete, u64, u64);
-ZEL_REQUIRE(vok_ip_egress_association_delete, u64, u64);
-ZEL_REQUIRE(vok_ipv6_ingress_association_delete, u64, u64);
-ZEL_REQUIRE(vok_ipv6_egress_association_delete, u64, u64);
-ZEL_REQUIRE(vok_ipv6_egress_association_attr_modify, u64, vok_ipv6_egress_record *, u64);
-ZEL_REQUIRE(vok_ip_ingress_association_stats_get, u64, u64, record_of_size<32> *);
-ZEL_REQUIRE(vok_ip_egress_association_stats_get, u64, u64, record_of_size<32> *);
-ZEL_REQUIRE(vok_ipv6_ingress_association_statistics_get, u64, u64, record_of_size<8> *);
-ZEL_REQUIRE(vok_ipv6_egress_association_statistics_get, u64, u64, record_of_size<4> *);
-ZEL_REQUIRE(vok_l2tpv3_ingress_interface_add, u64, record_of_size<4> *, u64 *);
-ZEL_REQUIRE(vok_l2tpv3_ingress_flow_create, u64, record_of_size<24> *, u64 *);
-ZEL_REQUIRE(vok_l2tpv3_egress_flow_create, u64, record_of_size<8> *, u64 *);
-ZEL_REQUIRE(vok_l2tpv3_ingress_flow_delete, u64, u64);
-ZEL_REQUIRE(vok_l2tpv3_egress_flow_delete, u64, u64);
-ZEL_REQUIRE(vok_bind, u64, vok_bind_record *);
-ZEL_REQUIRE(vok_unbind, u64, vok_bind_record *);
-ZEL_REQUIRE(zel_init_attach, zel_handles_t *);
-ZEL_REQUIRE(zel_core_ic_ovlin_capabilities_get, ovlin_capabilities_t *);
-ZEL_REQUIRE(zel_fmt_end, char *, u32);
+ZEL_REQUIRE(4, vok_ip_ingress_association_create, u64, const vok_ip_ingress_record *, u64 *);
+ZEL_REQUIRE(4, vok_ip_egress_association_create, u64, const vok_ip_egress_record *, u64 *);
+ZEL_REQUIRE(4, vok_ipv6_ingress_association_create, u64, const vok_ipv6_ingress_record *, u64 *);
+ZEL_REQUIRE(4, vok_ipv6_egress_association_create, u64, const vok_ipv6_egress_record *, u64 *);
+ZEL_REQUIRE(4, vok_ip_ingress_association_delete, u64, u64);
+ZEL_REQUIRE(4, vok_ip_egress_association_delete, u64, u64);
+ZEL_REQUIRE(4, vok_ipv6_ingress_association_delete, u64, u64);
+ZEL_REQUIRE(4, vok_ipv6_egress_association_delete, u64, u64);
+ZEL_REQUIRE(4, vok_ipv6_egress_association_attr_modify, u64, const vok_ipv6_egress_record *, u64);
+ZEL_REQUIRE(4, vok_ip_ingress_association_stats_get, u64, u64, record_of_size<32> *);
+ZEL_REQUIRE(4, vok_ip_egress_association_stats_get, u64, u64, record_of_size<32> *);
+ZEL_REQUIRE(4, vok_ipv6_ingress_association_statistics_get, u64, u64, record_of_size<8> *);
+ZEL_REQUIRE(4, vok_ipv6_egress_association_statistics_get, u64, u64, record_of_size<4> *);
+ZEL_REQUIRE(4, vok_l2tpv3_ingress_interface_add, u64, const record_of_size<4> *, u64 *);
+ZEL_REQUIRE(4, vok_l2tpv3_ingress_flow_create, u64, const record_of_size<24> *, u64 *);
+ZEL_REQUIRE(4, vok_l2tpv3_egress_flow_create, u64, const record_of_size<8> *, u64 *);
+ZEL_REQUIRE(4, vok_l2tpv3_ingress_flow_delete, u64, u64);
+ZEL_REQUIRE(4, vok_l2tpv3_egress_flow_delete, u64, u64);
+ZEL_REQUIRE(4, vok_bind, u64, const vok_bind_record *);
+ZEL_REQUIRE(4, vok_unbind, u64, const vok_bind_record *);
+ZEL_REQUIRE(4, zel_init_attach, zel_handles_t *);
+ZEL_REQUIRE(4, zel_core_ic_ovlin_capabilities_get, ovlin_capabilities_t *);
+ZEL_REQUIRE(4, zel_fmt_end, char *, u32);
+ZEL_REQUIRE(4, vok_syshandle_get, integer, integer, u64 *);
+ZEL_REQUIRE(sizeof(char *), vok_sys_status_get, u64, integer);
+ZEL_REQUIRE(sizeof(char *), kiv_util_init_rc_str_get, integer);
+// Nobody looks at the results of these.
+ZEL_REQUIRE(0, zel_fmt_ipv4_ingress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(0, zel_fmt_ipv4_egress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(0, zel_fmt_ipv6_ingress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(0, zel_fmt_ipv6_egress_assoc_stats, char *, u32, u8, const void *);
+
+template <typename Record, std::size_t size>
+constexpr bool holds_bytes = is_wanted<Record *, const record_of_size<size> *>;
 
 /// The address of a record as the platform's function takes it: with or without const, as the platform's own type.
 template <typename Record> class record_address {
@@ -197,8 +217,8 @@ public:
     explicit constexpr record_address(const Record &record) : record_(&record) {}
 
     template <typename Parameter>
-    requires is_wanted < Parameter *, record_of_size<sizeof(Record)>
-    * > operator Parameter *() const // NOLINT(google-explicit-constructor): it is there to be converted
+    requires holds_bytes<Parameter, sizeof(Record)>
+    operator Parameter *() const // NOLINT(google-explicit-constructor): it is there to be converted
     {
         return reinterpret_cast<Parameter *>(const_cast<Record *>(record_));
     }

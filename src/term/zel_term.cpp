@@ -1,6 +1,7 @@
 #include "zel_core_term/zel_term.h"
 
 #include "term/platform.h"
+#include "term/steps.h"
 #include "term/tick.h"
 #include "term/zel_trace.h"
 #include "zel_core_term/zel_l2tp_control_connection.h"
@@ -21,24 +22,17 @@ static u32 attach()
 
 u32 zel_core_term_start()
 {
-    static constexpr struct {
-        const char *name;
-        u32 (*run)();
-    } steps[] = {
+    static constexpr step<> steps[] = {
         {"zel_init_attach", attach},
         {"zel_udp_session_start", zel_udp_session_start},
         {"zel_l2tp_start", zel_l2tp_start},
     };
 
     const traced_function traced(ZEL_HERE, category::general);
-    for (const auto &step : steps) {
-        if (const u32 result = step.run()) {
-            report(ZEL_HERE, result, step.name);
-            ZEL_TRACE(tn_zel_term, EXCEPTION, ZEL_HERE, category::general, "%s(): ", "zel_core_term_start failed");
-            return result;
-        }
-    }
-    return ZEL_CORE_TERM_SUCCESS;
+    const u32 result = run_until_failure(ZEL_HERE, steps);
+    if (result != ZEL_CORE_TERM_SUCCESS)
+        ZEL_TRACE(tn_zel_term, EXCEPTION, ZEL_HERE, category::general, "%s(): ", "zel_core_term_start failed");
+    return result;
 }
 
 u32 zel_core_term_stop()
