@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# That the documents say what is: documents_check.sh PROJECT_FOLDER BIN_FOLDER
-#   links lead to what exists, and files that are named are there;
-#   api.md is what the headers say, and tracing.md lists what the sources fire;
-#   the ```sh blocks of README.md and docs/ work, those of a document one after the other as one script.
+# Checks the documents: documents_check.sh PROJECT_FOLDER BIN_FOLDER
+#   links and named files exist;
+#   blocks show what their commands print, tracing.md lists what the sources fire, and Doxygen understands the headers;
+#   the ```sh blocks of README.md and docs/ work, those of a document as one script.
 source "$(dirname "$0")/checks.sh"
 project=$1
 export BIN=$2
@@ -16,8 +16,7 @@ for document in *.md docs/*.md; do
     done < <(prose "$document" | grep -oE "\`($folders)/[^\` ]*" | tr -d '`' | sort -u)
 done
 
-scripts/api-doc check || fail "docs/api.md: scripts/api-doc write"
-for document in README.md docs/architecture.md docs/porting.md docs/rehearsing.md docs/tracing.md; do
+for document in README.md docs/{architecture,operations,porting,rehearsing,tracing}.md; do
     scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
 done
 
@@ -41,9 +40,14 @@ while read -r text; do
 done <<<"$texts"
 [ "$(wc -l <<<"$texts")" -gt 10 ] || fail "the texts of the reports were not found"
 
+# The comments of the headers, as Doxygen reads them. One code can have two reasons, each with what it leaves.
+temporary=$(mktemp -d)
+printf '%s\n' '@INCLUDE = packaging/Doxyfile' "OUTPUT_DIRECTORY = $temporary" 'GENERATE_MAN = YES' | doxygen - 2>&1 |
+    sed '/has multiple documentation sections/d' >"$temporary/warnings"
+[ ! -s "$temporary/warnings" ] || { cat "$temporary/warnings"; fail "the comments of the headers"; }
+
 # The commands run in a copy of the sources, whose build/release is the one that is there; each document's as a user
 # with a home of their own, whose processes are ended after it.
-temporary=$(mktemp -d)
 processes() { grep -lszx "HOME=$home" /proc/[0-9]*/environ | sed 's|/proc/\([0-9]*\)/.*|\1|'; }
 end_processes() {
     local process

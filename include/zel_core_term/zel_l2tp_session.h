@@ -2,12 +2,12 @@
  * @file
  * L2TPv3 sessions, each carried by a control connection.
  *
- * A session is named by its own ovlin session id, tn_ovlin_session_id_session, 48 to 336. The library does not keep
- * which control connection carries it: every operation is told, and works with that connection's egress association
- * at the time of the call. With one PCEP id the session id 48 must not be used while a control connection 48 is there,
- * whose ovlin flow would be the same; nor the id of a UDP session whose uplink has that PCEP id.
+ * A session is identified by its own ovlin session id, tn_ovlin_session_id_session, 48 to 336. The library does not
+ * record which control connection carries it: the caller names the connection in every operation, which uses that
+ * connection's egress association at the time of the call. zel_l2tp_control_connection.h says which ids must not be
+ * used at the same time.
  *
- * Operations run to their end on the caller's thread; the caller serialises them.
+ * Operations run to completion on the caller's thread; the caller serialises them.
  */
 #ifndef ZEL_CORE_TERM_ZEL_L2TP_SESSION_H
 #define ZEL_CORE_TERM_ZEL_L2TP_SESSION_H
@@ -24,12 +24,12 @@ extern "C" {
 /** The lowest and the highest tn_ovlin_session_id_session; a session's table index is its id less the lowest. */
 enum { ZEL_CORE_TERM_L2TP_SESSION_ID_MIN = 48, ZEL_CORE_TERM_L2TP_SESSION_ID_MAX = 336 };
 
-/** A session; a field of 0 means that the object or binding does not exist, or that the ovlin flow ID is 0. */
+/** A session. A field of 0 means that the object or binding does not exist, or that its ovlin flow ID is 0. */
 typedef struct l2tp_session_entry {
-    uint8_t dscp; /**< set when the add has succeeded */
+    uint8_t dscp; /**< set once the add has succeeded */
     uint8_t reserved_01[7];
-    uint32_t src_flow_id; /**< ovlin flow that the session sends for */
-    uint32_t dst_flow_id; /**< ovlin flow that the session's received packets end at */
+    uint32_t src_flow_id; /**< ovlin flow whose packets the session sends */
+    uint32_t dst_flow_id; /**< ovlin flow that gets the session's received packets */
     uint64_t ingress_flow_handle;
     uint64_t egress_flow_handle;
 } l2tp_session_entry;
@@ -41,25 +41,26 @@ ZEL_LAYOUT_FIELD(l2tp_session_entry, dst_flow_id, 12, 4);
 ZEL_LAYOUT_FIELD(l2tp_session_entry, ingress_flow_handle, 16, 8);
 ZEL_LAYOUT_FIELD(l2tp_session_entry, egress_flow_handle, 24, 8);
 
-/** The sessions by tn_ovlin_session_id_session - 48. To be read only. */
+/** The sessions by tn_ovlin_session_id_session - 48. Read-only. */
 ZEL_CORE_TERM_API extern l2tp_session_entry
     l2tp_session_table[ZEL_CORE_TERM_L2TP_SESSION_ID_MAX - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + 1];
 
 /**
- * Adds a session: its L2TPv3 ingress flow, bound to the ovlin flow ((tn_pcep << 20) | low 20 bits of
- * rat_ovlin_session_id), and its L2TPv3 egress flow, to which the ovlin flow ((tn_pcep << 20) |
- * tn_ovlin_session_id_session) is bound and which is bound to the control connection's egress association. A session
- * that is there already is overwritten and its data-plane objects are forgotten, and an add that fails takes down what
- * its entry still shows of it: remove it first.
+ * Adds a session. In this order: creates its L2TPv3 ingress flow and binds it to the ovlin flow ((tn_pcep << 20) | low
+ * 20 bits of rat_ovlin_session_id); creates its L2TPv3 egress flow, binds the ovlin flow ((tn_pcep << 20) |
+ * tn_ovlin_session_id_session) to it, and binds it to the control connection's egress association.
  *
- * A received flow of 0, made of tn_pcep 0 and a rat_ovlin_session_id whose low 20 bits are 0, reads as not bound: the
- * undo of an add leaves that binding and its ingress flow in the data plane. The removal does not.
+ * Remove an existing session before adding it again: the add overwrites it and forgets its data-plane objects, and an
+ * add that fails removes whatever of it the entry still shows.
  *
- * @param dscp                             DSCP of the session's sent packets
+ * A received ovlin flow ID of 0, from tn_pcep 0 and a rat_ovlin_session_id whose low 20 bits are 0, counts as not
+ * bound: the undo of an add leaves that binding and its ingress flow in the data plane. The removal does not.
+ *
+ * @param dscp                             DSCP of sent packets
  * @param crc                              0: flowType 2; any other value: flowType 1
  * @param tn_pcep                          at most the ovlin capabilities' max_tn_pcep_id
  * @param rat_ovlin_session_id             at most the capabilities' max_rat_ovlin_session_id
- * @param l2tp_local_session_id            L2TPv3 session id of the received packets, not checked
+ * @param l2tp_local_session_id            L2TPv3 session id in received packets, not checked
  * @param tn_ovlin_session_id_control_conn the control connection, 0 to 48 and at most the capabilities'
  *                                         max_rat_ovlin_session_id
  * @param tn_ovlin_session_id_session      48 to 336, same limit
@@ -67,14 +68,13 @@ ZEL_CORE_TERM_API extern l2tp_session_entry
  *                                         with session type 1 before each of the two egress binds
  *
  * @retval 0     added
- * @retval 3     an id is out of range: nothing was done. (Before the first start no limit but 0 is known, and 3 comes
+ * @retval 3     an id is out of range: nothing was done. (Before the first start every limit is 0, and this is checked
  *               before 13.)
- * @retval 3     the session-type hook refused with 3: nothing is undone, the id keeps what was built, until it is
- *               removed
+ * @retval 3     the session-type hook returned 3: nothing is undone; the id keeps what was built until it is removed
  * @retval 13    the L2TP side is stopped: nothing was done
- * @retval 13    a data-plane call failed, as for a control connection that is not there. What the table entry shows was
- *               taken down again and the id is free. Unbinds are tried by what the entry and the control connection
- *               show, whether their binds were made or not; the data plane keeps what could not be taken down
+ * @retval 13    a data-plane call failed, as one does if the control connection does not exist. What the table entry
+ *               shows was removed and the id is free. Unbinds are tried for all that the entry and the control
+ *               connection show, even if a bind was never made; the data plane keeps what could not be removed
  * @retval other the code of the session-type hook; undone likewise
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_add(uint8_t dscp, uint8_t crc, uint32_t tn_pcep,
@@ -84,33 +84,33 @@ ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_add(uint8_t dscp, uint8_t 
                                                           uint8_t session_type_flag);
 
 /**
- * Removes a session, of which nothing needs to be there: its three bindings and its two flows.
+ * Removes a session: its three bindings and its two flows. Safe if the session, or part of it, does not exist.
  *
  * @param tn_ovlin_session_id_control_conn its control connection
  * @param tn_ovlin_session_id_session      the session
- * @retval 0 in every case. The id is free, except that with an id out of range or the L2TP side stopped nothing was
- *           done; what failed is reported by trace events, and the data plane keeps it
+ * @retval 0 always. The id is free, even if a step failed: trace events report that, and the data plane keeps what
+ *           could not be removed. If an id is out of range or the L2TP side is stopped, nothing is done
  */
 ZEL_CORE_TERM_API uint32_t zel_core_term_l2tp_session_rem(uint32_t tn_ovlin_session_id_control_conn,
                                                           uint32_t tn_ovlin_session_id_session);
 
 /**
- * Unbinds a session from its control connection's egress association, before that is replaced; a part of the control
- * connection's modify. The session keeps everything else; its table entry does not change.
+ * Unbinds a session from its control connection's egress association before the association is replaced; part of the
+ * control connection's modify. The session keeps everything else; its table entry does not change.
  *
  * @param tn_ovlin_session_id_control_conn its control connection
  * @param tn_ovlin_session_id_session      the session
  * @retval 0  unbound
  * @retval 3  an id is out of range: nothing was done
  * @retval 13 the L2TP side is stopped: nothing was done
- * @retval 13 the data plane refused: a binding that was there stays, unless the unbind took effect although it failed
+ * @retval 13 the data plane refused: an existing binding stays, unless the unbind took effect even though it failed
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin_session_id_control_conn,
                                                                uint32_t tn_ovlin_session_id_session);
 
 /**
- * Binds a session to its control connection's egress association, with the DSCP that it was added with; a part of the
- * control connection's modify. Its table entry does not change.
+ * Binds a session to its control connection's egress association, with the DSCP given to the add; part of the control
+ * connection's modify. Its table entry does not change.
  *
  * @param tn_ovlin_session_id_control_conn its control connection
  * @param tn_ovlin_session_id_session      the session
@@ -119,7 +119,7 @@ ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_unbind_part(uint32_t tn_ovlin
  * @retval 0     bound
  * @retval 3     an id is out of range: nothing was done
  * @retval 13    the L2TP side is stopped: nothing was done
- * @retval 13    the data plane refused; what was bound although it refused stays
+ * @retval 13    the data plane refused: nothing is undone, so the binding stays if it was made even so
  * @retval other the code of the session-type hook: nothing was bound
  */
 ZEL_CORE_TERM_API uint32_t zel_l2tp_session_modify_bind_part(uint32_t tn_ovlin_session_id_control_conn,

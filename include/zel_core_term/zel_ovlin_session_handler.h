@@ -1,13 +1,13 @@
 /**
  * @file
- * Ovlin session handler: entry points that keep no state and do nothing here. A definition of the same name that
- * the dynamic linker binds first takes the place of the library's own, also for the library's own calls.
- * They may be called from any thread.
+ * Ovlin session handler: entry points that keep no state and do nothing here. A definition of the same name that the
+ * dynamic linker finds first replaces the library's own, for the library's calls too. They may be called from any
+ * thread.
  *
  * The library also exports zel_ovlin_session_handler_5gc_session_enable(),
  * zel_ovlin_session_handler_5gc_qfi_dscp_mapping(), zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove() and
- * zel_ovlin_5gc_session_stats_get(), which read no argument and return 0. Their parameters are their callers', who
- * declare them.
+ * zel_ovlin_5gc_session_stats_get(), which read no argument and return 0. No header declares them: the caller does,
+ * with whatever parameters it passes.
  */
 #ifndef ZEL_CORE_TERM_ZEL_OVLIN_SESSION_HANDLER_H
 #define ZEL_CORE_TERM_ZEL_OVLIN_SESSION_HANDLER_H
@@ -21,8 +21,8 @@ extern "C" {
 #endif
 
 /**
- * Sets the session type of a PCEP. The library calls it before the binds that sending needs of an endpoint whose
- * session-type flag is set, and takes a result other than 0 as the failure of that bind.
+ * Sets the session type of a PCEP. The library calls it before the binds in the sending direction of an endpoint whose
+ * session-type flag is set, and treats a result other than 0 as a failure of that bind.
  *
  * @param ovlin_flow_type the handle block's ovlin_flow_type
  * @param pcep_id         the PCEP

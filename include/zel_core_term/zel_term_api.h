@@ -1,17 +1,16 @@
 /**
  * @file
- * What all headers of the interface share: the mark of an exported symbol and the result codes.
+ * Shared by all headers of the interface: the export macro and the result codes.
  */
 #ifndef ZEL_CORE_TERM_ZEL_TERM_API_H
 #define ZEL_CORE_TERM_ZEL_TERM_API_H
 
-/** An exported symbol. Each can be interposed: the library itself calls it through the dynamic symbol. */
+/** An exported symbol. Any can be interposed: the library's own calls go through the dynamic symbol too. */
 #define ZEL_CORE_TERM_API __attribute__((visibility("default")))
 
 /**
- * The library's own result codes. Every operation returns 0 or one of these, or passes on the code of the
- * component that it called (the initialisation component, the interconnect component, the session handler, the
- * statistics formatters).
+ * The library's own result codes. Every operation returns 0, one of these, or the code of a component that it called
+ * (the initialisation component, the interconnect component, the session handler, the statistics formatters).
  */
 enum {
     ZEL_CORE_TERM_SUCCESS = 0,
@@ -20,9 +19,9 @@ enum {
     ZEL_CORE_TERM_OUT_OF_RANGE = 3,           /**< an identifier or argument is out of range */
     ZEL_CORE_TERM_SESSION_FREE = 4,           /**< the UDP session id is not in use */
     ZEL_CORE_TERM_SESSION_IN_USE = 5,         /**< the id is already in use */
-    ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION = 7, /**< neither IPv4 nor IPv6, or not the one that the operation needs */
+    ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION = 7, /**< neither IPv4 nor IPv6, or the wrong one for the operation */
     ZEL_CORE_TERM_NO_FREE_SESSION = 10,       /**< all UDP session ids are in use */
-    ZEL_CORE_TERM_DATA_PLANE_FAILED = 13      /**< a data-plane call failed, a table is full, or not started */
+    ZEL_CORE_TERM_DATA_PLANE_FAILED = 13 /**< a data-plane call failed, a table is full, or the library is stopped */
 };
 
 #endif

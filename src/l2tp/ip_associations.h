@@ -5,8 +5,7 @@
 
 namespace zel {
 
-/// What control connections must have in common to share an association; addresses as they stand in the
-/// configuration.
+/// Control connections with equal keys share an association. Addresses are as in the configuration.
 struct association_key {
     u32 local_addr;
     u32 remote_addr;
@@ -19,8 +18,8 @@ struct ip_association {
     association_key key;
     u64 association_handle;
     u32 user_count;          ///< control connections that hold the handle
-    u8 bound;                ///< ingress only: the binding to the L2TPv3 ingress interface is there, or was asked for
-    std::int32_t bind_count; ///< ingress only: control connections that asked for that binding and did not release it
+    u8 bound;                ///< ingress only: the binding to the L2TPv3 ingress interface exists or was requested
+    std::int32_t bind_count; ///< ingress only: control connections that requested that binding and did not release it
 };
 
 /// A dense table: the live entries come first and every search takes the first match.
@@ -50,7 +49,7 @@ public:
         return true;
     }
 
-    /// One user of a live entry less; the last one takes the entry away, which the table's last entry replaces.
+    /// Removes one user of a live entry; with the last user the entry goes, and the table's last entry replaces it.
     /// @return whether it was the last
     bool release(ip_association &entry)
     {
@@ -78,7 +77,7 @@ private:
     std::int32_t count_;
 };
 
-/// One request more for an association's binding to the L2TPv3 ingress interface.
+/// Adds a request for an association's binding to the L2TPv3 ingress interface.
 /// @return whether the binding must be made now
 inline bool request_bind(ip_association &entry)
 {
@@ -93,7 +92,7 @@ inline bool request_bind(ip_association &entry)
 
 enum class bind_release { still_requested, last_one, was_not_requested };
 
-/// One request less. A count below 0 stays until the next request, which sets it to 1.
+/// Releases a request. A count below 0 stays until the next request, which sets it to 1.
 inline bind_release release_bind(ip_association &entry)
 {
     if (--entry.bind_count > 0)

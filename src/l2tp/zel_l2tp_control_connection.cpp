@@ -38,13 +38,13 @@ struct control_ids {
     l2tp_control_entry &entry() const { return l2tp_control_table[tn_ovlin_session_id]; }
 };
 
-/// What the steps of an add make a control connection from.
+/// The input of an add's steps.
 struct control_request {
     control_ids ids;
     zel_core_term_l2tp_control_connection_cfg_t *ip_cfg; ///< the caller's, which a modify that falls back writes
     u8 dscp;
     u8 session_type_flag;
-    u32 controlConnId = 0; ///< of no use to the modify, which keeps the flow that it names
+    u32 controlConnId = 0; ///< unused by the modify, which keeps the flow with that id
 
     l2tp_control_entry &entry() const { return ids.entry(); }
 };
@@ -54,7 +54,7 @@ using control_release_step = step<const control_ids &>;
 
 } // namespace
 
-/// Keeps ids away from the table that lie outside it, and everything away from a stopped library.
+/// Rejects ids outside the table, and everything while the library is stopped.
 static u32 check_id(trace_site site, u32 tn_ovlin_session_id)
 {
     if (tn_ovlin_session_id > ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX)
@@ -72,7 +72,7 @@ void zel_l2tp_reset_ip_associations_handling()
     ipv4_egress_associations.clear();
 }
 
-/// An IPv4 address as it stands in the configuration.
+/// An IPv4 address as in the configuration.
 static u32 address_word(const u8 (&address)[16])
 {
     u32 word;
@@ -85,7 +85,7 @@ static association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t 
     return {address_word(cfg.local_addr), address_word(cfg.remote_addr), cfg.vrf_id};
 }
 
-/// Takes a share of the association with that key, when there is one.
+/// Takes a share of the association with that key if there is one.
 static bool share_association(ip_associations &table, const association_key &key, u64 &handle)
 {
     ip_association *const association = table.find(key);
@@ -116,7 +116,7 @@ static ip_association *find_or_report(trace_site site, ip_associations &table, u
     return association;
 }
 
-/// Gives a share back. @return whether the association has no user any more and must be deleted
+/// Releases a share. @return whether it was the last, so that the association must be deleted
 static bool ip_association_delete_needed(ip_associations &table, u64 handle)
 {
     ip_association *const association = find_or_report(ZEL_HERE, table, handle);
@@ -204,8 +204,7 @@ static u32 delete_association(trace_site site, const association_direction &dire
                       ids.entry().*direction.handle);
 }
 
-/// Makes an association that was just created known to those that could share it. When there is no room for it, it is
-/// deleted again.
+/// Registers a new association for others to share. If the table is full, deletes it again.
 static u32 track_association(trace_site site, const association_direction &direction, const control_ids &ids,
                              const association_key &key)
 {
@@ -217,7 +216,7 @@ static u32 track_association(trace_site site, const association_direction &direc
     return ZEL_CORE_TERM_DATA_PLANE_FAILED;
 }
 
-/// Gives the connection's share back and deletes what has no other user. A handle whose delete failed is kept.
+/// Releases the connection's share and deletes the association if it was the last. The handle stays if that fails.
 static u32 release_association(trace_site site, const association_direction &direction, const control_ids &ids)
 {
     u64 &handle = ids.entry().*direction.handle;
@@ -230,7 +229,7 @@ static u32 release_association(trace_site site, const association_direction &dir
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-// ---- Steps of the add; the modify takes four of them
+// ---- Steps of the add; the modify uses four of them
 
 static u32 l2tp_control_add_l2tp_ingress_interface(const control_request &)
 {
@@ -338,7 +337,7 @@ static u32 l2tp_control_bind_ovlin_to_ipv4(const control_request &request)
     return bind(ZEL_HERE, "vok_bind" OVLIN_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
-// ---- Steps of the removal; the add's undo and the modify take them too
+// ---- Steps of the removal; the add's undo and the modify use them too
 
 static u32 l2tp_control_unbind_ovlin_from_ipv4(const control_ids &ids)
 {
@@ -394,7 +393,7 @@ static u32 l2tp_control_delete_ipv4_ingress_association(const control_ids &ids)
 
 // ---- Add
 
-/// Follows the handles in the entry and not what was bound; failures are reported by the steps alone.
+/// Goes by the handles in the entry, not by what was bound; only the steps report failures.
 static void undo_add(const control_ids &ids)
 {
     l2tp_control_entry &entry = ids.entry();
@@ -516,7 +515,7 @@ static u32 add_sessions_for_modify(const control_request &request, std::span<con
 
 namespace {
 
-/// A modify's end: whether a configuration is in force, and its result.
+/// How a modify ended: whether a configuration is in force, and the result.
 struct modify_end {
     bool in_force;
     u32 result;
@@ -524,8 +523,8 @@ struct modify_end {
 
 } // namespace
 
-/// Moves the connection and its sessions, to the old remote address and DSCP if need be. What fails for good is
-/// reported at `site`.
+/// Moves the connection and its sessions, falling back to the old remote address and DSCP. A failure without fallback
+/// is reported at `site`.
 static modify_end move(trace_site site, control_request request, std::span<const u32> sessions, u8 old_dscp,
                        const u8 *old_remote_addr)
 {

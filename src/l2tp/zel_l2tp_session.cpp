@@ -30,7 +30,7 @@ struct session_ids {
     u64 &egress_association() const { return l2tp_control_table[control_conn].ipv4_egress_association_handle; }
 };
 
-/// What the steps of an add make a session from; of these the rebind needs tn_pcep, dscp and the flag.
+/// The input of an add's steps; the rebind needs only tn_pcep, dscp and the flag.
 struct session_request {
     session_ids ids;
     u32 tn_pcep;
@@ -43,7 +43,7 @@ struct session_request {
 
 } // namespace
 
-/// Keeps ids away from the tables that lie outside them, and everything away from a stopped library.
+/// Rejects ids outside the tables, and everything while the library is stopped.
 static u32 check_ids(trace_site site, session_ids ids)
 {
     if (ids.control_conn > ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX)
@@ -148,7 +148,7 @@ static u32 l2tp_session_bind_l2tp_to_ipv4(const session_request &request)
     return bind(ZEL_HERE, "vok_bind" L2TP_TO_IPV4 ")", zel_handles->vok_instance, record);
 }
 
-// ---- Steps of the removal and of the add's undo; none changes the table entry
+// ---- Steps of the removal and of the add's undo; they do not change the table entry
 
 static u32 l2tp_session_unbind_l2tp_from_ipv4(session_ids ids)
 {

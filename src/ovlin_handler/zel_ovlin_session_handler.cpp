@@ -9,7 +9,7 @@ uint32_t zel_ovlin_session_handler_set_session_type(uint64_t, uint32_t, uint32_t
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-// The parameters of the others are their callers', who declare them.
+// No header declares the others: callers do, with whatever parameters they pass.
 extern "C" {
 
 /** Enables a 5GC session. Reads no argument. @return 0 */

@@ -30,8 +30,8 @@ constexpr binding_end ovlin_end(u64 type_handle, u32 flow_id)
     return {type_handle, 0, flow_id};
 }
 
-/// The record of a binding without DSCP: the one that unbinds it as it is, the one that binds it once a DSCP is
-/// added where it has one.
+/// The record of a binding without DSCP: it serves to unbind as it is, and to bind after adding the DSCP if there is
+/// one.
 inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, binding_end source, binding_end destination)
 {
     vok_bind_record record{};
@@ -50,7 +50,7 @@ inline vok_bind_record binding(u32 kind, u32 direction, u32 session_type, bindin
     return record;
 }
 
-/// What a record's dscpRef is for a binding with that DSCP, which the data plane reads during the call only.
+/// The dscpRef of a binding with that DSCP; the data plane reads it only during the call.
 inline u64 dscp_reference(const u8 &dscp)
 {
     return reinterpret_cast<u64>(&dscp);

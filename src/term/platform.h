@@ -1,5 +1,5 @@
-/// What the library takes for granted of the platform, checked against whatever headers it is compiled with: the layout
-/// of the records that it fills, and the parameters of the functions that it calls.
+/// What the library assumes about the platform's headers, checked at compile time: the layout of the records that it
+/// fills, and the parameters of the functions that it calls.
 #pragma once
 
 #include <bit>
@@ -140,7 +140,7 @@ struct l2tpv3_egress_flow_record {
 
 // ---- Functions
 
-/// A record of that many bytes, whatever the platform calls it.
+/// A record of that size, whatever its name on the platform.
 template <std::size_t size> struct record_of_size;
 
 /// An integer of any kind.
@@ -211,7 +211,7 @@ ZEL_REQUIRE(0, zel_fmt_ipv6_egress_assoc_stats, char *, u32, u8, const void *);
 template <typename Record, std::size_t size>
 constexpr bool holds_bytes = is_wanted<Record *, const record_of_size<size> *>;
 
-/// The address of a record as the platform's function wants it: with or without const, and by the platform's own name.
+/// The address of a record as the platform's function takes it: with or without const, as the platform's own type.
 template <typename Record> class record_address {
 public:
     explicit constexpr record_address(const Record &record) : record_(&record) {}

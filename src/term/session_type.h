@@ -1,4 +1,4 @@
-/// The session-type hook, as the binds that sending needs call it first.
+/// The session-type hook, which binds in the sending direction call first.
 #pragma once
 
 #include "term/platform.h"
@@ -7,7 +7,7 @@
 
 namespace zel {
 
-/// Calls the hook when the caller's flag is set; a refusal is reported at `site`.
+/// Calls the hook if the caller's flag is set; a failure is reported at `site`.
 /// @return 0, or the hook's own code
 inline u32 set_session_type(trace_site site, u8 flag, u64 ovlin_flow_type, u32 pcep_id, u32 session_type)
 {

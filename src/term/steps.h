@@ -8,13 +8,13 @@
 
 namespace zel {
 
-/// A part of an operation, by the name that reports give it.
+/// A part of an operation, and its name in reports.
 template <typename... Arguments> struct step {
     const char *name;
     u32 (*run)(Arguments...);
 };
 
-/// Runs the steps up to the first that fails, reports that one at `site`, and returns its result.
+/// Runs the steps up to the first failure, which is reported at `site`, and returns its result.
 template <std::size_t count, typename... Arguments>
 u32 run_until_failure(trace_site site, const step<Arguments...> (&steps)[count],
                       std::type_identity_t<Arguments>... arguments)
@@ -25,7 +25,7 @@ u32 run_until_failure(trace_site site, const step<Arguments...> (&steps)[count],
     return ZEL_CORE_TERM_SUCCESS;
 }
 
-/// Runs all steps, and reports at `site` those that fail.
+/// Runs all steps and reports failures at `site`.
 template <std::size_t count, typename... Arguments>
 void run_all(trace_site site, const step<Arguments...> (&steps)[count], std::type_identity_t<Arguments>... arguments)
 {

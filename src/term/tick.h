@@ -19,7 +19,7 @@ inline u64 read_ticks()
 #endif
 }
 
-/// The frequency that all delay checks assume, whatever the counter's true one.
+/// The frequency that all delay checks assume, whatever the counter's real one is.
 inline constexpr u64 tick_frequency_hz = 256'000'000;
 
 /// 0.1 s at that frequency.

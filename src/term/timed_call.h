@@ -1,4 +1,4 @@
-/// The one way in which the library calls the data plane.
+/// The only way the library calls the data plane.
 #pragma once
 
 #include <type_traits>
@@ -11,15 +11,15 @@ namespace zel {
 /// Warns of a call that took longer than the delay bound.
 [[gnu::cold]] void report_delay(trace_site site, const char *description, u64 start, u64 end);
 
-/// Reports a call's status with the data plane's text of it. The text is asked for only when the event is enabled.
+/// Reports a call's status with the data plane's text for it, looked up only if the event is enabled.
 [[gnu::cold]] void report_failure(trace_site site, const char *description, u32 status);
 
-/// Calls a data-plane operation between two reads of the tick counter and reports it when it was slow or failed.
-/// A slow call is no failure; the status of a failed one goes no further than its report.
+/// Calls a data-plane operation between two reads of the tick counter and reports it if it was slow or failed. A slow
+/// call is not a failure. The status of a failed call is only reported, not passed on.
 ///
 /// @param site        the calling statement
 /// @param description names the call in the reports
-/// @return 0, or 13 when the operation gave a status other than 0
+/// @return 0, or 13 if the status was not 0
 template <typename Status, typename... Parameters>
 u32 timed_call(trace_site site, const char *description, Status (*operation)(Parameters...),
                std::type_identity_t<Parameters>... arguments)

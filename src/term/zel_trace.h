@@ -10,7 +10,7 @@
 
 namespace zel {
 
-/// The statement that reports: its function, as messages name it, and its "module:line".
+/// The reporting statement: its function, as named in messages, and its "module:line".
 struct trace_site {
     const char *function;
     const char *location;
@@ -19,8 +19,8 @@ struct trace_site {
 #define ZEL_LITERAL_OF(token) #token
 #define ZEL_LITERAL(macro) ZEL_LITERAL_OF(macro)
 
-/// The trace site of the statement that it stands in; never inside a lambda, whose __func__ is another. In a statement
-/// of several lines it is the first or the last of them, as the compiler has it.
+/// The trace site of the current statement; not for use in a lambda, which has another __func__. For a statement of
+/// several lines the compiler decides whether the line is the first or the last.
 #define ZEL_HERE (::zel::trace_site{__func__, ZEL_MODULE ":" ZEL_LITERAL(__LINE__)})
 
 namespace category {
@@ -33,7 +33,7 @@ inline constexpr char l2tp_session[] = "L2TP_SESSION";
 
 } // namespace category
 
-/// Hands a formatted event to its probes; one function an event, named fire_PROVIDER_EVENT, out of the operations' way.
+/// Passes a formatted event to its probes; one cold function per event, named fire_PROVIDER_EVENT.
 #define ZEL_DECLARE_FIRE(provider, event)                                                                              \
     [[gnu::cold]] void fire_##provider##_##event(const char *location, const char *category, const char *message);
 #define ZEL_FOR_EACH_EVENT(apply)                                                                                      \
@@ -42,8 +42,8 @@ inline constexpr char l2tp_session[] = "L2TP_SESSION";
 ZEL_FOR_EACH_EVENT(ZEL_DECLARE_FIRE)
 
 /// Fires an event whose message is `prefix_format` with the site's function, then the printf format and its
-/// values. Nothing after `category` is evaluated unless the event is enabled; the test stands here and not in
-/// the tracing header's macro because that one evaluates its arguments before its test in some builds.
+/// values. Nothing after `category` is evaluated unless the event is enabled. The test is here because the tracing
+/// header's macro evaluates its arguments before its own test in some builds.
 #define ZEL_TRACE(provider, event, site, category, prefix_format, ...)                                                 \
     do {                                                                                                               \
         if (lttng_ust_tracepoint_enabled(provider, event)) [[unlikely]]                                                \
@@ -58,7 +58,7 @@ inline const void *as_pointer(u64 handle)
     return reinterpret_cast<const void *>(handle);
 }
 
-/// Reports the entry into a function, and on every path the return from it.
+/// Reports entry to a function and, on every path, the return from it.
 class traced_function {
 public:
     traced_function(trace_site site, const char *category);
@@ -71,8 +71,8 @@ private:
     const char *category_;
 };
 
-/// Reports a result code other than 0 together with the argument or the step that it concerns, and returns it.
-/// The code's text is asked for only when the event is enabled.
+/// Reports a result code other than 0 with the argument or step that it concerns, and returns it. The code's text is
+/// looked up only if the event is enabled.
 [[gnu::cold]] u32 report(trace_site site, u32 result_code, const char *concerned);
 
 } // namespace zel

@@ -7,8 +7,8 @@
 
 namespace zel {
 
-/// Holds numbers from 0 to capacity - 1; empty when zero-initialised. Every operation but take_all() takes constant
-/// time: above the bitmap stand two levels of summary, each bit of which says that 64 bits below it are all set.
+/// Holds numbers from 0 to capacity - 1; empty when zero-initialised. Every operation except take_all() takes constant
+/// time: above the bitmap are two summary levels, in which a bit says that the 64 bits below it are all set.
 template <u32 capacity> class id_set {
 public:
     void insert(u32 number)
@@ -32,7 +32,7 @@ public:
         return word * 64 + lowest_clear(numbers_[word]);
     }
 
-    /// Takes all numbers out, lowest first, and calls `take` with the first of each run of neighbours and their count.
+    /// Takes all numbers out, lowest first, and calls `take` with the first number and the length of each run.
     template <typename Take> void take_all(Take take)
     {
         u32 first = 0, count = 0;
@@ -66,7 +66,7 @@ private:
 
     static u32 lowest_clear(u64 word) { return static_cast<u32>(std::countr_one(word)); }
 
-    // Room for the number `capacity` too: it is never inserted, so every search ends at the latest there.
+    // Has room for the number `capacity` too, which is never inserted, so every search ends there at the latest.
     static constexpr u32 word_count = capacity / 64 + 1;
     static constexpr u32 summary_count = capacity / 64 / 64 + 1;
     static_assert(summary_count <= 64, "one word holds the upper level");

@@ -19,16 +19,16 @@ u32 host_word(const u8 *address)
     return __builtin_bswap32(word);
 }
 
-/// Puts eight bytes of an address there as two host-order words.
+/// Stores eight bytes of an address as two host-order words.
 void put_two_host_words(u8 *field, const u8 *address)
 {
     u64 words;
     std::memcpy(&words, address, sizeof words);
-    words = std::rotl(__builtin_bswap64(words), 32); // which leaves the words in their order
+    words = std::rotl(__builtin_bswap64(words), 32); // keeps the order of the two words
     std::memcpy(field, &words, sizeof words);
 }
 
-/// Puts an IPv6 address into a record's field, of whatever type its 16 bytes are there.
+/// Stores an IPv6 address in a record's field of 16 bytes, whatever its type.
 void put_host_words(void *field, const u8 *address)
 {
     put_two_host_words(static_cast<u8 *>(field), address);

@@ -10,7 +10,7 @@ vok_ip_ingress_record ipv4_ingress_record(const zel_core_term_udp_session_cfg_t 
 vok_ip_egress_record ipv4_egress_record(const zel_core_term_udp_session_cfg_t &cfg);
 vok_ipv6_ingress_record ipv6_ingress_record(const zel_core_term_udp_session_cfg_t &cfg);
 
-/// @param next_header as the operation wants it: that of UDP to create, 0 to modify
+/// @param next_header UDP for a create, 0 for a modify
 vok_ipv6_egress_record ipv6_egress_record(const zel_core_term_udp_session_cfg_t &cfg, u8 next_header);
 
 /// IP protocol number

@@ -10,7 +10,7 @@ namespace zel {
 
 /// A session, or all zero when its id is free.
 struct udp_session_entry {
-    u32 udp_session_id; ///< its own index while in use: the one mark of use
+    u32 udp_session_id; ///< its own index while in use, the only sign of use
     u32 ul_flow_id;     ///< set by the uplink bind, and kept until the entry is freed
     u32 dl_flow_id;     ///< set by the downlink bind, and kept until the entry is freed
     u32 reserved_0c;
@@ -22,7 +22,7 @@ struct udp_session_entry {
 };
 static_assert(sizeof(udp_session_entry) == 88);
 
-/// One entry for each id from 0 to 70,000, of which 0 is never used, and the set of those in use beside them.
+/// One entry for each id from 0 to 70,000 (0 is never used), and the set of ids in use.
 class udp_session_entries {
 public:
     static constexpr u32 last_id = ZEL_CORE_TERM_UDP_SESSION_ID_MAX;
@@ -47,7 +47,7 @@ public:
         used_.erase(id - 1);
     }
 
-    /// Frees all entries; those not in use are all zero already and stay untouched.
+    /// Frees all entries; unused ones are already zero and are not touched.
     void free_all()
     {
         used_.take_all([this](u32 number, u32 count) {

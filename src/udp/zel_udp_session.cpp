@@ -152,7 +152,7 @@ static u64 association_type_of(const udp_session_entry &entry)
     return udp_handles->*family_of(entry).association_type;
 }
 
-/// Deletes one of a session's associations; a failure is reported at `site` and nothing more.
+/// Deletes one of a session's associations; a failure is only reported, at `site`.
 static void delete_association(trace_site site, const ip_family &family, const ip_family::delete_operation &deletion,
                                u64 handle)
 {
@@ -210,7 +210,7 @@ static u32 udp_session_connect_dl(u32 udp_session_id, u32 tn_dl_pcep_id, u32 rat
     return result;
 }
 
-/// As check_in_use(), and that the side of the session that `flow_id` belongs to was bound.
+/// As check_in_use(), and checks that the side of the session with `flow_id` was bound.
 static u32 check_bound(trace_site site, u32 udp_session_id, u32 udp_session_entry::*flow_id)
 {
     if (const u32 rejection = check_in_use(site, udp_session_id))
@@ -244,8 +244,8 @@ static u32 udp_session_disconnect_dl(u32 udp_session_id)
 
 namespace zel {
 
-/// What callers know with a bool for the flag: here it is the byte that they pass, of which every bit counts, also
-/// where a caller does not keep to 0 and 1.
+/// Declared with a bool flag for callers. Here it is the byte that they pass: any bit set means true, even if a caller
+/// passes something other than 0 and 1.
 ZEL_CORE_TERM_API u32 zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_udp_session_cfg_t *cfg,
                                                     u32 tn_ul_pcep_id, u32 tn_dl_pcep_id, u32 rat_ovlin_session_id,
                                                     u8 dscp,
@@ -298,7 +298,7 @@ u32 zel::zel_core_term_udp_session_add(u32 udp_session_id, const zel_core_term_u
 
     report(ZEL_HERE, result, step);
     if (result == ZEL_CORE_TERM_OUT_OF_RANGE || result == ZEL_CORE_TERM_SESSION_IN_USE)
-        return result; // a 3 or a 5, which only the session-type hook can give here, ends the add without undo
+        return result; // 3 and 5 can only come from the session-type hook here: no undo
 
     if (entry.dl_flow_id != 0)
         if (const u32 failure = udp_session_disconnect_dl(udp_session_id))
@@ -324,8 +324,8 @@ static u32 modify_egress_udp_association_ipv6(u32 udp_session_id, const zel_core
                       udp_session_table[udp_session_id].egress_flow_handle);
 }
 
-/// Gives one attribute of a session a new value, which is stored once the data plane has taken it; everything is
-/// reported at `site`.
+/// Changes one attribute of a session; the value is stored once the data plane has accepted it. Everything is reported
+/// at `site`.
 template <typename Value>
 static u32 modify(trace_site site, u32 udp_session_id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value)
 {

@@ -1,12 +1,16 @@
 #include "proof/calls.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <iomanip>
 #include <iterator>
 #include <map>
 #include <set>
+#include <span>
+#include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "proof/requests.h"
@@ -144,69 +148,93 @@ ran run(const shown_operation &operation, std::size_t failing)
     return all;
 }
 
-/// What comes of the failure of a call: the result, what is left, and the calls after it, a line each.
-std::string consequence(const ran &whole, const ran &failed, std::size_t failing)
+std::string joined(const std::multiset<std::string> &texts)
 {
-    const auto after = [&](const ran &r) {
-        return std::vector(r.calls.begin() + static_cast<std::ptrdiff_t>(failing), r.calls.end());
-    };
-    const auto difference = [](const auto &all, const auto &but) {
-        std::string text;
-        std::vector<std::string> rest;
-        std::ranges::set_difference(all, but, std::back_inserter(rest));
-        for (const std::string &what : rest)
-            text += (text.empty() ? "" : ", ") + what;
-        return text;
-    };
+    std::string all;
+    for (const std::string &text : texts)
+        all += (all.empty() ? "" : ", ") + text;
+    return all;
+}
+
+std::multiset<std::string> difference(const std::multiset<std::string> &all, const std::multiset<std::string> &but)
+{
+    std::multiset<std::string> rest;
+    std::ranges::set_difference(all, but, std::inserter(rest, rest.end()));
+    return rest;
+}
+
+/// What a failure leaves in the data plane that should not be there, or takes from it.
+std::string left_behind(const ran &whole, const ran &failed)
+{
     // An operation that gives 0 all the same leaves what it was to take away; any other, what was not there before.
     const auto &due = failed.result == 0 ? whole.after : failed.before;
-    const std::string left = difference(failed.after, due), lost = difference(due, failed.after);
-    std::string text = "result " + std::to_string(failed.result) +
-                       ", left behind: " + (left.empty() ? "nothing" : left) + (lost.empty() ? "" : "; lost: " + lost) +
-                       "\n";
-    if (after(failed) == after(whole))
-        return text + (after(whole).empty() ? "" : "     and goes on\n");
-    for (const std::string &call : after(failed))
-        text += "     " + call + "\n";
-    return text;
+    const auto lost = difference(due, failed.after);
+    if (lost.size() > failed.after.size())
+        return "all removed but: " + joined(failed.after);
+    const std::string left = joined(difference(failed.after, due));
+    return (left.empty() ? "nothing" : left) + (lost.empty() ? "" : "; lost: " + joined(lost));
+}
+
+/// The calls of an operation and, in the columns beside each, what its failure leads to.
+void show(std::ostream &out, const shown_operation &operation)
+{
+    const ran whole = run(operation, 0);
+    // The label of each call: its number, or a letter for one that only follows a failure.
+    std::map<std::string, std::string> labels;
+    for (std::size_t i = 0; i < whole.calls.size(); ++i)
+        labels.emplace(whole.calls[i], std::to_string(i + 1));
+    std::vector<std::string> only_after_failure;
+    std::vector<std::array<std::string, 3>> consequences;
+    for (std::size_t failing = 1; failing <= whole.calls.size(); ++failing) {
+        const ran failed = run(operation, failing);
+        const std::vector after(failed.calls.begin() + static_cast<std::ptrdiff_t>(failing), failed.calls.end());
+        std::string then;
+        for (const std::string &call : after) {
+            const std::string letter(1, static_cast<char>('a' + only_after_failure.size()));
+            const auto [label, is_new] = labels.emplace(call, letter);
+            if (is_new)
+                only_after_failure.push_back(call);
+            then += (then.empty() ? "" : " ") + label->second;
+        }
+        if (std::ranges::equal(after, std::span(whole.calls).subspan(failing)))
+            then = after.empty() ? "" : "goes on";
+        consequences.push_back({std::to_string(failed.result), then, left_behind(whole, failed)});
+    }
+
+    std::size_t call_width = 4, then_width = 4;
+    for (const std::string &call : whole.calls)
+        call_width = std::max(call_width, call.size());
+    for (const auto &consequence : consequences)
+        then_width = std::max(then_width, consequence[1].size());
+    const auto row = [&](const std::string &label, const std::string &call, const std::array<std::string, 3> &cells) {
+        std::ostringstream line;
+        line << std::setw(4) << label << "  " << std::left << std::setw(static_cast<int>(call_width)) << call << "  "
+             << std::setw(6) << cells[0] << "  " << std::setw(static_cast<int>(then_width)) << cells[1] << "  "
+             << cells[2];
+        const std::string text = line.str();
+        out << text.substr(0, text.find_last_not_of(' ') + 1) << "\n";
+    };
+    out << operation.name << (*operation.form != '\0' ? ", " : "") << operation.form << "\n";
+    row("", "call", {"result", "then", "left behind"});
+    for (std::size_t i = 0; i < whole.calls.size(); ++i)
+        row(std::to_string(i + 1), whole.calls[i], consequences[i]);
+    for (const std::string &call : only_after_failure)
+        row(labels[call], call, {});
 }
 
 } // namespace
 
-std::vector<std::string> operations_with_calls()
+void show_calls(std::ostream &out, const std::string &part_of_name)
 {
-    std::vector<std::string> names;
-    for (const shown_operation &operation : operations)
-        if (names.empty() || names.back() != operation.name)
-            names.emplace_back(operation.name);
-    return names;
-}
-
-void show_calls(std::ostream &out, const std::string &name)
-{
-    bool found = false;
+    const char *separator = "";
     for (const shown_operation &operation : operations) {
-        if (name != operation.name)
+        if (std::string_view(operation.name).find(part_of_name) == std::string_view::npos)
             continue;
-        out << (found ? "\n" : "");
-        found = true;
-        const std::string form = *operation.form != '\0' ? std::string(operation.form) + ": " : "";
-        const ran whole = run(operation, 0);
-        out << form << "result " << whole.result << "\n";
-        for (std::size_t i = 0; i < whole.calls.size(); ++i)
-            out << std::setw(4) << i + 1 << " " << whole.calls[i] << "\n";
-        std::string numbers, same;
-        for (std::size_t i = 1; i <= whole.calls.size(); ++i) {
-            const std::string next = consequence(whole, run(operation, i), i);
-            if (next != same && !same.empty())
-                out << "when " << std::exchange(numbers, "") << " fails: " << same;
-            numbers += (numbers.empty() ? "" : " or ") + std::to_string(i);
-            same = next;
-        }
-        out << "when " << numbers << " fails: " << same;
+        out << std::exchange(separator, "\n");
+        show(out, operation);
     }
-    if (!found)
-        throw std::runtime_error("no operation with data-plane calls: " + name);
+    if (*separator == '\0')
+        throw std::runtime_error("no operation with data-plane calls: " + part_of_name);
 }
 
 } // namespace proof

@@ -78,16 +78,13 @@ int main(int argc, char **argv)
 
     std::string operation;
     CLI::App *const calls =
-        app.add_subcommand("calls", "the data-plane calls of an operation, and those after a failure");
-    calls->add_option("OPERATION", operation, "its exported name; without it the names are listed");
+        app.add_subcommand("calls", "the data-plane calls of operations, and those after a failure");
+    calls->add_option("OPERATION", operation, "part of its exported name; all operations without it");
     CLI11_PARSE(app, argc, argv);
 
     try {
         if (*sweep)
             proof::sweep(std::cout, effort);
-        else if (*calls && operation.empty())
-            for (const std::string &name : proof::operations_with_calls())
-                std::cout << name << "\n";
         else if (*calls)
             proof::show_calls(std::cout, operation);
         else
