@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <functional>
+#include <iterator>
 #include <map>
-#include <ranges>
 #include <utility>
 #include <vector>
 
@@ -145,7 +144,11 @@ public:
         const bool has_l2tpv3 = std::ranges::any_of(drawn_, [](const auto &one) { return one.second > association; });
         drawn_[0] = has_l2tpv3 ? l2tpv3_flow + 1 : association + 1; // the ovlin flows
         // What nothing joins stands from the bottom upwards.
-        std::ranges::reverse(std::ranges::stable_partition(groups_, std::not_fn(is_udp_session)));
+        std::vector<owner_group> joined, separate;
+        for (owner_group &group : groups_)
+            (is_udp_session(group) ? separate : joined).push_back(std::move(group));
+        groups_ = std::move(joined);
+        std::move(separate.rbegin(), separate.rend(), std::back_inserter(groups_));
         for (const owner_group &group : groups_)
             draw(group);
         for (const auto &binding : plane_.bindings)
@@ -160,11 +163,11 @@ private:
     void spread()
     {
         std::vector<std::string> separate;
-        for (const owner_group &group : groups_ | std::views::reverse)
-            if (group.objects.empty())
-                separate.push_back(name_of(*group.dangling.front()));
-            else if (is_udp_session(group))
-                separate.push_back(handle_text(group.objects.front()->handle));
+        for (auto group = groups_.rbegin(); group != groups_.rend(); ++group)
+            if (group->objects.empty())
+                separate.push_back(name_of(*group->dangling.front()));
+            else if (is_udp_session(*group))
+                separate.push_back(handle_text(group->objects.front()->handle));
         const auto rows =
             static_cast<std::size_t>(std::max(5.0, std::ceil(2 * std::sqrt(static_cast<double>(separate.size())))));
         for (std::size_t i = rows; i < separate.size(); ++i)
