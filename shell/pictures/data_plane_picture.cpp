@@ -163,11 +163,12 @@ private:
     void spread()
     {
         std::vector<std::string> separate;
-        for (auto group = groups_.rbegin(); group != groups_.rend(); ++group)
-            if (group->objects.empty())
-                separate.push_back(name_of(*group->dangling.front()));
-            else if (is_udp_session(*group))
-                separate.push_back(handle_text(group->objects.front()->handle));
+        for (const owner_group &group : groups_)
+            if (group.objects.empty())
+                separate.push_back(name_of(*group.dangling.front()));
+            else if (is_udp_session(group))
+                separate.push_back(handle_text(group.objects.front()->handle));
+        std::ranges::reverse(separate);
         const auto rows =
             static_cast<std::size_t>(std::max(5.0, std::ceil(2 * std::sqrt(static_cast<double>(separate.size())))));
         for (std::size_t i = rows; i < separate.size(); ++i)
