@@ -154,15 +154,11 @@ int main()
     }
     require_null_data_plane();
     unsigned runs = 1;
-    for (const operation &tried : operations()) {
-        for_each_outcome(tried, [&](outcome wanted) {
-            occupy(*tried.table, quarters_full / 2);
-            for_each_call(tried, tried.prepare);
-            run_quietly(tried.name, [&] { run_library(tried, wanted); });
-            for_each_call(tried, tried.clean_up);
-            ++runs;
-        });
-    }
+    for_each_operation([&](const operation &tried) {
+        occupy(*tried.table, quarters_full / 2);
+        with_batch(tried, [&] { run_quietly(tried.name, [&] { run(tried, tried.library); }); });
+        ++runs;
+    });
     run_quietly("refusals", refusals);
     std::printf("operations without allocation and locks, succeeding, failing or refused: %u of %u\n", runs - noisy,
                 runs);
