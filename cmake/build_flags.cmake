@@ -4,10 +4,11 @@
 # Each source is a translation unit of its own: its macros name the module that its events name.
 set(CMAKE_UNITY_BUILD OFF)
 
-if(NOT DEFINED CMAKE_C_STANDARD)
+# The caller's standards, unless they are too old, as those of a project around this one may be.
+if(NOT CMAKE_C_STANDARD MATCHES "^(11|17|23)$")
     set(CMAKE_C_STANDARD 11)
 endif()
-if(NOT DEFINED CMAKE_CXX_STANDARD)
+if(NOT CMAKE_CXX_STANDARD MATCHES "^2[0-9]$")
     set(CMAKE_CXX_STANDARD 20)
 endif()
 set(CMAKE_C_STANDARD_REQUIRED ON)

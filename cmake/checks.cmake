@@ -1,8 +1,11 @@
 # What cannot be built is refused here, each with one line that says what to do.
-foreach(option ZEL_STAND_INS ZEL_SHELL ZEL_BENCH BUILD_TESTING)
-    if(DEFINED ${option} AND NOT "${${option}}" MATCHES "^([Oo][Nn]|[Oo][Ff][Ff]|TRUE|FALSE|YES|NO|1|0)$")
+foreach(option ZEL_STAND_INS ZEL_SHELL ZEL_BENCH ZEL_MAN_PAGES BUILD_TESTING)
+    string(TOUPPER "${${option}}" value)
+    if(NOT value MATCHES "^(|ON|OFF|TRUE|FALSE|YES|NO|Y|N|1|0)$")
         message(FATAL_ERROR "${option} is ON or OFF, not '${${option}}'")
     endif()
+endforeach()
+foreach(option ZEL_SHELL ZEL_BENCH BUILD_TESTING)
     if(${option} AND NOT ZEL_STAND_INS AND PROJECT_IS_TOP_LEVEL)
         message(FATAL_ERROR "${option} needs the stand-ins: set ${option} to OFF, or ZEL_STAND_INS to ON")
     endif()

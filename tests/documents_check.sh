@@ -65,6 +65,8 @@ mkdir -p "$copy/build"
 tar --create --exclude ./build --exclude ./.git . | tar --extract --directory "$copy"
 ln -s "$(dirname "$BIN")" "$copy/build/release"
 if [ "$(id -u)" -eq 0 ]; then
+    setpriv --reuid 65534 --clear-groups test -r "$project/CMakeLists.txt" ||
+        fail "the commands are tried as a user without rights, who cannot read $project: put it where all can"
     chown -R 65534:65534 "$copy"
     install -m 666 /dev/null "$(dirname "$BIN")/install_manifest.txt" # cmake --install notes there what it does
     install -m 666 /dev/null "$(dirname "$BIN")/install_manifest_stand-ins.txt"

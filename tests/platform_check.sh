@@ -52,9 +52,6 @@ LINES
 mkdir -p "$platform"/lib/{pkgconfig,cmake/zel-platform}
 cp "$installed/share/zel-core-term/platform/zel-platform.pc" "$platform/lib/pkgconfig"
 cp "$installed/share/zel-core-term/platform/zel-platform-config.cmake" "$platform/lib/cmake/zel-platform"
-mv "$platform/include" "$platform/zel_platform"
-mkdir "$platform/include"
-mv "$platform/zel_platform" "$platform/include"
 example=$project/examples/add_session.c
 calls() { # FOLDER: how the example runs with the libraries of the folder
     diff -u --label expected --label actual - \
@@ -94,7 +91,7 @@ refused "zel-core-term has no component nosuch" cmake -S "$temporary/asker" -B "
     -D CMAKE_PREFIX_PATH="$installed;$platform"
 
 # Inside another project there is the library and nothing else; the platform is found by its package.
-program "$temporary/parent" "include(FetchContent)" "FetchContent_Declare(zel-core-term SOURCE_DIR [[$project]])" \
+program "$temporary/parent" "set(CMAKE_CXX_STANDARD 17)" "include(FetchContent)" "FetchContent_Declare(zel-core-term SOURCE_DIR [[$project]])" \
     "FetchContent_MakeAvailable(zel-core-term)"
 quietly cmake -S "$temporary/parent" -B "$temporary/parent/build" -G Ninja -D ZEL_STAND_INS=OFF \
     -D CMAKE_PREFIX_PATH="$platform"

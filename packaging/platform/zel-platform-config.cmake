@@ -28,11 +28,11 @@ if(NOT TARGET zel::platform-headers)
 endif()
 
 foreach(name vok_cp zel_init zel_core_ic kiv_util zel_fmt)
-    find_library(file NAMES lib${name}.so PATHS ${places} PATH_SUFFIXES lib lib/${CMAKE_LIBRARY_ARCHITECTURE}
+    find_library(file NAMES lib${name}.so PATHS ${places} PATH_SUFFIXES lib lib64 lib/${CMAKE_LIBRARY_ARCHITECTURE}
         NO_CACHE NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
     if(NOT file)
         set(zel-platform_FOUND FALSE)
-        set(zel-platform_NOT_FOUND_MESSAGE "there is no lib${name}.so in ${places}, nor in lib")
+        set(zel-platform_NOT_FOUND_MESSAGE "there is no lib${name}.so in ${places}, nor in lib or lib64")
         return()
     endif()
     if(NOT TARGET zel::${name})

@@ -143,11 +143,19 @@ struct l2tpv3_egress_flow_record {
 /// A record of that size, whatever its name on the platform.
 template <std::size_t size> struct record_of_size;
 
-/// An integer of any kind.
-struct integer;
+// What a platform may declare in several ways:
+struct integer; // of any size
+struct code;    // a 32-bit integer or enumeration
+struct text;    // with or without const
+struct anything;
 
-template <typename Parameter, typename Wanted> constexpr bool is_wanted = std::is_same_v<Parameter, Wanted>;
-template <typename Parameter> constexpr bool is_wanted<Parameter, integer> = std::is_integral_v<Parameter>;
+template <typename Given, typename Wanted> constexpr bool is_wanted = std::is_same_v<Given, Wanted>;
+template <typename Given> constexpr bool is_wanted<Given, anything> = true;
+template <typename Given> constexpr bool is_wanted<Given, text> = std::is_convertible_v<Given, const char *>;
+template <typename Given> constexpr bool is_wanted<Given, integer> = std::is_integral_v<Given>;
+template <typename Given>
+requires std::is_integral_v<Given> || std::is_enum_v<Given>
+constexpr bool is_wanted<Given, code> = sizeof(Given) == sizeof(u32);
 
 /// What is only read may be declared without const.
 template <typename Record, typename Wanted>
@@ -161,52 +169,50 @@ template <typename Record, std::size_t size>
 constexpr bool is_wanted<Record *, record_of_size<size> *> =
     !std::is_const_v<Record> && is_wanted<Record *, const record_of_size<size> *>;
 
-/// Whether the result of a function is one of `size` bytes, and its parameters are those `Wanted`.
-template <std::size_t size, typename... Wanted, typename Result, typename... Parameters>
-consteval bool is_callable(Result (*)(Parameters...))
+/// Whether a function has the wanted result and the wanted parameters.
+template <typename WantedResult, typename... Wanted, typename Result, typename... Parameters>
+consteval bool is_as_wanted(Result (*)(Parameters...))
 {
     if constexpr (sizeof...(Parameters) == sizeof...(Wanted))
-        return (size == 0 || sizeof(std::conditional_t<size == 0, char, Result>) == size) &&
-               (is_wanted<Parameters, Wanted> && ...);
+        return is_wanted<Result, WantedResult> && (is_wanted<Parameters, Wanted> && ...);
     else
         return false;
 }
 
-#define ZEL_REQUIRE(result_size, function, ...)                                                                        \
-    static_assert(is_callable<result_size, __VA_ARGS__>(function), #function " has other parameters or another "       \
-                                                                             "result")
+#define ZEL_REQUIRE(result, function, ...)                                                                             \
+    static_assert(is_as_wanted<result, __VA_ARGS__>(function), #function " has other parameters or another result")
 
-ZEL_REQUIRE(4, vok_ip_ingress_association_create, u64, const vok_ip_ingress_record *, u64 *);
-ZEL_REQUIRE(4, vok_ip_egress_association_create, u64, const vok_ip_egress_record *, u64 *);
-ZEL_REQUIRE(4, vok_ipv6_ingress_association_create, u64, const vok_ipv6_ingress_record *, u64 *);
-ZEL_REQUIRE(4, vok_ipv6_egress_association_create, u64, const vok_ipv6_egress_record *, u64 *);
-ZEL_REQUIRE(4, vok_ip_ingress_association_delete, u64, u64);
-ZEL_REQUIRE(4, vok_ip_egress_association_delete, u64, u64);
-ZEL_REQUIRE(4, vok_ipv6_ingress_association_delete, u64, u64);
-ZEL_REQUIRE(4, vok_ipv6_egress_association_delete, u64, u64);
-ZEL_REQUIRE(4, vok_ipv6_egress_association_attr_modify, u64, const vok_ipv6_egress_record *, u64);
-ZEL_REQUIRE(4, vok_ip_ingress_association_stats_get, u64, u64, record_of_size<32> *);
-ZEL_REQUIRE(4, vok_ip_egress_association_stats_get, u64, u64, record_of_size<32> *);
-ZEL_REQUIRE(4, vok_ipv6_ingress_association_statistics_get, u64, u64, record_of_size<8> *);
-ZEL_REQUIRE(4, vok_ipv6_egress_association_statistics_get, u64, u64, record_of_size<4> *);
-ZEL_REQUIRE(4, vok_l2tpv3_ingress_interface_add, u64, const record_of_size<4> *, u64 *);
-ZEL_REQUIRE(4, vok_l2tpv3_ingress_flow_create, u64, const record_of_size<24> *, u64 *);
-ZEL_REQUIRE(4, vok_l2tpv3_egress_flow_create, u64, const record_of_size<8> *, u64 *);
-ZEL_REQUIRE(4, vok_l2tpv3_ingress_flow_delete, u64, u64);
-ZEL_REQUIRE(4, vok_l2tpv3_egress_flow_delete, u64, u64);
-ZEL_REQUIRE(4, vok_bind, u64, const vok_bind_record *);
-ZEL_REQUIRE(4, vok_unbind, u64, const vok_bind_record *);
-ZEL_REQUIRE(4, zel_init_attach, zel_handles_t *);
-ZEL_REQUIRE(4, zel_core_ic_ovlin_capabilities_get, ovlin_capabilities_t *);
-ZEL_REQUIRE(4, zel_fmt_end, char *, u32);
-ZEL_REQUIRE(4, vok_syshandle_get, integer, integer, u64 *);
-ZEL_REQUIRE(sizeof(char *), vok_sys_status_get, u64, integer);
-ZEL_REQUIRE(sizeof(char *), kiv_util_init_rc_str_get, integer);
+ZEL_REQUIRE(code, vok_ip_ingress_association_create, u64, const vok_ip_ingress_record *, u64 *);
+ZEL_REQUIRE(code, vok_ip_egress_association_create, u64, const vok_ip_egress_record *, u64 *);
+ZEL_REQUIRE(code, vok_ipv6_ingress_association_create, u64, const vok_ipv6_ingress_record *, u64 *);
+ZEL_REQUIRE(code, vok_ipv6_egress_association_create, u64, const vok_ipv6_egress_record *, u64 *);
+ZEL_REQUIRE(code, vok_ip_ingress_association_delete, u64, u64);
+ZEL_REQUIRE(code, vok_ip_egress_association_delete, u64, u64);
+ZEL_REQUIRE(code, vok_ipv6_ingress_association_delete, u64, u64);
+ZEL_REQUIRE(code, vok_ipv6_egress_association_delete, u64, u64);
+ZEL_REQUIRE(code, vok_ipv6_egress_association_attr_modify, u64, const vok_ipv6_egress_record *, u64);
+ZEL_REQUIRE(code, vok_ip_ingress_association_stats_get, u64, u64, record_of_size<32> *);
+ZEL_REQUIRE(code, vok_ip_egress_association_stats_get, u64, u64, record_of_size<32> *);
+ZEL_REQUIRE(code, vok_ipv6_ingress_association_statistics_get, u64, u64, record_of_size<8> *);
+ZEL_REQUIRE(code, vok_ipv6_egress_association_statistics_get, u64, u64, record_of_size<4> *);
+ZEL_REQUIRE(code, vok_l2tpv3_ingress_interface_add, u64, const record_of_size<4> *, u64 *);
+ZEL_REQUIRE(code, vok_l2tpv3_ingress_flow_create, u64, const record_of_size<24> *, u64 *);
+ZEL_REQUIRE(code, vok_l2tpv3_egress_flow_create, u64, const record_of_size<8> *, u64 *);
+ZEL_REQUIRE(code, vok_l2tpv3_ingress_flow_delete, u64, u64);
+ZEL_REQUIRE(code, vok_l2tpv3_egress_flow_delete, u64, u64);
+ZEL_REQUIRE(code, vok_bind, u64, const vok_bind_record *);
+ZEL_REQUIRE(code, vok_unbind, u64, const vok_bind_record *);
+ZEL_REQUIRE(code, zel_init_attach, zel_handles_t *);
+ZEL_REQUIRE(code, zel_core_ic_ovlin_capabilities_get, ovlin_capabilities_t *);
+ZEL_REQUIRE(code, zel_fmt_end, char *, u32);
+ZEL_REQUIRE(code, vok_syshandle_get, integer, integer, u64 *);
+ZEL_REQUIRE(text, vok_sys_status_get, u64, code);
+ZEL_REQUIRE(text, kiv_util_init_rc_str_get, code);
 // Nobody looks at the results of these.
-ZEL_REQUIRE(0, zel_fmt_ipv4_ingress_assoc_stats, char *, u32, u8, const void *);
-ZEL_REQUIRE(0, zel_fmt_ipv4_egress_assoc_stats, char *, u32, u8, const void *);
-ZEL_REQUIRE(0, zel_fmt_ipv6_ingress_assoc_stats, char *, u32, u8, const void *);
-ZEL_REQUIRE(0, zel_fmt_ipv6_egress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(anything, zel_fmt_ipv4_ingress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(anything, zel_fmt_ipv4_egress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(anything, zel_fmt_ipv6_ingress_assoc_stats, char *, u32, u8, const void *);
+ZEL_REQUIRE(anything, zel_fmt_ipv6_egress_assoc_stats, char *, u32, u8, const void *);
 
 template <typename Record, std::size_t size>
 constexpr bool holds_bytes = is_wanted<Record *, const record_of_size<size> *>;
