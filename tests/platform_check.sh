@@ -91,8 +91,8 @@ refused "zel-core-term has no component nosuch" cmake -S "$temporary/asker" -B "
     -D CMAKE_PREFIX_PATH="$installed;$platform"
 
 # Inside another project there is the library and nothing else; the platform is found by its package.
-program "$temporary/parent" "set(CMAKE_CXX_STANDARD 17)" "include(FetchContent)" "FetchContent_Declare(zel-core-term SOURCE_DIR [[$project]])" \
-    "FetchContent_MakeAvailable(zel-core-term)"
+program "$temporary/parent" "set(CMAKE_CXX_STANDARD 17)" "include(FetchContent)" \
+    "FetchContent_Declare(zel-core-term SOURCE_DIR [[$project]])" "FetchContent_MakeAvailable(zel-core-term)"
 quietly cmake -S "$temporary/parent" -B "$temporary/parent/build" -G Ninja -D ZEL_STAND_INS=OFF \
     -D CMAKE_PREFIX_PATH="$platform"
 quietly cmake --build "$temporary/parent/build"
