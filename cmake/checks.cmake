@@ -21,13 +21,15 @@ if((CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_
         "or clang 14 or newer, by CMAKE_C_COMPILER and CMAKE_CXX_COMPILER")
 endif()
 
-if(PROJECT_IS_TOP_LEVEL AND "${CMAKE_BUILD_TYPE}${CMAKE_CONFIGURATION_TYPES}" STREQUAL "")
-    set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "None, Debug, RelWithDebInfo, Release or MinSizeRel" FORCE)
-endif()
-string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
-if(NOT build_type MATCHES "^(NONE)?$" AND "${CMAKE_CXX_FLAGS_${build_type}}" STREQUAL "")
-    message(FATAL_ERROR "CMAKE_BUILD_TYPE is None, Debug, RelWithDebInfo, Release or MinSizeRel, not "
-        "'${CMAKE_BUILD_TYPE}'")
+if(PROJECT_IS_TOP_LEVEL)
+    if("${CMAKE_BUILD_TYPE}${CMAKE_CONFIGURATION_TYPES}" STREQUAL "")
+        set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "None, Debug, RelWithDebInfo, Release or MinSizeRel" FORCE)
+    endif()
+    string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
+    if(NOT build_type MATCHES "^(NONE)?$" AND "${CMAKE_CXX_FLAGS_${build_type}}" STREQUAL "")
+        message(FATAL_ERROR "CMAKE_BUILD_TYPE is None, Debug, RelWithDebInfo, Release or MinSizeRel, not "
+            "'${CMAKE_BUILD_TYPE}'")
+    endif()
 endif()
 
 find_package(LTTngUST 2.13 QUIET)
