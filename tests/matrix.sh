@@ -42,6 +42,7 @@ describe() { # ROW
 
 run_row() { # ROW
     local source=$PWD build=$PWD/build/matrix/$1
+    rm -rf "$build" # what an earlier run built would hide what this one cannot build
     if [ "$1" = tarball ]; then # without git, not to be written, and in a place that asks for quotes
         umask 077
         build="$PWD/build/matrix/tär [b] (all)"
@@ -62,8 +63,8 @@ run_row() { # ROW
 
 # The linker warns too, and is not told that its warnings are errors.
 without_warning() {
-    "$@" | tee /dev/stderr >build/matrix.log
-    ! grep 'warning:' build/matrix.log
+    "$@" 2>&1 | tee build/matrix.log || return 1
+    ! grep --quiet 'warning:' build/matrix.log
 }
 
 rows=("$@")
