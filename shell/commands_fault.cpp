@@ -9,7 +9,7 @@ constexpr std::uint32_t default_status = VOK_CP_SIM_INJECTED;
 std::string what_it_does(const fault &f)
 {
     std::string text =
-        f.status == 0 ? "" : "fails with " + std::to_string(f.status) + ", " + answer_text(f.call, f.status);
+        f.status == 0 ? "" : "fails with " + std::to_string(f.status) + ", " + status_text(f.call, f.status);
     if (f.after_effect)
         text += ", after its effect";
     if (f.ticks != 0)

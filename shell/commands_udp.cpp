@@ -151,27 +151,19 @@ void commands::add_udp_commands(CLI::App &app, line_options &o)
     on_run(clear, [this, &o] { clear_udp_sessions(o.below); });
 }
 
-/// Keeps the handles of a session's associations, which the library does not show but passes on when it is asked for
-/// the session's counters. That leaves no event in a trace, and no call in what is recorded.
+/// Keeps the handles of the associations that the last operation, an add, has made.
 void commands::note_udp_session(std::uint32_t id)
 {
-    const recorder::pause unseen(recorder_);
-    vok_cp_sim_observe(
-        [](void *noted, const vok_cp_sim_call_t *call) {
+    ledger::udp_session &session = known_.udp_sessions[id];
+    for (const recorded_call *call : calls_of(last_operation()))
+        if (call->created != 0 && call->status == 0) {
             const bool is_ingress = call->kind == VOK_CP_SIM_IPV4_INGRESS || call->kind == VOK_CP_SIM_IPV6_INGRESS;
-            auto &session = *static_cast<ledger::udp_session *>(noted);
-            (is_ingress ? session.ingress_handle : session.egress_handle) = call->handle;
-            return vok_cp_sim_answer_t{};
-        },
-        &known_.udp_sessions[id]);
-    char text[512];
-    zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0);
-    recorder_.attach();
+            (is_ingress ? session.ingress_handle : session.egress_handle) = call->created;
+        }
 }
 
 void commands::show_udp_sessions()
 {
-    const recorder::pause unseen(recorder_);
     text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
     for (const auto &[id, handles] : known_.udp_sessions) {
         zel_core_term_udp_session_cfg_t cfg{};

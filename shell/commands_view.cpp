@@ -9,7 +9,7 @@ namespace {
 
 std::string answer_of(const recorded_call &call)
 {
-    std::string text = call.status == 0 ? "ok" : std::to_string(call.status) + ", " + call.status_text;
+    std::string text = call.status == 0 ? "ok" : std::to_string(call.status) + ", " + status_text(call);
     if (call.status != 0 && call.took_effect)
         text += ", after its effect";
     if (call.created != 0)
@@ -20,7 +20,7 @@ std::string answer_of(const recorded_call &call)
 /// What is special about a call: it undoes, a fault answers it.
 std::string mark_text(const recorded_call &call)
 {
-    return call.is_undo && call.injected ? "undo, fault" : call.is_undo ? "undo" : call.injected ? "fault" : "";
+    return call.is_undo && call.is_answered ? "undo, fault" : call.is_undo ? "undo" : call.is_answered ? "fault" : "";
 }
 
 } // namespace
@@ -69,7 +69,7 @@ void commands::show_calls(bool with_durations)
     text_table table{{"", "call", "of", "answer", with_durations ? "took" : ""}};
     const std::vector<const recorded_call *> calls = calls_of(last);
     for (const recorded_call *call : calls)
-        table.add({mark_text(*call), call->operation, call->subject, answer_of(*call),
+        table.add({mark_text(*call), std::string(call->operation), subject_text(*call), answer_of(*call),
                    with_durations ? duration_text(call->duration_ns) : ""});
     out_ << last.name << ": " << last.result << " (" << last.result_text << "), " << calls.size()
          << (calls.size() == 1 ? " call\n" : " calls\n") << table;

@@ -43,16 +43,3 @@ endpoint parse_ipv4(const std::string &text)
 {
     return parse_address(4, text, 0);
 }
-
-std::string address_text(int ip_version, const std::uint8_t (&address)[16])
-{
-    char text[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(ip_version == 6 ? AF_INET6 : AF_INET, address, text, sizeof text);
-    return text;
-}
-
-std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port)
-{
-    const std::string text = address_text(ip_version, address);
-    return (ip_version == 6 ? "[" + text + "]" : text) + ":" + std::to_string(port);
-}

@@ -19,7 +19,3 @@ endpoint parse_endpoint(const std::string &text);
 /// Reads "192.0.2.1"; the port is 0.
 /// @throws std::invalid_argument with what is wrong
 endpoint parse_ipv4(const std::string &text);
-
-/// The reverse, of addresses in network byte order.
-std::string address_text(int ip_version, const std::uint8_t (&address)[16]);
-std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port);

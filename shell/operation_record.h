@@ -7,18 +7,12 @@
 #include <vector>
 
 #include "event_listener.h"
+#include "watcher.h"
 
-struct recorded_call {
-    std::string operation;     ///< "vok_bind"
-    std::string subject;       ///< what it was given, in words: a binding's ends, an object's addresses, a handle
-    std::uint64_t created;     ///< the handle of the object that it made, or 0
-    std::uint32_t status;      ///< 0: success
-    std::string status_text;   ///< the data plane's
-    bool took_effect;          ///< may be so although it failed
-    bool injected;             ///< a fault of `fault` answered it
-    std::uint64_t duration_ns; ///< by the machine's clock, the waiting of a slow data plane included
-    bool is_slow;              ///< took so many ticks that the library reports it
-    bool is_undo;              ///< takes something down after a call that was to build something failed
+struct recorded_call : watched_call {
+    std::uint64_t duration_ns = 0; ///< by the machine's clock, the waiting of a slow data plane included
+    bool is_slow = false;          ///< took so many ticks that the library reports it
+    bool is_undo = false;          ///< takes something down after a call that was to build something failed
 };
 
 struct operation_record {

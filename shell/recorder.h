@@ -10,29 +10,24 @@
 #include "event_listener.h"
 #include "faults.h"
 #include "operation_record.h"
-#include "vok_cp_sim.h"
+#include "watcher.h"
 
 /// There is one at a time, as there is one data plane.
 class recorder {
 public:
     /// @param on_event sees each event of the library as it fires
     recorder(faults &waiting, std::function<void(const trace_event &)> on_event);
-    ~recorder();
     recorder(const recorder &) = delete;
     recorder &operator=(const recorder &) = delete;
 
     /// Watches the data plane again that was reset.
-    void attach();
+    void attach() { watcher_.attach(); }
 
     void begin(const std::string &line, int line_number, const std::string &name);
     void end(std::uint32_t result);
 
     /// What the last operation did; null before the first.
     const operation_record *last() const { return last_ ? &*last_ : nullptr; }
-
-    /// The session-type hook is called, which would be `next` without the shell.
-    std::uint32_t hook_called(std::uint64_t ovlin_flow_type, std::uint32_t pcep_id, std::uint32_t session_type,
-                              std::uint32_t (*next)(std::uint64_t, std::uint32_t, std::uint32_t));
 
     /// While it lives nothing is recorded and no event is seen.
     class pause {
@@ -53,9 +48,8 @@ public:
 private:
     using clock = std::chrono::steady_clock;
 
-    static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *call);
-    static void on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_cp_sim_outcome_t *outcome);
-    void record(recorded_call call);
+    vok_cp_sim_answer_t on_call(const watched_call &call);
+    void on_outcome(const watched_call &call);
 
     faults &waiting_;
     std::function<void(const trace_event &)> on_event_;
@@ -63,7 +57,7 @@ private:
     std::optional<operation_record> last_;
     clock::time_point operation_began_, call_began_;
     std::uint64_t call_began_ticks_ = 0;
-    bool call_is_answered_ = false; ///< by a fault
     bool building_failed_ = false;
+    watcher watcher_;
     event_listener listener_;
 };

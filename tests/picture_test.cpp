@@ -112,10 +112,12 @@ protected:
     std::string folder = testing::TempDir() + "zel_pictures.XXXXXX";
 };
 
-recorded_call call(const std::string &operation, std::uint32_t status = 0)
+recorded_call call(const char *operation, std::uint32_t status = 0)
 {
-    return {operation,   "0x100000001", 0,    status, status == 0 ? "success" : "no such binding",
-            status == 0, false,         1500, false,  false};
+    recorded_call made{{.operation = operation, .handle = 0x100000001}, 1500};
+    made.status = status;
+    made.took_effect = status == 0;
+    return made;
 }
 
 operation_record operation(std::vector<std::variant<trace_event, recorded_call>> course)
@@ -193,7 +195,7 @@ TEST_F(picture_test, ALargeDataPlaneIsDrawnInPartWithWhatNobodyOwnsFirst)
 TEST_F(picture_test, FailuresAndUndosAreRedInALadder)
 {
     recorded_call failed = call("vok_bind", 0x109), undo = call("vok_unbind"), slow = call("vok_slow");
-    failed.injected = true;
+    failed.is_answered = true;
     undo.is_undo = true;
     slow.is_slow = true;
     operation_record record =
@@ -222,13 +224,13 @@ TEST_F(picture_test, AStepStandsBesideTheCallThatItAnnounces)
 TEST_F(picture_test, ALongLadderKeepsItsEndsAndItsFailures)
 {
     std::vector<std::variant<trace_event, recorded_call>> course(1000, call("vok_bind"));
-    course[500] = call("vok_bind", 0x108);
+    course[500] = call("vok_bind", 0x109);
     std::string dot = ladder_dot(operation(course));
     const std::size_t failure = dot.find("no such binding");
     EXPECT_LT(dot.find("425 calls and steps are left out here"), failure);
     EXPECT_LT(failure, dot.find("424 calls and steps are left out here"));
 
-    course.assign(1000, call("vok_bind", 0x108));
+    course.assign(1000, call("vok_bind", 0x109));
     dot = ladder_dot(operation(course));
     EXPECT_PRED2(contains, dot, "700 calls and steps are left out here");
 }

@@ -1,11 +1,23 @@
 /*
- * The payload that every event of both providers carries, and the shape of an event's definition.
+ * The events of both providers, the payload that each carries, and the shape of an event's definition.
  * Included by the providers' headers, which the tracing headers read several times: no include guard.
  */
 /* clang-format off */
+#undef TN_ZEL_TERM_EVENTS
+#undef TN_ZEL_INIT_EVENTS
 #undef ZEL_TRACE_PAYLOAD
 #undef ZEL_TRACE_PAYLOAD_CLASS
 #undef ZEL_TRACE_EVENT
+
+#define TN_ZEL_TERM_EVENTS(EVENT)                                                                        \
+    EVENT(tn_zel_term, FN_ENTER, LTTNG_UST_TRACEPOINT_LOGLEVEL_DEBUG_FUNCTION)                           \
+    EVENT(tn_zel_term, FN_EXIT, LTTNG_UST_TRACEPOINT_LOGLEVEL_DEBUG_FUNCTION)                            \
+    EVENT(tn_zel_term, EXCEPTION, LTTNG_UST_TRACEPOINT_LOGLEVEL_ERR)                                     \
+    EVENT(tn_zel_term, ERROR, LTTNG_UST_TRACEPOINT_LOGLEVEL_CRIT)                                        \
+    EVENT(tn_zel_term, API_CALL, LTTNG_UST_TRACEPOINT_LOGLEVEL_DEBUG_MODULE)                             \
+    EVENT(tn_zel_term, LAB, LTTNG_UST_TRACEPOINT_LOGLEVEL_DEBUG)
+
+#define TN_ZEL_INIT_EVENTS(EVENT) EVENT(tn_zel_init, EXCEPTION, LTTNG_UST_TRACEPOINT_LOGLEVEL_ERR)
 
 #define ZEL_TRACE_PAYLOAD                                                                                \
     LTTNG_UST_TP_ARGS(const char *, location, const char *, category, const char *, message)

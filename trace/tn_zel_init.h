@@ -16,7 +16,7 @@
 #include "tn_zel_events.h"
 
 ZEL_TRACE_PAYLOAD_CLASS(tn_zel_init)
-ZEL_TRACE_EVENT(tn_zel_init, EXCEPTION, LTTNG_UST_TRACEPOINT_LOGLEVEL_ERR)
+TN_ZEL_INIT_EVENTS(ZEL_TRACE_EVENT)
 
 #endif
 

@@ -6,9 +6,7 @@
 
 using tracepoint_object = struct lttng_ust_tracepoint; // the plain name is a macro too
 
-inline const tracepoint_object *const tracepoints[] = {
-    &lttng_ust_tracepoint_tn_zel_init___EXCEPTION, &lttng_ust_tracepoint_tn_zel_term___API_CALL,
-    &lttng_ust_tracepoint_tn_zel_term___ERROR,     &lttng_ust_tracepoint_tn_zel_term___EXCEPTION,
-    &lttng_ust_tracepoint_tn_zel_term___FN_ENTER,  &lttng_ust_tracepoint_tn_zel_term___FN_EXIT,
-    &lttng_ust_tracepoint_tn_zel_term___LAB,
-};
+#define TN_ZEL_OBJECT(provider, event, level) &lttng_ust_tracepoint_##provider##___##event,
+inline const tracepoint_object *const tracepoints[] = {TN_ZEL_INIT_EVENTS(TN_ZEL_OBJECT)
+                                                           TN_ZEL_TERM_EVENTS(TN_ZEL_OBJECT)};
+#undef TN_ZEL_OBJECT

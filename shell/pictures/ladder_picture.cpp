@@ -106,10 +106,10 @@ std::string answer_text(const recorded_call &call)
 {
     std::string text = call.created != 0 ? handle_text(call.created) : "success";
     if (call.status != 0)
-        text = "<b>" + wrapped(call.status_text, 36) + "</b>";
+        text = "<b>" + wrapped(status_text(call), 36) + "</b>";
     text += style::gap + in_colour(call.is_slow ? style::warning : style::faint_ink,
                                    duration_text(call.duration_ns) + (call.is_slow ? ", slow" : ""));
-    if (call.injected && call.status_text != "injected fault")
+    if (call.is_answered && status_text(call) != "injected fault")
         text += "<br/>injected fault";
     if (call.status != 0 && call.took_effect)
         text += "<br/>took effect all the same";
@@ -121,10 +121,11 @@ std::string cells_of(const recorded_call &call)
 {
     const bool failed = call.status != 0;
     const std::string colour = failed || call.is_undo ? style::alarm : style::ink;
-    const std::string name = (call.is_undo ? "undo: " : "") + call.operation;
-    const bool is_long = name.size() + call.subject.size() > 76;
+    const std::string name = (call.is_undo ? "undo: " : "") + std::string(call.operation);
+    const bool is_long = name.size() + subject_text(call).size() > 76;
     const std::string fill = failed ? "bgcolor=\"" + style::alarm_fill + '"' : "";
-    return cell("left", in_colour(colour, in_bold(name) + (is_long ? "<br/>" : style::gap) + wrapped(call.subject, 76)),
+    return cell("left",
+                in_colour(colour, in_bold(name) + (is_long ? "<br/>" : style::gap) + wrapped(subject_text(call), 76)),
                 fill) +
            cell("left", in_colour(colour, "⟶"), fill) + cell("left", answer_text(call), fill);
 }

@@ -74,7 +74,7 @@ status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t h
     object *found = nullptr;
     if (const status wrong = look_up(kind, type, handle, found))
         return wrong;
-    if (found->binding_count != 0)
+    if (!found->bindings.empty())
         return VOK_CP_SIM_OBJECT_IN_USE;
     objects_.erase(handle);
     return VOK_CP_SIM_OK;
@@ -113,9 +113,10 @@ status model::bind(std::uint64_t instance, const vok_bind_record *record)
         return VOK_CP_SIM_DSCP_TOO_LARGE;
     binding made{*record, dscp != nullptr, dscp != nullptr ? *dscp : std::uint8_t{0}};
     made.record.dscpRef = 0;
-    if (!bindings_.emplace(key_of(*record), made).second)
+    const auto [at, is_new] = bindings_.emplace(key_of(*record), made);
+    if (!is_new)
         return VOK_CP_SIM_DUPLICATE_BINDING;
-    count_binding(*record, 1);
+    for_each_end(*record, [&](object &o) { o.bindings.push_back(&at->second); });
     return VOK_CP_SIM_OK;
 }
 
@@ -125,9 +126,11 @@ status model::unbind(std::uint64_t instance, const vok_bind_record *record)
         return wrong;
     if (record->dscpRef != 0)
         return VOK_CP_SIM_WRONG_CONSTANT;
-    if (bindings_.erase(key_of(*record)) == 0)
+    const auto at = bindings_.find(key_of(*record));
+    if (at == bindings_.end())
         return VOK_CP_SIM_NO_SUCH_BINDING;
-    count_binding(*record, static_cast<std::uint32_t>(-1));
+    for_each_end(*record, [&](object &o) { std::erase(o.bindings, &at->second); });
+    bindings_.erase(at);
     return VOK_CP_SIM_OK;
 }
 
@@ -193,11 +196,12 @@ status model::check_binding(std::uint64_t instance, const vok_bind_record *recor
     return VOK_CP_SIM_WRONG_CONSTANT;
 }
 
-void model::count_binding(const vok_bind_record &record, std::uint32_t change)
+/// Visits the objects that a binding uses.
+void model::for_each_end(const vok_bind_record &record, const std::function<void(object &)> &visit)
 {
     for (const std::uint64_t handle : {record.srcFlowHandle, record.destFlowHandle})
         if (const auto found = objects_.find(handle); found != objects_.end())
-            found->second.binding_count += change;
+            visit(found->second);
 }
 
 } // namespace vok_cp

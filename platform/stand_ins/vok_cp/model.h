@@ -4,6 +4,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <vector>
@@ -22,10 +23,16 @@ struct kind_traits {
 
 const kind_traits &traits(vok_cp_sim_kind_t kind);
 
+struct binding {
+    vok_bind_record record; ///< dscpRef is 0
+    bool has_dscp;
+    std::uint8_t dscp;
+};
+
 struct object {
     vok_cp_sim_kind_t kind;
     std::vector<std::byte> record;
-    std::uint32_t binding_count = 0;
+    std::vector<const binding *> bindings{}; ///< that use it
     std::uint64_t packets = 0;
     std::uint64_t octets = 0;
 };
@@ -39,12 +46,6 @@ struct binding_key {
     std::uint32_t destination_flow_id;
 
     auto operator<=>(const binding_key &) const = default;
-};
-
-struct binding {
-    vok_bind_record record; ///< dscpRef is 0
-    bool has_dscp;
-    std::uint8_t dscp;
 };
 
 /// A binding as the simulation interface shows it.
@@ -79,12 +80,13 @@ public:
     const std::map<binding_key, binding> &bindings() const { return bindings_; }
 
 private:
-    const binding *binding_from(std::uint64_t source_handle, std::uint32_t source_flow_id, std::uint32_t kind) const;
+    const binding *binding_from(std::uint64_t source, std::uint32_t kind) const;
+    const binding *binding_from_flow(std::uint32_t ovlin_flow_id) const;
     std::uint64_t l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_t &header) const;
     status check_flow_record(vok_cp_sim_kind_t kind, std::span<const std::byte> record) const;
     status check_flow_end(std::uint64_t type, std::uint64_t handle, std::uint32_t flow_id, unsigned kinds) const;
     status check_binding(std::uint64_t instance, const vok_bind_record *record) const;
-    void count_binding(const vok_bind_record &record, std::uint32_t change);
+    void for_each_end(const vok_bind_record &record, const std::function<void(object &)> &visit);
 
     std::map<std::uint64_t, object> objects_;
     std::map<binding_key, binding> bindings_;

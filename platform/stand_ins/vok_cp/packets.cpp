@@ -114,13 +114,22 @@ std::uint32_t path_mtu_of(const object &o)
     }
 }
 
-const binding *model::binding_from(std::uint64_t source_handle, std::uint32_t source_flow_id, std::uint32_t kind) const
+/// The binding of that kind that leads on from an object, or null.
+const binding *model::binding_from(std::uint64_t source, std::uint32_t kind) const
 {
-    const auto found = std::ranges::find_if(bindings_, [=](const auto &entry) {
-        const binding_key &key = entry.first;
-        return key.kind == kind && key.source_handle == source_handle && key.source_flow_id == source_flow_id;
-    });
-    return found != bindings_.end() ? &found->second : nullptr;
+    const auto &bindings = objects_.at(source).bindings;
+    const auto found = std::ranges::find_if(
+        bindings, [=](const binding *b) { return b->record.bindKind == kind && b->record.srcFlowHandle == source; });
+    return found != bindings.end() ? *found : nullptr;
+}
+
+/// The first binding that leads on from an ovlin flow, or null.
+const binding *model::binding_from_flow(std::uint32_t ovlin_flow_id) const
+{
+    const auto found = bindings_.lower_bound({VOK_BIND_ID2F, VOK_EGRESS, 0, ovlin_flow_id, 0, 0});
+    const bool is_there =
+        found != bindings_.end() && found->first.kind == VOK_BIND_ID2F && found->first.source_flow_id == ovlin_flow_id;
+    return is_there ? &found->second : nullptr;
 }
 
 std::uint64_t model::l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_t &h) const
@@ -148,12 +157,12 @@ vok_cp_sim_arrival_t model::receive(const vok_cp_sim_header_t &h, std::uint32_t 
         return {VOK_CP_SIM_NO_ASSOCIATION, 0, 0, {}};
     auto &[association, object] = *found;
 
-    const binding *last = binding_from(association, 0, VOK_BIND_F2ID);
-    if (const binding *to_interface = binding_from(association, 0, VOK_BIND_F2F)) {
+    const binding *last = binding_from(association, VOK_BIND_F2ID);
+    if (const binding *to_interface = binding_from(association, VOK_BIND_F2F)) {
         const std::uint64_t flow = l2tp_flow(to_interface->record.destFlowHandle, h);
         if (flow == 0)
             return {VOK_CP_SIM_NO_L2TPV3_FLOW, association, 0, {}};
-        last = binding_from(flow, 0, VOK_BIND_F2ID);
+        last = binding_from(flow, VOK_BIND_F2ID);
     }
     if (last == nullptr)
         return {VOK_CP_SIM_NOT_BOUND, association, 0, {}};
@@ -163,9 +172,9 @@ vok_cp_sim_arrival_t model::receive(const vok_cp_sim_header_t &h, std::uint32_t 
 
 vok_cp_sim_departure_t model::send(std::uint32_t ovlin_flow_id, std::uint32_t octets)
 {
-    const binding *last = binding_from(0, ovlin_flow_id, VOK_BIND_ID2F);
+    const binding *last = binding_from_flow(ovlin_flow_id);
     if (last != nullptr && objects_.at(last->record.destFlowHandle).kind == VOK_CP_SIM_L2TPV3_EGRESS_FLOW)
-        last = binding_from(last->record.destFlowHandle, 0, VOK_BIND_F2F);
+        last = binding_from(last->record.destFlowHandle, VOK_BIND_F2F);
     if (last == nullptr)
         return {VOK_CP_SIM_NOT_BOUND, 0, {}, 0, {}};
     object &association = objects_.at(last->record.destFlowHandle);

@@ -80,7 +80,7 @@ vok_cp_sim_object_t shown(std::uint64_t handle, const vok_cp::object &o)
             o.kind,
             o.record.data(),
             o.record.size(),
-            o.binding_count,
+            static_cast<std::uint32_t>(o.bindings.size()),
             vok_cp::header_of(o),
             vok_cp::path_mtu_of(o)};
 }
@@ -314,6 +314,31 @@ void vok_cp_sim_walk_bindings(void (*visit)(void *, const vok_cp_sim_binding_t *
         const vok_cp_sim_binding_t shown = vok_cp::shown(binding);
         visit(context, &shown);
     }
+}
+
+bool vok_cp_sim_find(std::uint64_t handle, vok_cp_sim_object_t *found)
+{
+    const auto at = data_plane.objects().find(handle);
+    if (at == data_plane.objects().end())
+        return false;
+    *found = shown(handle, at->second);
+    return true;
+}
+
+void vok_cp_sim_walk_bindings_of(std::uint64_t handle, void (*visit)(void *, const vok_cp_sim_binding_t *),
+                                 void *context)
+{
+    const auto at = data_plane.objects().find(handle);
+    for (const vok_cp::binding *binding :
+         at != data_plane.objects().end() ? at->second.bindings : std::vector<const vok_cp::binding *>{}) {
+        const vok_cp_sim_binding_t shown = vok_cp::shown(*binding);
+        visit(context, &shown);
+    }
+}
+
+vok_cp_sim_counts_t vok_cp_sim_count(void)
+{
+    return {data_plane.objects().size(), data_plane.bindings().size()};
 }
 
 vok_cp_sim_arrival_t vok_cp_sim_receive(const vok_cp_sim_header_t *header, std::uint32_t octets)

@@ -1,4 +1,4 @@
-/// Faults that are waiting for calls of the operations that follow.
+/// Faults that wait for calls of the data plane or of the session-type hook.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,10 @@
 #include <string_view>
 #include <vector>
 
+#include "vok_cp_sim.h"
+
 struct fault {
-    std::string call;         ///< of which function
+    std::string call;         ///< of which function; empty: of any
     std::uint32_t nth = 1;    ///< it acts on the n-th call from now ...
     bool every = false;       ///< ... and on every one after it
     std::uint32_t status = 0; ///< that the call fails with; 0: it is not made to fail
@@ -20,31 +22,17 @@ struct fault {
 
 class faults {
 public:
-    /// What the faults that act on one call make of it together: the first status, and the longest time.
-    struct answer {
-        std::uint32_t status = 0;
-        bool after_effect = false;
-        std::uint64_t ticks = 0;
-
-        bool acts() const { return status != 0 || ticks != 0; }
-    };
-
     void add(const fault &f) { all_.push_back(f); }
     void clear() { all_.clear(); }
     const std::vector<fault> &all() const { return all_; }
 
-    /// Counts a call of `function`, for every fault that waits for it.
-    answer on_call(std::string_view function);
+    /// Counts a call of `function` for every fault that waits for it.
+    /// @return what those that act on it make of it together: the first status and the longest time
+    vok_cp_sim_answer_t on_call(std::string_view function);
 
 private:
     std::vector<fault> all_;
 };
 
-/// The session-type hook, which is no data-plane call but can fail as one.
-inline constexpr const char *session_type_hook = "zel_ovlin_session_handler_set_session_type";
-
 /// All functions that a fault can act on.
 const std::vector<std::string> &functions_that_can_fail();
-
-/// The text for what a function answers: the data plane's for a status, the utility library's for the hook's result.
-std::string answer_text(std::string_view function, std::uint32_t answer);

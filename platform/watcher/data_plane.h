@@ -1,14 +1,16 @@
-/// What the stand-in data plane holds at one moment.
+/// What the stand-in data plane holds, and its objects, bindings and calls in words.
 #pragma once
 
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vok_cp.h"
 #include "vok_cp_sim.h"
+#include "watcher.h"
 
 struct data_plane {
     struct object {
@@ -41,6 +43,10 @@ struct data_plane {
 
     bool operator==(const data_plane &) const = default;
 };
+
+/// An address in network byte order: "192.0.2.1:2152", "[2001:db8::1]:2152", or without the port.
+std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port);
+std::string address_text(int ip_version, const std::uint8_t (&address)[16]);
 
 /// "IPv4 ingress", "L2TPv3 ingress interface"
 const char *kind_name(vok_cp_sim_kind_t kind);
@@ -76,3 +82,10 @@ std::string to_text(const data_plane::object &o);
 
 /// "ID2F EGRESS ovlin 0x00100001 (pcep 1, session 1) -> 0x100000002"
 std::string to_text(const vok_bind_record &r);
+
+/// What a call was given: a binding's ends, an object's header, a handle, the hook's arguments.
+std::string subject_text(const watched_call &call);
+
+/// The text for what a call answered: the data plane's, or the result code's for the session-type hook.
+std::string status_text(const watched_call &call);
+std::string status_text(std::string_view operation, std::uint32_t status);

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
-#include "kiv_util.h"
-#include "vok_cp.h"
+#include "watcher.h"
 
-faults::answer faults::on_call(std::string_view function)
+vok_cp_sim_answer_t faults::on_call(std::string_view function)
 {
-    answer together;
+    vok_cp_sim_answer_t together{};
     for (fault &f : all_) {
-        if (f.call != function)
+        if (!f.call.empty() && f.call != function)
             continue;
         ++f.seen;
         if (f.every ? f.seen < f.nth : f.seen != f.nth)
@@ -50,13 +49,4 @@ const std::vector<std::string> &functions_that_can_fail()
         session_type_hook,
     };
     return names;
-}
-
-std::string answer_text(std::string_view function, std::uint32_t answer)
-{
-    if (function == session_type_hook)
-        return kiv_util_init_rc_str_get(answer);
-    std::uint64_t system_handle = 0;
-    vok_syshandle_get(0, 1, &system_handle);
-    return vok_sys_status_get(system_handle, answer);
 }

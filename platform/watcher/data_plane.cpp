@@ -1,11 +1,12 @@
 #include "data_plane.h"
 
-#include <algorithm>
+#include <arpa/inet.h>
+
 #include <cstdio>
 #include <cstring>
 #include <tuple>
 
-#include "endpoint.h"
+#include "kiv_util.h"
 
 namespace {
 
@@ -61,6 +62,19 @@ data_plane data_plane::now()
 std::string data_plane::counts() const
 {
     return count_text(objects.size(), "object") + ", " + count_text(bindings.size(), "binding");
+}
+
+std::string address_text(int ip_version, const std::uint8_t (&address)[16])
+{
+    char text[INET6_ADDRSTRLEN] = "?";
+    inet_ntop(ip_version == 6 ? AF_INET6 : AF_INET, address, text, sizeof text);
+    return text;
+}
+
+std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port)
+{
+    const std::string text = address_text(ip_version, address);
+    return (ip_version == 6 ? "[" + text + "]" : text) + ":" + std::to_string(port);
 }
 
 const char *kind_name(vok_cp_sim_kind_t kind)
@@ -160,4 +174,30 @@ std::string to_text(const data_plane::object &o)
 std::string to_text(const vok_bind_record &r)
 {
     return bind_kind_text(r) + " " + direction_text(r) + " " + source_text(r) + " -> " + destination_text(r);
+}
+
+std::string subject_text(const watched_call &call)
+{
+    if (call.is_hook())
+        return "pcep " + std::to_string(call.pcep_id) + ", session type " + std::to_string(call.session_type);
+    if (call.record.empty())
+        return handle_text(call.handle);
+    if (call.is_bind_or_unbind())
+        return to_text(call.binding());
+    const vok_cp_sim_object_t o = vok_cp_sim_describe(call.kind, call.record.data(), call.record.size());
+    return whole_header_text(o.header, o.path_mtu);
+}
+
+std::string status_text(const watched_call &call)
+{
+    return status_text(call.operation, call.status);
+}
+
+std::string status_text(std::string_view operation, std::uint32_t status)
+{
+    if (operation == session_type_hook)
+        return kiv_util_init_rc_str_get(status);
+    std::uint64_t system_handle = 0;
+    vok_syshandle_get(0, 1, &system_handle);
+    return vok_sys_status_get(system_handle, status);
 }

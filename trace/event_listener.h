@@ -27,5 +27,5 @@ private:
     handler on_event_;
 };
 
-/// "provider:EVENT" of every event that there is.
+/// "provider:EVENT" of every event, in alphabetical order.
 std::vector<std::string> names_of_events();

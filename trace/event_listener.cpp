@@ -1,5 +1,6 @@
 #include "event_listener.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -51,5 +52,6 @@ std::vector<std::string> names_of_events()
     std::vector<std::string> names;
     for (const auto *t : tracepoints)
         names.push_back(name_of(*t));
+    std::ranges::sort(names);
     return names;
 }

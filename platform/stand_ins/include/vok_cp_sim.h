@@ -136,6 +136,20 @@ void vok_cp_sim_walk_objects(void (*visit)(void *context, const vok_cp_sim_objec
 /** Visits the bindings, ordered by kind, direction, source and destination; same rule for the visitor. */
 void vok_cp_sim_walk_bindings(void (*visit)(void *context, const vok_cp_sim_binding_t *binding), void *context);
 
+/** Gives the object of that handle; false: there is none. */
+bool vok_cp_sim_find(uint64_t handle, vok_cp_sim_object_t *found);
+
+/** Visits the bindings that use an object, in the order of their creation; same rule for the visitor. */
+void vok_cp_sim_walk_bindings_of(uint64_t handle, void (*visit)(void *context, const vok_cp_sim_binding_t *binding),
+                                 void *context);
+
+typedef struct vok_cp_sim_counts {
+    size_t objects, bindings;
+} vok_cp_sim_counts_t;
+
+/** How much the data plane holds. */
+vok_cp_sim_counts_t vok_cp_sim_count(void);
+
 /** What became of a packet. */
 typedef enum vok_cp_sim_fate {
     VOK_CP_SIM_FORWARDED,
