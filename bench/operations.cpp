@@ -89,7 +89,7 @@ uint32_t occupy_udp_again(uint32_t)
     return 0;
 }
 
-/// Comes by every id before it comes by one again, and never by a neighbour.
+/// Visits each id once per cycle, and never two neighbours in turn.
 uint32_t next_scattered_id()
 {
     static uint32_t position;

@@ -2,41 +2,64 @@
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <string_view>
+#include <system_error>
 
-#include "commands.h"
+#include "interrupt.h"
 #include "line_reader.h"
+#include "shell.h"
 
 namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF"; ///< some editors begin a file with it
 
-bool has_command(const std::string &line)
+/// Before the libraries' own initialisation, which takes some milliseconds: a ^C in a conversation ends no shell.
+[[gnu::used, gnu::section(".preinit_array")]] void (*const catch_interrupts)(int, char **,
+                                                                             char **) = [](int argc, char **, char **) {
+    if (argc == 1 && isatty(STDIN_FILENO) != 0)
+        interrupt::catch_it();
+};
+
+/// Reads the next line, without its end.
+/// @return false at the end
+/// @throws bad_line when there is no reading on
+bool read_line(std::FILE *in, std::string &line)
 {
-    const std::size_t first = line.find_first_not_of(" \t\r");
-    return first != std::string::npos && line[first] != '#';
+    static char *buffer = nullptr; // grows with the longest line
+    static std::size_t size = 0;
+    errno = 0;
+    const ssize_t length = getline(&buffer, &size, in);
+    if (length < 0) {
+        if (std::feof(in) != 0 && std::ferror(in) == 0)
+            return false;
+        throw bad_line("cannot be read: " + std::generic_category().message(errno));
+    }
+    line.assign(buffer, static_cast<std::size_t>(length));
+    if (line.ends_with('\n'))
+        line.pop_back();
+    return true;
 }
 
-/// Carries out the lines of a file or a pipe up to the first one that does not go as written, each shown before what
-/// comes of it.
+/// Carries out the lines of a file or a pipe up to the first one that fails, each shown before what comes of it.
 /// @return the exit status
-int run(std::istream &in, const std::string &name)
+int run(std::FILE *in, const std::string &name)
 {
-    commands shell(std::cout, true, isatty(STDOUT_FILENO) != 0);
+    shell carrying_out(std::cout, true, isatty(STDOUT_FILENO) != 0);
     std::string line;
     int number = 0;
     try {
-        while (!shell.wants_to_quit() && std::getline(in, line)) {
+        while (!carrying_out.wants_to_quit && read_line(in, line)) {
             if (++number == 1 && line.starts_with(byte_order_mark))
                 line.erase(0, byte_order_mark.size());
             std::cout << (line.empty() ? "" : "> ") << line << '\n';
-            if (has_command(line))
-                shell.execute(line, number);
+            carrying_out.execute(line, number);
         }
-        shell.finish();
+        carrying_out.finish();
         if (!std::cout.flush())
             throw bad_line("the output cannot be written");
     } catch (const bad_line &wrong) {
@@ -51,18 +74,16 @@ int run(std::istream &in, const std::string &name)
 /// Carries out all lines that a person types.
 void converse()
 {
-    commands shell(std::cout, false, isatty(STDOUT_FILENO) != 0);
-    line_reader lines([&shell](const auto &words) { return shell.choices_after(words); });
+    shell carrying_out(std::cout, false, isatty(STDOUT_FILENO) != 0);
+    line_reader lines([&](const auto &words) { return carrying_out.choices_after(words); });
     std::cout << "'help' lists the commands, the tabulator key completes them, 'quit' ends.\n";
     int number = 0;
-    while (!shell.wants_to_quit()) {
+    while (!carrying_out.wants_to_quit) {
         const std::optional<std::string> line = lines.next();
         if (!line)
             return;
-        ++number;
         try {
-            if (has_command(*line))
-                shell.execute(*line, number);
+            carrying_out.execute(*line, ++number);
         } catch (const bad_line &wrong) {
             std::cout << wrong.what() << '\n';
         }
@@ -75,28 +96,28 @@ int main(int argc, char **argv)
 {
     CLI::App app{"Drives libzel-core-term over a stand-in data plane. Reads a command a line, from FILE or from\n"
                  "standard input; '#' starts a comment line, 'help' lists the commands. From a file or a pipe it\n"
-                 "stops at the first line that does not go as written, and exits with 1: a line that cannot be\n"
-                 "carried out, an expectation that does not hold, a result other than 0 that none states, a fault\n"
-                 "that never acted."};
+                 "stops at the first line that fails, and exits with 1: a line that is wrong, an expectation that\n"
+                 "does not hold, a result other than 0 that no 'expect' states, a fault that never fired."};
     app.set_version_flag("--version", "zel-term-shell " ZEL_VERSION);
     std::string file;
-    app.add_option("FILE", file, "commands");
+    const CLI::Option *const given = app.add_option("FILE", file, "commands");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &end) {
-        return app.exit(end) == 0 ? 0 : 1;
+        return app.exit(end) == 0 && std::cout.flush() ? 0 : 1;
     }
 
-    if (file.empty() && isatty(STDIN_FILENO) != 0) {
-        converse();
-        return 0;
+    if (given->count() != 0) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE *)> in(std::fopen(file.c_str(), "r"), std::fclose);
+        if (in == nullptr) {
+            std::cerr << (file.empty() ? "''" : file) << ": cannot be read: " << std::generic_category().message(errno)
+                      << '\n';
+            return 1;
+        }
+        return run(in.get(), file);
     }
-    if (file.empty())
-        return run(std::cin, "standard input");
-    std::ifstream in(file);
-    if (!in || std::filesystem::is_directory(file)) {
-        std::cerr << file << ": cannot be read\n";
-        return 1;
-    }
-    return run(in, file);
+    if (isatty(STDIN_FILENO) == 0)
+        return run(stdin, "standard input");
+    converse();
+    return 0;
 }

@@ -1,7 +1,6 @@
 // What the pictures show, by their .dot form, which is what Graphviz has drawn.
 #include "picture.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -10,6 +9,7 @@
 #include <iterator>
 
 #include "graphviz.h"
+#include "requests.h"
 #include "zel_core_term/zel_core_term.h"
 
 namespace {
@@ -49,7 +49,7 @@ protected:
     std::string data_plane_dot() const
     {
         const data_plane plane = data_plane::now();
-        draw_data_plane(plane, ownership(known, plane), path("plane.dot"));
+        draw_data_plane(plane, ownership(known), path("plane.dot"));
         return content(path("plane.dot"));
     }
 
@@ -87,23 +87,9 @@ protected:
 
     void add_udp(std::uint32_t id)
     {
-        zel_core_term_udp_session_cfg_t cfg{};
-        cfg.ip_version = 4;
-        inet_pton(AF_INET, "192.0.2.1", cfg.local_addr);
-        inet_pton(AF_INET, "198.51.100.7", cfg.remote_addr);
-        cfg.local_port = static_cast<std::uint16_t>(id);
-        cfg.remote_port = 2152;
-        ASSERT_EQ(zel_core_term_udp_session_add(id, &cfg, 1, 2, id, 46, 0), 0u);
+        ASSERT_EQ(request::udp(id, 4)(), 0u);
         const data_plane plane = data_plane::now();
-        known.udp_sessions[id] = {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle};
-    }
-
-    static void add_connection(std::uint32_t id)
-    {
-        zel_core_term_l2tp_control_connection_cfg_t cfg{};
-        inet_pton(AF_INET, "192.0.2.1", cfg.local_addr);
-        inet_pton(AF_INET, "198.51.100.7", cfg.remote_addr);
-        ASSERT_EQ(zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, 0), 0u);
+        known.udp_sessions.add(id, {plane.objects.end()[-2].handle, plane.objects.end()[-1].handle});
     }
 
     static std::string quoted(std::uint64_t handle) { return '"' + handle_text(handle) + '"'; }
@@ -129,7 +115,7 @@ TEST_F(picture_test, WhatNobodyOwnsIsRedAndWhatASessionOwnsIsInItsCluster)
 {
     add_udp(1);
     add_udp(2);
-    known.udp_sessions.erase(2); // the second one's objects are then owned by nobody
+    known.udp_sessions.remove(2); // the second one's objects are then owned by nobody
     const data_plane plane = data_plane::now();
     const std::string owned = quoted(plane.objects[0].handle), orphan = quoted(plane.objects[2].handle);
 
@@ -145,14 +131,14 @@ TEST_F(picture_test, WhatNobodyOwnsIsRedAndWhatASessionOwnsIsInItsCluster)
     EXPECT_NE(owned_binding.find("label=<ID2F EGRESS, dscp 46>"), std::string::npos) << owned_binding;
     EXPECT_NE(owned_binding.find("dir=back"), std::string::npos) << owned_binding;
     EXPECT_EQ(owned_binding.find(red), std::string::npos);
-    EXPECT_NE(statement(dot, orphan + ":e -> \"ovlin 0x00200002 (pcep 2, session 2)\":w").find(red), std::string::npos);
+    EXPECT_NE(statement(dot, orphan + ":e -> \"ovlin 0x00200005 (pcep 2, session 5)\":w").find(red), std::string::npos);
 }
 
 TEST_F(picture_test, SharedAssociationsAndDanglingHandlesAreWithTheirOwners)
 {
-    add_connection(1);
-    add_connection(2);
-    ASSERT_EQ(zel_core_term_l2tp_session_add(26, 0, 3, 101, 50001, 1, 100, 0), 0u);
+    for (const std::uint32_t id : {1u, 2u})
+        ASSERT_EQ(request::connect(id, 7)(), 0u);
+    ASSERT_EQ(request::session_of(1, 100)(), 0u);
     const l2tp_session_entry session = l2tp_session_table[100 - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN];
     for (const auto &binding : data_plane::now().bindings) {
         vok_bind_record record = binding.record;
@@ -167,7 +153,7 @@ TEST_F(picture_test, SharedAssociationsAndDanglingHandlesAreWithTheirOwners)
     EXPECT_EQ(title_around(dot, egress), "shared by L2TP connection 1, L2TP connection 2");
     EXPECT_EQ(title_around(dot, quoted(l2tp_control_ingress_interface)), "the library");
     EXPECT_EQ(title_around(dot, quoted(session.egress_flow_handle)), "L2TP session 100");
-    EXPECT_NE(statement(dot, egress + ":e -> " + quoted(session.egress_flow_handle) + ":w").find("F2F EGRESS, dscp 26"),
+    EXPECT_NE(statement(dot, egress + ":e -> " + quoted(session.egress_flow_handle) + ":w").find("F2F EGRESS, dscp 46"),
               std::string::npos);
     const std::string dangling =
         statement(dot, "\"ingress flow " + handle_text(session.ingress_flow_handle) + " of L2TP session 100\"");
@@ -181,7 +167,7 @@ TEST_F(picture_test, ALargeDataPlaneIsDrawnInPartWithWhatNobodyOwnsFirst)
 
     for (std::uint32_t id = 1; id <= 1000; ++id)
         add_udp(id);
-    known.udp_sessions.erase(900);
+    known.udp_sessions.remove(900);
     const std::string dot = data_plane_dot();
     EXPECT_NE(dot.find("left out of the picture: 1800 of the objects, 1800 of the bindings"), std::string::npos);
     EXPECT_NE(dot.find("owned by nobody</b>"), std::string::npos);

@@ -78,7 +78,7 @@ expect unchanged|there is no mark to compare with; 'mark' makes one
 expect event EXCEPTION|NAME: 'EXCEPTION' is none of tn_zel_init:EXCEPTION, tn_zel_term:API_CALL, tn_zel_term:ERROR, tn_zel_term:EXCEPTION, tn_zel_term:FN_ENTER, tn_zel_term:FN_EXIT, tn_zel_term:LAB
 calls|there was no operation yet
 udp fill 70001|COUNT: '70001' is not a number from 0 to 70000
-save /nowhere/scenario.zel|/nowhere/scenario.zel cannot be written
+save /nowhere/scenario.zel|/nowhere/scenario.zel: cannot be written: No such file or directory
 send 4096/1|FLOW: '4096/1' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)
 ROWS
 
@@ -98,7 +98,7 @@ ADD|expect 13@3: expected 13, came 0 (success) of udp add 10 in line 2
 mark|ADD|udp disconnect 10|udp release 10|expect unchanged|ADD|udp disconnect 10|expect unchanged@9: expected the data plane unchanged since the mark, and it is not:|  new: IPv4 ingress 0x100000003 (192.0.2.2:1 -> 192.0.2.1:1), UDP|  new: IPv4 egress 0x100000004 (192.0.2.1:1 -> 192.0.2.2:1), UDP
 fault vok_bind|ADD|objects@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
 fault vok_bind|ADD|objects|udp free-id|expect 13@3: udp add 10 gave 13 (data-plane call failed), and no 'expect 13' follows it
-fault vok_bind --nth 3|ADD@2: the fault of vok_bind never acted: there were 2 calls
+fault vok_bind --nth 3|ADD@2: the fault on vok_bind never fired: there were 2 calls
 udp release 5|expect 4|expect event tn_zel_init:EXCEPTION "add"@4: expected an event tn_zel_init:EXCEPTION with "add" of udp release 5 in line 2, which fired:|  tn_zel_init:EXCEPTION  zel_core_term_udp_session_release(): session is free, (udp_session_id)
 udp fill 2|fault vok_unbind --every|udp clear|expect shown "2 sessions released, 8 data-plane calls failed"|expect shown "udp clear"|audit|expect shown "line 4: udp clear"|expect 1@9: expected 1, came 0 (success) of udp release 2 in line 4
 ADD|expect event tn_zel_term:ERROR@3: expected an event tn_zel_term:ERROR of udp add 10 in line 2, which fired none
@@ -157,12 +157,10 @@ true >said
 { seen 'zel>' && printf '%s\n' start 'fault vok_bind --every --ticks 1000000' 'udp fill 70000' && seen ' of 70000' &&
     printf '\003' && seen 'are in use' && printf '%s\n' 'udp free-id' 'save part.zel' quit; } | typed >said
 { grep -q 'udp free-id: 0' said && "$shell" part.zel >said 2>&1; } || fail "a fill that ^C stopped: $(tail -n 3 said)"
-"$shell" "$project/examples/tour.zel" >/dev/full 2>said && fail "output that is lost is no failure"
-grep -q 'cannot be written' said || fail "lost output gives: $(cat said)"
 true >'my picture.svg'
 printf '%s\n' start "$session" $'udp release 1\t' $'help udp rel\t' $'fault --every vok_unb\t' $'graph my\t' 'save later.zel' quit | typed >said
 for text in 'udp release 10: 0' 'example: udp release 1' 'vok_unbind: every call fails' 'wrote my picture.svg' \
-    'it will not go as written: the fault of vok_unbind has not acted'; do
+    'it will fail: the fault on vok_unbind never fired'; do
     grep -q "$text" said || fail "what is completed does not come to '$text': $(cat said)"
 done
 
@@ -172,10 +170,42 @@ grep -q ' of 70000 (' said || fail "no progress is shown on a terminal"
 printf 'start\nudp fill 70000\n' | "$shell" >said
 { [ "$(wc -l <said)" -eq 4 ] && ! grep -q $'\r' said; } || fail "progress is shown in a file"
 
-got=$(printf 'save %0300d\n' 0 | "$shell" 2>&1 >/dev/null) || true
-[[ $got == *"0 cannot be written" ]] || fail "a scenario with too long a name gives: $got"
-got=$("$shell" /nowhere 2>&1) && fail "a file that does not exist is accepted"
-[[ $got == *"/nowhere"* ]] || fail "a file that does not exist gives: $got"
+# What was not run, or whose output is lost, does not pass. $1: what it must say; the rest: the shell's arguments.
+refuses() {
+    local said
+    said=$("$shell" "${@:2}" 2>&1 >/dev/null) && fail "'${*:2}' passes"
+    [[ $said == *"$1"* ]] || fail "'${*:2}' says: $said"
+}
+refuses "/nowhere: cannot be read: No such file" /nowhere
+refuses "cannot be read: No such file" ""
+refuses "cannot be read: Is a directory" "$temporary"
+refuses "standard input:0: cannot be read: Is a directory" <"$temporary"
+for arguments in "$project/examples/tour.zel" --help --version; do
+    "$shell" "$arguments" >/dev/full 2>&1 && fail "output of $arguments that is lost is no failure"
+done
+refuses "standard input:2: the line holds a NUL byte" < <(printf 'start\nsave b\0c.zel\n')
+refuses "standard input:2: udp release 7 gave 4" < <(printf 'start\nudp release 7\nsave unstated.zel\n')
+grep -qx 'expect 4' unstated.zel || fail "a saved scenario does not state a result"
+refuses "0: cannot be written: File name too long" < <(printf 'save %0300d\n' 0)
+
+# Files are written as a whole or not at all, and nothing else is touched.
+echo mine >picture.svg.part
+mkdir links && ln -s ../picture.svg links/picture.svg && ln -s nothing links/dangling.zel
+printf '%s\n' start 'graph links/picture.svg' | "$shell" >said || fail "a picture through a link: $(cat said)"
+{ [ -L links/picture.svg ] && grep -q '<svg' picture.svg && grep -qx mine picture.svg.part; } ||
+    fail "a picture replaces a link, or writes elsewhere"
+refuses "links/dangling.zel exists already" <<<"save links/dangling.zel"
+refuses "picture.svg exists already" <<<"save picture.svg"
+(
+    mkdir small && cd small && trap '' XFSZ && ulimit -f 0
+    printf 'start\nsave full.zel\n' | "$shell" 2>&1 || true
+) | grep -q 'full.zel: cannot be written: File too large' || fail "a file that cannot be written whole is no failure"
+[ -z "$(ls -A small)" ] || fail "a part of a file is left: $(ls -A small)"
+
+# A line costs what it does, however many sessions there are.
+session='udp add & --local 192.0.2.1:1 --remote 192.0.2.2:& --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
+seq 20000 | sed "s|.*|$session|" | { echo start && cat; } >many.zel
+timeout 60 "$shell" many.zel >/dev/null || fail "20,000 sessions, a line each: $?"
 
 echo "the shell: $failures failures"
 [ "$failures" -eq 0 ]

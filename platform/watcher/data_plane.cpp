@@ -40,14 +40,18 @@ std::strong_ordering data_plane::binding::operator<=>(const binding &other) cons
     return std::tie(records, has_dscp, dscp) <=> std::forward_as_tuple(0, other.has_dscp, other.dscp);
 }
 
+data_plane::object data_plane::object::from(const vok_cp_sim_object_t &shown)
+{
+    const auto *record = static_cast<const std::byte *>(shown.record);
+    return {shown.handle, shown.kind, {record, record + shown.record_size}, shown.header, shown.path_mtu};
+}
+
 data_plane data_plane::now()
 {
     data_plane plane;
     vok_cp_sim_walk_objects(
         [](void *context, const vok_cp_sim_object_t *o) {
-            const auto *record = static_cast<const std::byte *>(o->record);
-            static_cast<std::vector<object> *>(context)->push_back(
-                {o->handle, o->kind, {record, record + o->record_size}, o->header, o->path_mtu});
+            static_cast<std::vector<object> *>(context)->push_back(object::from(*o));
         },
         &plane.objects);
     vok_cp_sim_walk_bindings(
@@ -59,9 +63,10 @@ data_plane data_plane::now()
     return plane;
 }
 
-std::string data_plane::counts() const
+std::string counts_now()
 {
-    return count_text(objects.size(), "object") + ", " + count_text(bindings.size(), "binding");
+    const vok_cp_sim_counts_t held = vok_cp_sim_count();
+    return count_text(held.objects, "object") + ", " + count_text(held.bindings, "binding");
 }
 
 std::string address_text(int ip_version, const std::uint8_t (&address)[16])

@@ -20,6 +20,7 @@ struct data_plane {
         vok_cp_sim_header_t header; ///< made from the record, as `path_mtu` is
         std::uint32_t path_mtu;     ///< bytes; 0: none given
 
+        static object from(const vok_cp_sim_object_t &shown);
         std::strong_ordering operator<=>(const object &other) const;
         bool operator==(const object &other) const { return *this <=> other == 0; }
     };
@@ -38,11 +39,11 @@ struct data_plane {
 
     static data_plane now();
 
-    /// "2 objects, 1 binding"
-    std::string counts() const;
-
     bool operator==(const data_plane &) const = default;
 };
+
+/// "2 objects, 1 binding", as of now.
+std::string counts_now();
 
 /// An address in network byte order: "192.0.2.1:2152", "[2001:db8::1]:2152", or without the port.
 std::string to_text(int ip_version, const std::uint8_t (&address)[16], std::uint16_t port);

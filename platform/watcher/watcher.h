@@ -23,7 +23,7 @@ struct watched_call {
     std::optional<std::uint8_t> dscp{};          ///< of a bind
     std::uint32_t pcep_id = 0, session_type = 0; ///< the hook's arguments
 
-    // What came of it; nothing yet when the answer is decided.
+    // The outcome; not set yet when the answer is decided.
     std::uint32_t status = 0;
     bool took_effect = false;  ///< may be so although it failed
     std::uint64_t created = 0; ///< the object that it made
@@ -40,12 +40,12 @@ struct watched_call {
 /// There is one at a time, as there is one data plane.
 class watcher {
 public:
-    /// All zero lets the call go on; of the hook only a status other than 0 counts, which it then returns.
+    /// All zero: the call goes on. A status other than 0 is what the session-type hook returns.
     using answerer = std::function<vok_cp_sim_answer_t(const watched_call &)>;
     using handler = std::function<void(const watched_call &)>;
 
-    /// @param answer decides before the call takes effect
-    /// @param seen   is told what came of it
+    /// @param answer called before a call takes effect
+    /// @param seen   called when its outcome is known
     watcher(answerer answer, handler seen);
     ~watcher();
     watcher(const watcher &) = delete;

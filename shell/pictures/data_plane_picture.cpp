@@ -56,8 +56,8 @@ std::string quoted(const std::string &text)
 struct owner_group {
     std::vector<owner> owners; ///< none: what nobody owns
     std::vector<const data_plane::object *> objects;
-    std::vector<const dangling_handle *> dangling;
-    bool is_troubled = false; ///< has to do with what nobody owns, or with a handle that names nothing
+    std::vector<held_handle> dangling; ///< that name nothing
+    bool is_troubled = false;          ///< has to do with what nobody owns, or with a handle that names nothing
 };
 
 std::string title_of(const std::vector<owner> &owners)
@@ -93,10 +93,10 @@ std::vector<owner_group> most_interesting_groups(const data_plane &plane, const 
         owning.objects.push_back(&object);
         by_handle[object.handle] = &owning;
     }
-    for (const auto &handle : owners.dangling()) {
-        owner_group &holding = by_owners[{handle.holder}];
-        holding.owners = {handle.holder};
-        holding.dangling.push_back(&handle);
+    for (const held_handle &held : owners.dangling()) {
+        owner_group &holding = by_owners[{held.holder}];
+        holding.owners = {held.holder};
+        holding.dangling.push_back(held);
         holding.is_troubled = true;
     }
     for (const auto &binding : plane.bindings)
@@ -124,9 +124,9 @@ bool is_udp_session(const owner_group &group)
     return !group.owners.empty() && group.owners.front().what == owner::kind::udp_session;
 }
 
-std::string name_of(const dangling_handle &dangling)
+std::string name_of(const held_handle &held)
 {
-    return dangling.field + " " + handle_text(dangling.handle) + " of " + to_text(dangling.holder);
+    return field_name(held) + " " + handle_text(held.handle) + " of " + to_text(held.holder);
 }
 
 class data_plane_picture {
@@ -165,7 +165,7 @@ private:
         std::vector<std::string> separate;
         for (const owner_group &group : groups_)
             if (group.objects.empty())
-                separate.push_back(name_of(*group.dangling.front()));
+                separate.push_back(name_of(group.dangling.front()));
             else if (is_udp_session(group))
                 separate.push_back(handle_text(group.objects.front()->handle));
         std::ranges::reverse(separate);
@@ -210,9 +210,9 @@ private:
         for (const auto *object : group.objects) // in a cluster only its own edges make ranks
             if (rank_at(object) > rank_at(*first))
                 draw_edge(end_at(**first), end_at(*object), "style=invis, weight=0");
-        for (const auto *dangling : group.dangling)
-            draw_node(name_of(*dangling),
-                      in_bold(dangling->field) + style::gap + handle_text(dangling->handle) + "<br/>not there",
+        for (const held_handle &held : group.dangling)
+            draw_node(name_of(held),
+                      in_bold(field_name(held)) + style::gap + handle_text(held.handle) + "<br/>not there",
                       std::string(R"(style="dashed,filled", fillcolor=white)") + in_alarm);
         graph_ += "}\n";
         for (const auto *object : group.objects)
@@ -278,7 +278,7 @@ private:
             return std::to_string(objects) + " of the objects, " + std::to_string(bindings) + " of the bindings";
         };
         const bool is_empty = plane_.objects.empty() && plane_.bindings.empty();
-        add(style::ink, is_empty ? "the data plane is empty" : plane_.counts());
+        add(style::ink, is_empty ? "the data plane is empty" : counts_now());
         const auto objects = ownerless(plane_.objects), bindings = ownerless(plane_.bindings);
         if (objects + bindings != 0)
             add(style::alarm, "owned by nobody: " + counts(objects, bindings));

@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 
 #include <gvc.h>
+
+#include "new_file.h"
 
 #if defined(__has_feature)
 #define ZEL_HAS_FEATURE(feature) __has_feature(feature)
@@ -66,20 +64,6 @@ std::size_t utf8_length(std::string_view text)
     return is_well_formed ? length : 0;
 }
 
-/// Beside the file first: what fails half-way leaves no part of a picture, and an older picture as it was.
-void write_whole(const std::string &file, const char *bytes, std::size_t size)
-{
-    const std::string unfinished = file + ".part";
-    std::ofstream out(unfinished, std::ios::binary);
-    out.write(bytes, static_cast<std::streamsize>(size));
-    out.close();
-    if (out && std::rename(unfinished.c_str(), file.c_str()) == 0)
-        return;
-    const std::error_code reason(errno, std::generic_category());
-    std::remove(unfinished.c_str());
-    throw std::runtime_error(file + ": cannot be written: " + reason.message());
-}
-
 } // namespace
 
 std::string graphviz::escaped(const std::string &text)
@@ -118,5 +102,5 @@ void graphviz::render(const std::string &graph, const std::string &file)
     const std::unique_ptr<char, decltype(&gvFreeRenderData)> owned(picture, gvFreeRenderData);
     if (failed != 0 || picture == nullptr)
         throw std::runtime_error(file + ": cannot be drawn: " + complaints);
-    write_whole(file, picture, size);
+    write_file(file, {picture, size}, true);
 }
