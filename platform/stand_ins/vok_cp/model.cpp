@@ -113,10 +113,10 @@ status model::bind(std::uint64_t instance, const vok_bind_record *record)
         return VOK_CP_SIM_DSCP_TOO_LARGE;
     binding made{*record, dscp != nullptr, dscp != nullptr ? *dscp : std::uint8_t{0}};
     made.record.dscpRef = 0;
-    const auto [at, is_new] = bindings_.emplace(key_of(*record), made);
-    if (!is_new)
+    const auto stored = bindings_.emplace(key_of(*record), made);
+    if (!stored.second)
         return VOK_CP_SIM_DUPLICATE_BINDING;
-    for_each_end(*record, [&](object &o) { o.bindings.push_back(&at->second); });
+    for_each_end(*record, [&](object &o) { o.bindings.push_back(&stored.first->second); });
     return VOK_CP_SIM_OK;
 }
 
