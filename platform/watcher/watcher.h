@@ -59,8 +59,8 @@ public:
     std::uint32_t hook_called(std::uint64_t type, std::uint32_t pcep_id, std::uint32_t session_type);
 
 private:
-    static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *call);
-    static void on_outcome(void *self, const vok_cp_sim_call_t *call, const vok_cp_sim_outcome_t *outcome);
+    static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *made);
+    static void on_outcome(void *self, const vok_cp_sim_call_t *made, const vok_cp_sim_outcome_t *outcome);
 
     answerer answer_;
     handler seen_;

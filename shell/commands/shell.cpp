@@ -27,8 +27,8 @@ bool is_aside(const command &row)
 
 } // namespace
 
-shell::shell(std::ostream &real_out, bool strict, bool is_terminal)
-    : out(real_out), shows_progress(is_terminal),
+shell::shell(std::ostream &real_out, bool strict, bool is_at_terminal)
+    : out(real_out), shows_progress(is_at_terminal),
       watch(waiting,
             [this](const trace_event &e) {
                 if (shown_events == "on" || (shown_events == "exceptions" && e.name.ends_with(":EXCEPTION")))

@@ -22,10 +22,10 @@
 
 class shell {
 public:
-    /// The commands write to `out`.
+    /// The commands write to `real_out`.
     /// @param strict a result other than 0 needs an `expect` before the next operation
-    /// @param shows_progress `out` is a terminal
-    shell(std::ostream &out, bool strict, bool shows_progress);
+    /// @param is_at_terminal long work shows its progress
+    shell(std::ostream &real_out, bool strict, bool is_at_terminal);
 
     /// Carries out one line. An empty line or a comment does nothing.
     /// @throws bad_line

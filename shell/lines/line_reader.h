@@ -29,7 +29,7 @@ public:
 
 private:
     void handle_signal();
-    void stop_and_continue();
+    static void stop_and_continue();
     void keep(const std::string &line);
 
     std::string history_file_; ///< empty: no history is kept
