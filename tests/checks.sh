@@ -49,3 +49,30 @@ check_links() { # DOCUMENT...
     done
     [ "$links" -gt 0 ] || fail "no links were seen"
 }
+
+# Prints a document with blocks as their commands print them now. Before a block stands one of
+#   <!-- made by: COMMAND -->      prints the same wherever it runs
+#   <!-- measured by: COMMAND -->  differs from run to run
+# What a command says of its progress is no part of the block.
+with_blocks() { # KINDS DOCUMENT
+    local line
+    while IFS= read -r line; do
+        printf '%s\n' "$line"
+        [[ $line =~ ^'<!-- '($1)' by: '(.*)' -->'$ ]] || continue
+        printf '```\n'
+        PATH=$PWD/build/release/bin:$PATH bash -euo pipefail -c "${BASH_REMATCH[2]}" </dev/null | sed '/^== /d' ||
+            fail "${BASH_REMATCH[2]}" >&2
+        printf '```\n'
+        read -r # the opening fence
+        while IFS= read -r line && [ "$line" != '```' ]; do :; done
+    done <"$2"
+}
+
+# Writes all blocks of a document anew.
+write_blocks() { # DOCUMENT
+    local renewed
+    renewed=$(mktemp)
+    with_blocks 'made|measured' "$1" >"$renewed"
+    cp "$renewed" "$1"
+    rm "$renewed"
+}

@@ -5,8 +5,10 @@
 #   the ```sh blocks of README.md and docs/ work, those of a document as one script.
 source "$(dirname "$0")/checks.sh"
 project=$1
-export BIN=$2
+bin=$2
 cd "$project"
+temporary=$(mktemp -d)
+trap '[ -z "${home:-}" ] || end_processes; rm -rf "$temporary"' EXIT
 
 folders='bench|cmake|docs|examples|include|platform|scripts|shell|src|tests|trace'
 check_links ./*.md docs/*.md
@@ -16,8 +18,10 @@ for document in *.md docs/*.md; do
     done < <(prose "$document" | grep -oE "\`($folders)/[^\` ]*" | tr -d '`' | sort -u)
 done
 
-for document in README.md docs/{architecture,operations,porting,rehearsing,tracing}.md; do
-    scripts/doc-blocks check "$document" || fail "$document: scripts/doc-blocks write $document"
+for document in README.md docs/*.md; do
+    with_blocks made "$document" >"$temporary/renewed"
+    diff -u --label "$document" --label "what its commands print" "$document" "$temporary/renewed" ||
+        fail "$document: scripts/test renew $document"
 done
 
 # first_cells PATTERN: of the rows of tracing.md's tables whose first cell is such a word.
@@ -41,7 +45,6 @@ done <<<"$texts"
 [ "$(wc -l <<<"$texts")" -gt 10 ] || fail "the texts of the reports were not found"
 
 # The comments of the headers, as Doxygen reads them. One code can have two reasons, each with what it leaves.
-temporary=$(mktemp -d)
 printf '%s\n' '@INCLUDE = packaging/Doxyfile' "OUTPUT_DIRECTORY = $temporary" 'GENERATE_MAN = YES' | doxygen - 2>&1 |
     sed '/has multiple documentation sections/d' >"$temporary/warnings"
 [ ! -s "$temporary/warnings" ] || { cat "$temporary/warnings"; fail "the comments of the headers"; }
@@ -58,18 +61,17 @@ end_processes() {
     done
     fail "processes that do not end: $(processes)"
 }
-trap '[ -z "${home:-}" ] || end_processes; rm -rf "$temporary"' EXIT
 chmod 755 "$temporary"
 copy=$temporary/project
 mkdir -p "$copy/build"
 tar --create --exclude ./build --exclude ./.git . | tar --extract --directory "$copy"
-ln -s "$(dirname "$BIN")" "$copy/build/release"
+ln -s "$(dirname "$bin")" "$copy/build/release"
 if [ "$(id -u)" -eq 0 ]; then
     setpriv --reuid 65534 --clear-groups test -r "$project/CMakeLists.txt" ||
         fail "the commands are tried as a user without rights, who cannot read $project: put it where all can"
     chown -R 65534:65534 "$copy"
-    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest.txt" # cmake --install notes there what it does
-    install -m 666 /dev/null "$(dirname "$BIN")/install_manifest_stand-ins.txt"
+    install -m 666 /dev/null "$(dirname "$bin")/install_manifest.txt" # cmake --install notes there what it does
+    install -m 666 /dev/null "$(dirname "$bin")/install_manifest_stand-ins.txt"
 fi
 for document in README.md docs/*.md; do
     { echo 'set -euo pipefail'
