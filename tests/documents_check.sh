@@ -29,7 +29,7 @@ first_cells() { sed -nE "s/^\| \`($1)\` \|.*/\1/p" docs/tracing.md | sort; }
 level=LTTNG_UST_TRACEPOINT_LOGLEVEL
 diff -u --label docs/tracing.md --label "the providers' headers" \
     <(sed -nE "s/^\| \`(tn_zel_[a-z]+:[A-Z_]+)\` \| ([A-Z_]+) \|.*/\1 \2/p" docs/tracing.md | sort) \
-    <(sed -nE "s/^ZEL_TRACE_EVENT\((.*), (.*), ${level}_(.*)\)\$/\1:\2 TRACE_\3/p" trace/*.h | sort) ||
+    <(sed -nE "s/.*EVENT\((tn_.*), (.*), ${level}_([A-Z_]*)\).*/\1:\2 TRACE_\3/p" trace/tn_zel_events.h | sort) ||
     fail "the table of events"
 diff -u --label docs/tracing.md --label src/term/zel_trace.h <(first_cells '[A-Z0-9]+(_[A-Z0-9]+)*') \
     <(sed -n 's/^inline constexpr char [a-z0-9_]*\[\] = "\(.*\)";/\1/p' src/term/zel_trace.h | sort) ||
