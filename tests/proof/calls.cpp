@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <iomanip>
 #include <iterator>
 #include <map>
@@ -13,11 +12,12 @@
 #include <string_view>
 #include <utility>
 
-#include "proof/requests.h"
 #include "proof/world.h"
 
 namespace proof {
 namespace {
+
+using request::connect, request::move, request::session_of, request::udp;
 
 /// All calls succeed but one; the session-type hook is one of them.
 class one_failure : public choices {
@@ -35,25 +35,28 @@ private:
 struct shown_operation {
     const char *name;
     const char *form; ///< what is particular about it, or the empty text
-    std::function<uint32_t(world &)> run;
-    std::function<void(world &)> before = [](world &) {};
+    uint32_t (*run)(world &);
+    void (*before)(world &) = [](world &) {};
 };
 
-const auto udp_sessions = [](world &w) {
+void udp_sessions(world &w)
+{
     w.udp_add(udp(1, 4));
     w.udp_add(udp(2, 6));
-};
-const auto one_connection = [](world &w) { w.connection_add(connect(1, 1)); };
-const auto one_session = [](world &w) {
+}
+
+void one_connection(world &w)
+{
+    w.connection_add(connect(1, 1));
+}
+
+void one_session(world &w)
+{
     one_connection(w);
     w.session_add(session_of(1, 100));
-};
-const auto unbound_session = [](world &w) {
-    one_session(w);
-    w.session_unbind_part(1, 100);
-};
+}
 
-const shown_operation operations[] = {
+constexpr shown_operation operations[] = {
     {"zel_core_term_udp_session_add", "IPv4, with session type", [](world &w) { return w.udp_add(udp(1, 4, 1)); }},
     {"zel_core_term_udp_session_add", "IPv6", [](world &w) { return w.udp_add(udp(2, 6)); }},
     {"zel_core_term_udp_session_modify_pmtu", "", [](world &w) { return w.udp_modify_pmtu(2, 1280); }, udp_sessions},
@@ -64,16 +67,17 @@ const shown_operation operations[] = {
          udp_sessions(w);
          w.udp_disconnect(1);
      }},
-    {"zel_udp_session_get_stats", "", [](world &w) { return w.udp_statistics_ipv4(1); }, udp_sessions},
-    {"zel_ipv6_udp_session_get_stats", "", [](world &w) { return w.udp_statistics_ipv6(2); }, udp_sessions},
-    {"zel_core_term_udp_session_fmt_stats_get", "IPv4", [](world &w) { return w.udp_statistics_text(1); },
+    {"zel_udp_session_get_stats", "", [](world &w) { return w.udp_statistics(statistics::ipv4, 1); }, udp_sessions},
+    {"zel_ipv6_udp_session_get_stats", "", [](world &w) { return w.udp_statistics(statistics::ipv6, 2); },
+     udp_sessions},
+    {"zel_core_term_udp_session_fmt_stats_get", "IPv4", [](world &w) { return w.udp_statistics(statistics::text, 1); },
      udp_sessions},
     {"zel_core_term_l2tp_control_connection_add", "the first, with session type",
      [](world &w) { return w.connection_add(connect(1, 1, 1)); }},
     {"zel_core_term_l2tp_control_connection_add", "sharing the associations of another",
      [](world &w) { return w.connection_add(connect(2, 1)); }, one_connection},
     {"zel_core_term_l2tp_control_connection_rem", "the last that uses its associations",
-     [](world &w) { return w.connection_remove(1, pcep, rat_session); }, one_connection},
+     [](world &w) { return w.connection_remove(1, request::pcep, request::rat_session); }, one_connection},
     {"zel_core_term_l2tp_control_connection_modify", "with one session, to a peer that no other connection has",
      [](world &w) { return w.connection_modify(move(1, 9, {100})); }, one_session},
     {"zel_core_term_l2tp_session_add", "with session type",
@@ -81,45 +85,34 @@ const shown_operation operations[] = {
     {"zel_core_term_l2tp_session_rem", "", [](world &w) { return w.session_remove(1, 100); }, one_session},
     {"zel_l2tp_session_modify_unbind_part", "", [](world &w) { return w.session_unbind_part(1, 100); }, one_session},
     {"zel_l2tp_session_modify_bind_part", "with session type",
-     [](world &w) { return w.session_bind_part(1, 100, 5, 1); }, unbound_session},
+     [](world &w) { return w.session_bind_part(1, 100, 5, 1); },
+     [](world &w) {
+         one_session(w);
+         w.session_unbind_part(1, 100);
+     }},
 };
 
 constexpr const char *kinds[] = {"IPv4 ingress", "IPv4 egress",         "IPv6 ingress",      "IPv6 egress",
                                  "interface",    "L2TPv3 ingress flow", "L2TPv3 egress flow"};
 
 /// What the handles of a run name; they differ from run to run.
-class object_names {
-public:
-    void learn(const holdings &held)
-    {
-        for (const auto &[handle, what] : held.objects)
-            names_[handle] = kinds[what.kind];
-    }
-    void learn(const call &c)
-    {
-        if (c.took_effect && (c.is("_create") || c.is("_add")))
-            names_[c.handle] = kinds[c.kind];
-    }
-    std::string text(const binding &b) const
-    {
-        return (b.kind == VOK_BIND_ID2F ? "ovlin flow" : name(b.source)) + " -> " +
-               (b.kind == VOK_BIND_F2ID ? "ovlin flow" : name(b.destination));
-    }
-    std::multiset<std::string> texts(const holdings &held) const
-    {
-        std::multiset<std::string> all;
-        for (const auto &[handle, what] : held.objects)
-            all.insert(name(handle));
-        for (const auto &[what, traits] : held.bindings)
-            all.insert(text(what));
-        return all;
-    }
+using object_names = std::map<uint64_t, std::string>;
 
-private:
-    std::string name(uint64_t handle) const { return handle != 0 ? names_.at(handle) : "0"; }
+std::string text_of(const vok_bind_record &r, const object_names &names)
+{
+    return (r.bindKind == VOK_BIND_ID2F ? "ovlin flow" : names.at(r.srcFlowHandle)) + " -> " +
+           (r.bindKind == VOK_BIND_F2ID ? "ovlin flow" : names.at(r.destFlowHandle));
+}
 
-    std::map<uint64_t, std::string> names_;
-};
+std::multiset<std::string> texts_of(const data_plane &held, object_names &names)
+{
+    std::multiset<std::string> all;
+    for (const data_plane::object &o : held.objects)
+        all.insert(names[o.handle] = kinds[o.kind]);
+    for (const data_plane::binding &b : held.bindings)
+        all.insert(text_of(b.record, names));
+    return all;
+}
 
 struct ran {
     uint32_t result;
@@ -133,18 +126,18 @@ ran run(const shown_operation &operation, std::size_t failing)
     one_failure answers;
     world w(answers);
     operation.before(w);
-    object_names names;
-    const holdings before = watched_data_plane::held();
-    names.learn(before);
+    object_names names{{0, "0"}};
+    ran all{};
+    all.before = texts_of(data_plane::now(), names);
     answers.calls_until_failure = failing;
-    ran all{operation.run(w), {}, names.texts(before), {}};
+    all.result = operation.run(w);
     for (const call &c : w.calls()) {
-        names.learn(c);
-        all.calls.push_back(std::string(c.operation) + (c.binding != binding{} ? ' ' + names.text(c.binding) : ""));
+        if (c.created != 0)
+            names[c.created] = kinds[c.kind];
+        all.calls.push_back(std::string(c.operation) +
+                            (c.is_bind_or_unbind() ? ' ' + text_of(c.binding(), names) : ""));
     }
-    const holdings after = watched_data_plane::held();
-    names.learn(after);
-    all.after = names.texts(after);
+    all.after = texts_of(data_plane::now(), names);
     return all;
 }
 
@@ -187,7 +180,7 @@ void show(std::ostream &out, const shown_operation &operation)
     std::vector<std::array<std::string, 3>> consequences;
     for (std::size_t failing = 1; failing <= whole.calls.size(); ++failing) {
         const ran failed = run(operation, failing);
-        const std::vector after(failed.calls.begin() + static_cast<std::ptrdiff_t>(failing), failed.calls.end());
+        const auto after = std::span(failed.calls).subspan(failing);
         std::string then;
         for (const std::string &call : after) {
             const std::string letter(1, static_cast<char>('a' + only_after_failure.size()));

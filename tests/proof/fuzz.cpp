@@ -9,10 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     try {
         proof::from_bytes decisions({data, size});
-        proof::world world(decisions);
-        proof::random_operations random(world, decisions);
-        while (!decisions.at_end())
-            random.step();
+        proof::random_operations(decisions, nullptr, [&] { return !decisions.at_end(); });
     } catch (const std::exception &e) {
         std::fprintf(stderr, "%s\n", e.what());
         std::abort();

@@ -1,6 +1,9 @@
 // zel-proof: tries the library over the stand-in data plane and compares it with a model of what must hold.
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
+#include <csignal>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -32,11 +35,8 @@ void random_worlds(uint64_t seed, std::optional<uint64_t> only_world, uint64_t o
          ++number) {
         try {
             proof::seeded decisions(seed * 1'000'003 + number);
-            proof::world world(decisions);
-            world.counts = &counts;
-            proof::random_operations random(world, decisions);
-            for (uint64_t i = 0; i < steps_in_a_world; ++i)
-                random.step();
+            uint64_t steps = 0;
+            proof::random_operations(decisions, &counts, [&] { return steps++ < steps_in_a_world; });
         } catch (const std::exception &e) {
             throw std::runtime_error(std::string(e.what()) + "\nagain: zel-proof random --seed " +
                                      std::to_string(seed) + " --world " + std::to_string(number));

@@ -1,177 +1,117 @@
 #include "proof/watched_data_plane.h"
 
-#include <algorithm>
-#include <cstdio>
+#include <array>
 #include <cstring>
 #include <stdexcept>
-
-#include "zel_core_term/zel_ovlin_session_handler.h"
+#include <tuple>
 
 namespace proof {
 namespace {
 
-watched_data_plane *watched; ///< which hears of calls of the session-type hook
+constexpr std::size_t most_calls = 10'000; ///< of an operation; the modify of all sessions makes some 600
 
-binding binding_of(const void *record)
+std::vector<uint64_t> handles_in(const watched_call &made)
 {
-    const auto &r = *static_cast<const vok_bind_record *>(record);
-    return {r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID};
-}
-
-std::vector<uint64_t> handles_in(const vok_cp_sim_call_t &call)
-{
-    if (std::strstr(call.operation, "bind") != nullptr) {
-        const binding b = binding_of(call.record);
-        return b.kind == VOK_BIND_F2F    ? std::vector{b.source, b.destination}
-               : b.kind == VOK_BIND_F2ID ? std::vector{b.source}
-                                         : std::vector{b.destination};
+    if (made.is_bind_or_unbind()) {
+        const vok_bind_record &r = made.binding();
+        return r.bindKind == VOK_BIND_F2F    ? std::vector{r.srcFlowHandle, r.destFlowHandle}
+               : r.bindKind == VOK_BIND_F2ID ? std::vector{r.srcFlowHandle}
+                                             : std::vector{r.destFlowHandle};
     }
-    if (std::strcmp(call.operation, "vok_l2tpv3_ingress_flow_create") == 0)
-        return {static_cast<const vok_l2tpv3_ingress_flow_record *>(call.record)->ingressInterfaceHandle};
-    if (std::strstr(call.operation, "_create") != nullptr || std::strstr(call.operation, "_add") != nullptr)
+    if (made.operation == "vok_l2tpv3_ingress_flow_create")
+        return {reinterpret_cast<const vok_l2tpv3_ingress_flow_record *>(made.record.data())->ingressInterfaceHandle};
+    if (made.operation.ends_with("_create") || made.operation.ends_with("_add"))
         return {};
-    return {call.handle};
-}
-
-bool is_binding(const call &c)
-{
-    return c.operation == "vok_bind" || c.operation == "vok_unbind";
+    return {made.handle};
 }
 
 } // namespace
 
-std::string to_text(uint64_t handle)
+bool object::operator==(const object &other) const
 {
-    char text[sizeof "0x0123456789abcdef"];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(handle));
-    return text;
+    const auto all = [](const object &o) {
+        const vok_cp_sim_header_t &h = o.header;
+        return std::tuple(o.kind, o.rules_or_flow_type, o.path_mtu, h.ip_version, h.protocol, h.vrf_id,
+                          std::to_array(h.src_addr), std::to_array(h.dst_addr), h.src_port, h.dst_port,
+                          h.l2tp_session_id, h.l2tp_connection_id, h.ttl);
+    };
+    return all(*this) == all(other);
 }
 
-std::string to_text(const binding &b)
+bool by_ends::operator()(const vok_bind_record &a, const vok_bind_record &b) const
 {
-    const char *const kind = b.kind == VOK_BIND_F2F ? "F2F " : b.kind == VOK_BIND_F2ID ? "F2ID " : "ID2F ";
-    const auto end = [](uint64_t handle, uint32_t flow_id) {
-        return flow_id != 0 ? "ovlin " + to_text(flow_id) : to_text(handle);
+    const auto ends = [](const vok_bind_record &r) {
+        return std::tie(r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID);
     };
-    return kind + end(b.source, b.source_flow_id) + " -> " + end(b.destination, b.destination_flow_id);
+    return ends(a) < ends(b);
+}
+
+holdings holdings::now()
+{
+    holdings all;
+    const data_plane plane = data_plane::now();
+    for (const data_plane::object &o : plane.objects) {
+        object &seen = all.objects[o.handle] = {.kind = o.kind, .path_mtu = o.path_mtu, .header = o.header};
+        if (o.kind != VOK_CP_SIM_IPV6_EGRESS) // which has no rules
+            std::memcpy(&seen.rules_or_flow_type, o.record.data(), sizeof seen.rules_or_flow_type);
+    }
+    for (const data_plane::binding &b : plane.bindings)
+        all.bindings[b.record] = {b.record.srcSessionType, b.has_dscp ? b.dscp : -1};
+    return all;
 }
 
 std::string call::text() const
 {
-    const std::string subject = binding == proof::binding{} ? to_text(handle) : to_text(binding);
-    const std::string of_what = std::string(operation) + " " + subject + ": ";
-    if (operation == session_type_hook)
-        return of_what + std::to_string(status);
-    uint64_t system_handle = 0;
-    vok_syshandle_get(0, 1, &system_handle);
-    return of_what + vok_sys_status_get(system_handle, status) + (failed() && took_effect ? ", after effect" : "");
+    return std::string(operation) + " " + subject_text(*this) + ": " + status_text(*this) +
+           (failed() && took_effect ? ", after effect" : "");
 }
 
-watched_data_plane::watched_data_plane(choices &decisions) : decisions_(decisions)
+watched_data_plane::watched_data_plane(choices &decisions)
+    : decisions_(decisions), watcher_([this](const watched_call &made) { return answer_to(made); },
+                                      [this](const watched_call &made) { see(made); })
 {
-    if (watched != nullptr)
-        throw std::logic_error("the data plane is watched already");
-    watched = this;
     vok_cp_sim_reset();
-    vok_cp_sim_observe(on_call, this);
-    vok_cp_sim_observe_outcomes(on_outcome, this);
+    watcher_.attach();
 }
 
 watched_data_plane::~watched_data_plane()
 {
     vok_cp_sim_reset();
-    watched = nullptr;
 }
 
-holdings watched_data_plane::held()
+vok_cp_sim_answer_t watched_data_plane::answer_to(const watched_call &made)
 {
-    holdings all;
-    vok_cp_sim_walk_objects(
-        [](void *context, const vok_cp_sim_object_t *o) {
-            const vok_cp_sim_header_t &h = o->header;
-            object seen{.kind = o->kind, .ip_version = h.ip_version, .protocol = h.protocol, .ttl = h.ttl};
-            if (o->kind == VOK_CP_SIM_L2TPV3_INGRESS_FLOW)
-                seen.flow_type = static_cast<const vok_l2tpv3_ingress_flow_record *>(o->record)->flowType;
-            if (o->kind == VOK_CP_SIM_IPV4_INGRESS || o->kind == VOK_CP_SIM_IPV4_EGRESS ||
-                o->kind == VOK_CP_SIM_IPV6_INGRESS)
-                std::memcpy(&seen.rules_mask, o->record, sizeof seen.rules_mask); // where each of their records begins
-            if (o->kind == VOK_CP_SIM_L2TPV3_EGRESS_FLOW)
-                seen.flow_type = static_cast<const vok_l2tpv3_egress_flow_record *>(o->record)->flowType;
-            seen.src_port = h.src_port;
-            seen.dst_port = h.dst_port;
-            seen.vrf_id = h.vrf_id;
-            seen.path_mtu = o->path_mtu;
-            seen.l2tp_session_id = h.l2tp_session_id;
-            seen.l2tp_connection_id = h.l2tp_connection_id;
-            std::memcpy(seen.src_addr.data(), h.src_addr, 16);
-            std::memcpy(seen.dst_addr.data(), h.dst_addr, 16);
-            static_cast<holdings *>(context)->objects.emplace_back(o->handle, seen);
-        },
-        &all);
-    vok_cp_sim_walk_bindings(
-        [](void *context, const vok_cp_sim_binding_t *b) {
-            const uint32_t session_type = static_cast<const vok_bind_record *>(b->record)->srcSessionType;
-            static_cast<holdings *>(context)->bindings.push_back(
-                {binding_of(b->record), {session_type, b->has_dscp ? b->dscp : -1}});
-        },
-        &all);
-    std::ranges::sort(all.bindings, {}, [](const auto &b) { return b.first; });
-    return all;
-}
-
-uint32_t watched_data_plane::hook_called(uint64_t type, uint32_t pcep_id, uint32_t session_type)
-{
-    call seen{.operation = session_type_hook, .status = decisions_.next_hook_code(), .handle = type};
-    seen.pcep_id = pcep_id;
-    seen.session_type = session_type;
-    calls.push_back(seen);
-    return seen.status;
-}
-
-vok_cp_sim_answer_t watched_data_plane::on_call(void *self, const vok_cp_sim_call_t *call)
-{
-    if (std::strncmp(call->operation, "vok_sys", 7) == 0)
-        return {};
-    auto &plane = *static_cast<watched_data_plane *>(self);
-    for (const uint64_t handle : handles_in(*call))
-        if (!plane.known_handles_.contains(handle))
-            plane.violation = std::string(call->operation) + " is given a handle that was never given or is deleted";
-    const answer a = plane.decisions_.next_answer();
+    if (calls.size() == most_calls)
+        throw std::runtime_error("an operation makes calls without end");
+    if (made.is_hook())
+        return {decisions_.next_hook_code(), false, 0};
+    for (const uint64_t handle : handles_in(made))
+        if (!known_handles_.contains(handle))
+            violation = std::string(made.operation) + " is given a handle that was never given or is deleted";
+    const answer a = decisions_.next_answer();
     if (a == answer::success)
         return {};
     return {VOK_CP_SIM_INJECTED, a == answer::failure_after_effect, 0};
 }
 
-void watched_data_plane::on_outcome(void *self, const vok_cp_sim_call_t *made, const vok_cp_sim_outcome_t *outcome)
+void watched_data_plane::see(const watched_call &made)
 {
-    auto &plane = *static_cast<watched_data_plane *>(self);
-    call seen{.operation = made->operation,
-              .status = outcome->status,
-              .took_effect = outcome->took_effect,
-              .handle = outcome->created != 0 ? outcome->created : made->handle,
-              .passed = handles_in(*made),
-              .kind = made->kind};
-    if (is_binding(seen))
-        seen.binding = binding_of(made->record);
-    if (outcome->created != 0)
-        plane.known_handles_.insert(outcome->created);
-    if (seen.is("_delete") && !seen.failed())
-        plane.known_handles_.erase(seen.handle);
-    if (seen.is("_delete") && seen.failed() && seen.handle != 0)
-        for (const auto &[used, traits] : held().bindings)
-            if (used.uses(seen.handle))
-                seen.used_by.push_back(used);
-    if (seen.status >= VOK_CP_SIM_WRONG_INSTANCE && seen.status <= VOK_CP_SIM_PREFIX_NOT_FULL &&
-        seen.status != VOK_CP_SIM_UNKNOWN_HANDLE)
-        plane.violation = "malformed call of " + std::string(seen.operation);
-    plane.calls.push_back(std::move(seen));
+    call &seen = calls.emplace_back(call{made});
+    if (made.created != 0)
+        known_handles_.insert(made.created);
+    if (made.is_delete() && !seen.failed())
+        known_handles_.erase(made.handle);
+    if (made.is_delete() && seen.failed() && made.handle != 0)
+        for (const data_plane::binding &b : data_plane::now().bindings)
+            if (b.record.srcFlowHandle == made.handle || b.record.destFlowHandle == made.handle)
+                seen.used_by.push_back(b.record);
+    if (seen.status == VOK_CP_SIM_UNKNOWN_HANDLE) {
+        vok_cp_sim_object_t found;
+        for (const uint64_t handle : handles_in(made))
+            (handle == 0 ? seen.gives_zero : seen.gives_missing) |= !vok_cp_sim_find(handle, &found);
+    } else if (seen.status >= VOK_CP_SIM_WRONG_INSTANCE && seen.status <= VOK_CP_SIM_PREFIX_NOT_FULL) {
+        violation = "malformed call of " + std::string(made.operation);
+    }
 }
 
 } // namespace proof
-
-// In front of the library's own, which calls it through the dynamic symbol.
-extern "C" __attribute__((visibility("default"))) uint32_t zel_ovlin_session_handler_set_session_type(
-    uint64_t type, uint32_t pcep_id, uint32_t session_type)
-{
-    return proof::watched != nullptr ? proof::watched->hook_called(type, pcep_id, session_type) : 0;
-}

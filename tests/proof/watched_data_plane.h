@@ -1,81 +1,56 @@
-/// The stand-in data plane under watch: what it holds, the calls of an operation, and the faults among them.
+/// The stand-in data plane as the model sees it: what it holds, the calls of an operation, and the faults among them.
 #pragma once
 
-#include <array>
-#include <compare>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "data_plane.h"
 #include "proof/choices.h"
-#include "vok_cp.h"
-#include "vok_cp_sim.h"
+#include "watcher.h"
 
 namespace proof {
 
-/// What can be seen of an object from outside.
 struct object {
     vok_cp_sim_kind_t kind{};
-    uint8_t ip_version = 0, protocol = 0, ttl = 0, flow_type = 0;
-    uint16_t rules_mask = 0;
-    uint16_t src_port = 0, dst_port = 0;
-    uint32_t vrf_id = 0, path_mtu = 0, l2tp_session_id = 0, l2tp_connection_id = 0;
-    std::array<uint8_t, 16> src_addr{}, dst_addr{};
+    uint16_t rules_or_flow_type = 0; ///< how its record begins
+    uint32_t path_mtu = 0;
+    vok_cp_sim_header_t header{};
 
-    bool operator==(const object &) const = default;
+    bool operator==(const object &other) const;
 };
 
-struct binding {
-    uint32_t kind = 0, direction = 0;
-    uint64_t source = 0;
-    uint32_t source_flow_id = 0;
-    uint64_t destination = 0;
-    uint32_t destination_flow_id = 0;
-
-    auto operator<=>(const binding &) const = default;
-    bool is(uint32_t its_kind, uint32_t its_direction) const { return kind == its_kind && direction == its_direction; }
-    bool uses(uint64_t handle) const { return source == handle || destination == handle; }
+/// By what names a binding: kind, direction, source and destination.
+struct by_ends {
+    bool operator()(const vok_bind_record &a, const vok_bind_record &b) const;
 };
 
-std::string to_text(uint64_t handle);
-std::string to_text(const binding &b);
+using binding_set = std::set<vok_bind_record, by_ends>;
 
-struct binding_traits {
-    uint32_t session_type;
-    int dscp; ///< -1: none
+/// Session type, and DSCP or -1.
+using binding_traits = std::pair<uint32_t, int>;
 
-    bool operator==(const binding_traits &) const = default;
-};
-
-/// Both in ascending order of what comes first.
 struct holdings {
-    std::vector<std::pair<uint64_t, object>> objects;
-    std::vector<std::pair<binding, binding_traits>> bindings;
+    std::map<uint64_t, object> objects;
+    std::map<vok_bind_record, binding_traits, by_ends> bindings;
 
-    bool operator==(const holdings &) const = default;
+    static holdings now();
 };
-
-constexpr std::string_view session_type_hook = "zel_ovlin_session_handler_set_session_type";
 
 /// A data-plane call, or one of the session-type hook.
-struct call {
-    std::string_view operation{};
-    uint32_t status = 0; ///< the hook's code
-    bool took_effect = true;
-    uint64_t handle = 0;            ///< the object that was made, deleted, changed or read; the hook's type handle
-    std::vector<uint64_t> passed{}; ///< all handles that it was given
-    vok_cp_sim_kind_t kind{};
-    proof::binding binding{};               ///< of a bind or an unbind
-    std::vector<proof::binding> used_by{};  ///< of a delete that failed: the bindings of the object
-    uint32_t pcep_id = 0, session_type = 0; ///< the hook's
+struct call : watched_call {
+    std::vector<vok_bind_record> used_by{};         ///< of a delete that failed: the bindings of the object
+    bool gives_zero = false, gives_missing = false; ///< refused: of its handles, one is 0, or names no object
 
     bool is(std::string_view text) const { return operation.find(text) != std::string_view::npos; }
     bool failed() const { return status != 0; }
     bool refused() const { return status >= VOK_CP_SIM_WRONG_INSTANCE && status <= VOK_CP_SIM_DSCP_TOO_LARGE; }
+    bool makes(vok_cp_sim_kind_t what) const { return created != 0 && kind == what; }
+    bool makes_association() const { return makes(VOK_CP_SIM_IPV4_INGRESS) || makes(VOK_CP_SIM_IPV4_EGRESS); }
     std::string text() const;
-    bool made(vok_cp_sim_kind_t what) const { return is("_create") && kind == what && took_effect; }
 };
 
 /// Watches from its construction to its end; there can be one. While it does, no handle may be passed that the data
@@ -86,22 +61,19 @@ public:
     ~watched_data_plane();
     watched_data_plane(const watched_data_plane &) = delete;
 
-    static holdings held();
-
     std::vector<call> calls; ///< to be cleared by the owner before an operation
     std::string violation;   ///< of the rule for handles or of the form of a record; empty: none
 
     /// Handles given so far must not be passed again, apart from this one.
     void forget_handles_but(uint64_t handle) { known_handles_ = {0, handle}; }
 
-    uint32_t hook_called(uint64_t type, uint32_t pcep_id, uint32_t session_type);
-
 private:
-    static vok_cp_sim_answer_t on_call(void *self, const vok_cp_sim_call_t *call);
-    static void on_outcome(void *self, const vok_cp_sim_call_t *made, const vok_cp_sim_outcome_t *outcome);
+    vok_cp_sim_answer_t answer_to(const watched_call &made);
+    void see(const watched_call &made);
 
     choices &decisions_;
     std::set<uint64_t> known_handles_{0};
+    watcher watcher_;
 };
 
 } // namespace proof

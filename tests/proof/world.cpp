@@ -4,7 +4,7 @@
 #include <cstring>
 #include <span>
 #include <stdexcept>
-#include <tuple>
+#include <utility>
 
 #include "zel_core_ic.h"
 
@@ -18,46 +18,46 @@ constexpr uint32_t flow_id(uint32_t pcep, uint32_t session)
     return (pcep << 20) | (session & 0xFFFFF);
 }
 
-binding from_flow(uint64_t flow, uint32_t ovlin_flow)
+// ---- Bindings, as far as what names them
+
+struct binding_end {
+    uint64_t handle;
+    uint32_t ovlin_flow;
+};
+
+vok_bind_record binding(uint32_t kind, uint32_t direction, binding_end from, binding_end to)
 {
-    return {VOK_BIND_F2ID, VOK_EGRESS, flow, 0, 0, ovlin_flow};
+    vok_bind_record r{};
+    r.bindKind = kind;
+    r.direction = direction;
+    r.srcFlowHandle = from.handle;
+    r.srcFlowID = from.ovlin_flow;
+    r.destFlowHandle = to.handle;
+    r.dstFlowID = to.ovlin_flow;
+    return r;
 }
 
-binding to_flow(uint32_t ovlin_flow, uint64_t flow)
+vok_bind_record from_flow(uint64_t flow, uint32_t ovlin_flow)
 {
-    return {VOK_BIND_ID2F, VOK_EGRESS, 0, ovlin_flow, flow, 0};
+    return binding(VOK_BIND_F2ID, VOK_EGRESS, {flow, 0}, {0, ovlin_flow});
 }
 
-binding to_interface(uint64_t association, uint64_t interface)
+vok_bind_record to_flow(uint32_t ovlin_flow, uint64_t flow)
 {
-    return {VOK_BIND_F2F, VOK_INGRESS, association, 0, interface, 0};
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, {0, ovlin_flow}, {flow, 0});
 }
 
-binding to_association(uint64_t flow, uint64_t association)
+vok_bind_record to_interface(uint64_t association, uint64_t interface)
 {
-    return {VOK_BIND_F2F, VOK_EGRESS, flow, 0, association, 0};
+    return binding(VOK_BIND_F2F, VOK_INGRESS, {association, 0}, {interface, 0});
 }
 
-/// The association of a UDP session in one direction.
-object udp_association(const zel_core_term_udp_session_cfg_t &cfg, bool egress)
+vok_bind_record to_association(uint64_t flow, uint64_t association)
 {
-    const bool ipv4 = cfg.ip_version == 4;
-    object o{.ip_version = cfg.ip_version, .protocol = 17};
-    o.kind = ipv4     ? egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS
-             : egress ? VOK_CP_SIM_IPV6_EGRESS
-                      : VOK_CP_SIM_IPV6_INGRESS;
-    o.rules_mask = ipv4 ? egress ? 0x6E : 0xFC : egress ? 0 : 0x672;
-    o.vrf_id = cfg.vrf_id;
-    o.src_port = egress ? cfg.local_port : cfg.remote_port;
-    o.dst_port = egress ? cfg.remote_port : cfg.local_port;
-    std::memcpy(o.src_addr.data(), egress ? cfg.local_addr : cfg.remote_addr, ipv4 ? 4 : 16);
-    std::memcpy(o.dst_addr.data(), egress ? cfg.remote_addr : cfg.local_addr, ipv4 ? 4 : 16);
-    if (egress)
-        o.ttl = ipv4 || cfg.ttl != 0 ? cfg.ttl : 128;
-    if (egress && !ipv4)
-        o.path_mtu = cfg.pmtu & 0xFFFF;
-    return o;
+    return binding(VOK_BIND_F2F, VOK_EGRESS, {flow, 0}, {association, 0});
 }
+
+// ---- What packets the associations send, and receive
 
 association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
 {
@@ -68,23 +68,59 @@ association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
     return key;
 }
 
-object l2tp_association(const connection &c, bool egress)
+vok_cp_sim_header_t sent_by(const connection &c)
 {
-    object o{.kind = egress ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV4_INGRESS, .ip_version = 4, .protocol = 115};
-    o.rules_mask = egress ? 0x0e : 0x9c;
-    std::memcpy(o.src_addr.data(), c.key.data() + (egress ? 0 : 4), 4);
-    std::memcpy(o.dst_addr.data(), c.key.data() + (egress ? 4 : 0), 4);
-    std::memcpy(&o.vrf_id, c.key.data() + 8, 4);
-    o.ttl = egress ? c.ttl : 0;
+    vok_cp_sim_header_t h{};
+    h.ip_version = 4;
+    h.protocol = 115;
+    std::memcpy(h.src_addr, c.key.data(), 4);
+    std::memcpy(h.dst_addr, c.key.data() + 4, 4);
+    std::memcpy(&h.vrf_id, c.key.data() + 8, 4);
+    h.ttl = c.ttl;
+    return h;
+}
+
+vok_cp_sim_header_t sent_by(const zel_core_term_udp_session_cfg_t &cfg)
+{
+    const bool ipv4 = cfg.ip_version == 4;
+    vok_cp_sim_header_t h{};
+    h.ip_version = cfg.ip_version;
+    h.protocol = 17;
+    h.vrf_id = cfg.vrf_id;
+    std::memcpy(h.src_addr, cfg.local_addr, ipv4 ? 4 : 16);
+    std::memcpy(h.dst_addr, cfg.remote_addr, ipv4 ? 4 : 16);
+    h.src_port = cfg.local_port;
+    h.dst_port = cfg.remote_port;
+    h.ttl = ipv4 || cfg.ttl != 0 ? cfg.ttl : 128;
+    return h;
+}
+
+vok_cp_sim_header_t answer_to(vok_cp_sim_header_t sent)
+{
+    std::swap(sent.src_addr, sent.dst_addr);
+    std::swap(sent.src_port, sent.dst_port);
+    sent.ttl = 0; // not looked at
+    return sent;
+}
+
+object l2tp_flow(vok_cp_sim_kind_t kind, uint16_t flow_type, uint32_t session_id, uint32_t connection_id = 0)
+{
+    object o{.kind = kind, .rules_or_flow_type = flow_type};
+    o.header.l2tp_session_id = session_id;
+    o.header.l2tp_connection_id = connection_id;
     return o;
 }
 
 /// What a failed call makes of the operation that stops at it.
 uint32_t code_of(const call &failed)
 {
-    if (failed.operation == session_type_hook)
-        return failed.status;
-    return ZEL_CORE_TERM_DATA_PLANE_FAILED;
+    return failed.is_hook() ? failed.status : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED};
+}
+
+const call *first_failure(const std::vector<call> &calls)
+{
+    const auto failed = std::ranges::find_if(calls, &call::failed);
+    return failed != calls.end() ? &*failed : nullptr;
 }
 
 } // namespace
@@ -114,8 +150,6 @@ void world::begin(std::string_view name, std::initializer_list<uint64_t> argumen
     history_.push_back(std::move(text));
     if (history_.size() > 20)
         history_.pop_front();
-    if (compare)
-        before_ = wanted();
 }
 
 void world::violated(const std::string &what) const
@@ -129,51 +163,52 @@ void world::violated(const std::string &what) const
     throw std::runtime_error(text);
 }
 
-void world::require(bool condition, const char *what) const
+void world::require(bool condition, const char *what, std::optional<uint64_t> which) const
 {
     if (!condition)
-        violated(what);
-}
-
-void world::require(bool condition, const char *what, uint64_t which) const
-{
-    if (!condition)
-        violated(what + (" " + std::to_string(which)));
+        violated(what + (which ? " " + std::to_string(*which) : ""));
 }
 
 /// The end of an operation that makes no call, as of one that refuses its arguments.
-uint32_t world::rejected(uint32_t result, uint32_t expected)
+uint32_t world::rejected(uint32_t expected)
 {
     require(calls().empty(), "an operation calls that must not");
-    return end(result, expected, {});
+    return end(expected);
 }
 
-uint32_t world::end(uint32_t result, uint32_t expected, tolerated allowed)
+uint32_t world::end(uint32_t expected, tolerated allowed)
 {
-    history_.back() += " = " + std::to_string(result);
+    history_.back() += " = " + std::to_string(result_);
     if (counts != nullptr)
-        ++(*counts)[running_][result];
-    require(result == expected, "the result is not", expected);
+        ++(*counts)[running_][result_];
+    require(result_ == expected, "the result is not", expected);
     require(plane_.violation.empty(), plane_.violation.c_str());
-    unsettle();
-    excuse_leftovers(allowed);
-    if (compare) {
-        explain_refusals(allowed);
-        compare_data_plane();
-        compare_tables();
-        compare_udp_queries();
+    learn_from_calls(allowed);
+    if (compare || !excused_objects_.empty() || !excused_bindings_.empty()) {
+        const holdings found = holdings::now();
+        if (compare) {
+            explain_refusals(allowed);
+            compare_data_plane(found);
+            compare_tables();
+            compare_udp_queries();
+        }
+        settle(found);
     }
-    settle();
-    return result;
+    return result_;
 }
 
 /// The first thing that failed decides the result of whatever stops at a failure.
-world::first_failure world::failure() const
+uint32_t world::failure() const
 {
-    for (const call &c : calls())
-        if (c.failed())
-            return {code_of(c), c.operation == session_type_hook};
-    return {0, false};
+    const call *const failed = first_failure(calls());
+    return failed != nullptr ? code_of(*failed) : 0;
+}
+
+/// Whether the first thing that failed was the session-type hook, with that code.
+bool world::hook_gave(uint32_t code) const
+{
+    const call *const failed = first_failure(calls());
+    return failed != nullptr && failed->is_hook() && failed->status == code;
 }
 
 /// The last object of that kind that a create made and gave; 0: none.
@@ -181,111 +216,72 @@ uint64_t world::made(vok_cp_sim_kind_t kind) const
 {
     uint64_t handle = 0;
     for (const call &c : calls())
-        if (c.made(kind) && !c.failed())
-            handle = c.handle;
+        if (c.makes(kind) && !c.failed())
+            handle = c.created;
     return handle;
 }
 
 void world::expect_hook(bool called, uint32_t pcep, uint32_t session_type) const
 {
-    for (const call &c : calls())
-        if (c.operation == session_type_hook)
-            require(called && c.handle == VOK_CP_SIM_OVLIN_FLOW_TYPE && c.pcep_id == pcep &&
-                        c.session_type == session_type,
-                    "the session-type hook is called with something else, or for no one");
     const auto binds_egress = [](const call &c) {
-        return c.operation == "vok_bind" && c.binding.direction == VOK_EGRESS && c.binding.kind != VOK_BIND_F2ID;
+        return c.operation == "vok_bind" && c.binding().direction == VOK_EGRESS &&
+               c.binding().bindKind != VOK_BIND_F2ID;
     };
-    for (std::size_t i = 0; called && i < calls().size(); ++i) {
-        const bool hook_accepts = calls()[i].operation == session_type_hook && !calls()[i].failed();
-        require(hook_accepts == (i + 1 < calls().size() && binds_egress(calls()[i + 1])),
+    bool accepted = false;
+    for (const call &c : calls()) {
+        require(!c.is_hook() || (called && c.handle == VOK_CP_SIM_OVLIN_FLOW_TYPE && c.pcep_id == pcep &&
+                                 c.session_type == session_type),
+                "the session-type hook is called with something else, or for no one");
+        require(!called || accepted == binds_egress(c),
                 "a bind without the session-type hook before it, or a call of the hook without a bind");
+        accepted = c.is_hook() && !c.failed();
     }
+    require(!accepted, "a call of the session-type hook without a bind");
 }
 
-void world::excuse_leftovers(tolerated allowed)
+/// What a call changed is as it must be again, and what it failed to change may be either.
+void world::learn_from_calls(tolerated allowed)
 {
     for (const call &c : calls()) {
-        if (c.is("interface_add") && c.took_effect)
-            interface_ = c.handle;
+        const bool changes_object = c.is_delete() || c.is("attr_modify");
+        if (c.makes(VOK_CP_SIM_L2TPV3_INTERFACE))
+            interface_ = c.created;
+        if (c.took_effect && c.is_bind_or_unbind())
+            settled_bindings_.erase(c.binding());
+        if (c.took_effect && changes_object)
+            settled_objects_.erase(c.handle);
         if (!c.failed() || (c.refused() && c.status != VOK_CP_SIM_OBJECT_IN_USE))
             continue;
         if (c.operation == "vok_unbind" || (c.operation == "vok_bind" && c.took_effect && allowed.binds))
-            excused_bindings_.insert(c.binding);
-        else if (c.is("_delete") || (c.is("attr_modify") && c.took_effect) ||
-                 (allowed.associations && (c.made(VOK_CP_SIM_IPV4_INGRESS) || c.made(VOK_CP_SIM_IPV4_EGRESS))))
+            excused_bindings_.insert(c.binding());
+        else if (c.is_delete() || (changes_object && c.took_effect))
             excused_objects_.insert(c.handle);
+        else if (allowed.associations && c.makes_association())
+            excused_objects_.insert(c.created);
     }
-}
-
-/// Whether it was there before the operation's call of that number.
-bool world::is_there(const binding &b, std::size_t call_number) const
-{
-    bool there = std::ranges::any_of(before_.bindings, [&](const auto &held) { return held.first == b; });
-    for (const call &c : std::span(calls()).first(call_number))
-        if (c.took_effect && c.binding == b)
-            there = c.operation == "vok_bind";
-    return there;
-}
-
-bool world::is_there(uint64_t handle, std::size_t call_number) const
-{
-    bool there = std::ranges::any_of(before_.objects, [&](const auto &held) { return held.first == handle; });
-    for (const call &c : std::span(calls()).first(call_number))
-        if (c.took_effect && c.handle == handle && (c.is("_create") || c.is("_add") || c.is("_delete")))
-            there = !c.is("_delete");
-    return there;
 }
 
 /// The data plane refuses only what the operation cannot know better, and no delete is tried of what is bound by a
 /// binding that the library could have removed.
 void world::explain_refusals(tolerated allowed) const
 {
-    for (std::size_t i = 0; i < calls().size(); ++i) {
-        const call &c = calls()[i];
-        const auto is_missing = [&](uint64_t handle) {
-            return handle == 0 ? allowed.no_handle : !is_there(handle, i) || allowed.wrong_kind;
-        };
-        const bool uncertain = uncertain_bindings_.contains(c.binding);
-        switch (c.refused() ? c.status : 0) {
-        case VOK_CP_SIM_UNKNOWN_HANDLE:
-            require(std::ranges::any_of(c.passed, is_missing), "a handle is refused that should be good");
-            break;
-        case VOK_CP_SIM_NO_SUCH_BINDING:
-            require(!is_there(c.binding, i) || uncertain, "an unbind is refused of what should be bound");
-            break;
-        case VOK_CP_SIM_DUPLICATE_BINDING:
-            require(is_there(c.binding, i) || uncertain, "a bind is refused of what should not be bound");
-            break;
-        case VOK_CP_SIM_DSCP_TOO_LARGE: require(allowed.large_dscp, "a DSCP is refused"); break;
-        default: break;
-        }
-        for (const binding &b : c.used_by)
+    for (const call &c : calls()) {
+        if (c.status == VOK_CP_SIM_UNKNOWN_HANDLE)
+            require(c.gives_missing || (c.gives_zero ? allowed.no_handle : allowed.wrong_kind),
+                    "a handle is refused that should be good");
+        require(c.status != VOK_CP_SIM_DSCP_TOO_LARGE || allowed.large_dscp, "a DSCP is refused");
+        for (const vok_bind_record &b : c.used_by)
             require(excused_bindings_.contains(b) || settled_bindings_.contains(b) || uncertain_bindings_.contains(b),
                     "a delete of what a binding still uses that could be removed");
     }
 }
 
-/// What a call changed is as it must be again.
-void world::unsettle()
-{
-    for (const call &c : calls()) {
-        if (c.took_effect && (c.operation == "vok_bind" || c.operation == "vok_unbind"))
-            settled_bindings_.erase(c.binding);
-        if (c.took_effect && (c.is("_delete") || c.is("attr_modify")))
-            settled_objects_.erase(c.handle);
-    }
-}
-
 /// What is excused is settled as it is found.
-void world::settle()
+void world::settle(const holdings &found)
 {
-    if (excused_objects_.empty() && excused_bindings_.empty())
-        return;
-    const holdings found = watched_data_plane::held();
     const auto settle_all = [](auto &excused, const auto &all, auto &settled) {
         for (const auto &key : excused) {
-            const auto at = std::ranges::find(all, key, [](const auto &held) { return held.first; });
+            const auto at = all.find(key);
             settled[key] = at != all.end() ? std::optional(at->second) : std::nullopt;
         }
         excused.clear();
@@ -298,79 +294,79 @@ void world::settle()
 
 holdings world::wanted() const
 {
-    std::map<uint64_t, object> objects;
-    std::map<binding, binding_traits> bindings;
-    const auto bind = [&](const binding &b, uint32_t session_type, int dscp) {
-        bindings.emplace(b, binding_traits{session_type, dscp});
-    };
+    holdings all;
+    auto &[objects, bindings] = all;
     if (interface_ != 0)
         objects[interface_].kind = VOK_CP_SIM_L2TPV3_INTERFACE;
     for (const auto &[id, s] : udp_sessions_) {
-        objects[s.ingress] = udp_association(s.cfg, false);
-        objects[s.egress] = udp_association(s.cfg, true);
+        const vok_cp_sim_header_t sent = sent_by(s.cfg);
+        if (s.cfg.ip_version == 4) {
+            objects[s.ingress] = {VOK_CP_SIM_IPV4_INGRESS, 0xFC, 0, answer_to(sent)};
+            objects[s.egress] = {VOK_CP_SIM_IPV4_EGRESS, 0x6E, 0, sent};
+        } else {
+            objects[s.ingress] = {VOK_CP_SIM_IPV6_INGRESS, 0x672, 0, answer_to(sent)};
+            objects[s.egress] = {VOK_CP_SIM_IPV6_EGRESS, 0, s.cfg.pmtu & 0xFFFF, sent};
+        }
         if (s.uplink_bound)
-            bind(to_flow(s.uplink_flow, s.egress), udp, s.dscp);
+            bindings[to_flow(s.uplink_flow, s.egress)] = {udp, s.dscp};
         if (s.downlink_bound)
-            bind(from_flow(s.ingress, s.downlink_flow), udp, -1);
+            bindings[from_flow(s.ingress, s.downlink_flow)] = {udp, -1};
     }
     for (const auto &[id, c] : connections_) {
-        if (objects.emplace(c.ingress, l2tp_association(c, false)).second)
-            bind(to_interface(c.ingress, interface_), l2tp, -1);
-        objects.emplace(c.egress, l2tp_association(c, true));
+        const vok_cp_sim_header_t sent = sent_by(c);
+        objects[c.ingress] = {VOK_CP_SIM_IPV4_INGRESS, 0x9c, 0, answer_to(sent)};
+        objects[c.egress] = {VOK_CP_SIM_IPV4_EGRESS, 0x0e, 0, sent};
+        bindings[to_interface(c.ingress, interface_)] = {l2tp, -1};
         if (c.flow != 0) {
-            object &flow = objects[c.flow];
-            flow = {.kind = VOK_CP_SIM_L2TPV3_INGRESS_FLOW, .flow_type = VOK_L2TPV3_CONTROL_CONNECTION};
-            flow.l2tp_connection_id = c.control_connection_id;
-            bind(from_flow(c.flow, flow_id(c.pcep, c.rat_session)), l2tp, -1);
+            objects[c.flow] =
+                l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, VOK_L2TPV3_CONTROL_CONNECTION, 0, c.control_connection_id);
+            bindings[from_flow(c.flow, flow_id(c.pcep, c.rat_session))] = {l2tp, -1};
         }
         if (c.sends)
-            bind(to_flow(flow_id(c.pcep, id), c.egress), l2tp, c.dscp);
+            bindings[to_flow(flow_id(c.pcep, id), c.egress)] = {l2tp, c.dscp};
     }
     for (const auto &[id, s] : sessions_) {
-        object &ingress = objects[s.entry.ingress_flow_handle];
-        ingress = {.kind = VOK_CP_SIM_L2TPV3_INGRESS_FLOW, .flow_type = s.flow_type};
-        ingress.l2tp_session_id = s.local_session_id;
-        if (s.entry.egress_flow_handle != 0)
-            objects[s.entry.egress_flow_handle] = {.kind = VOK_CP_SIM_L2TPV3_EGRESS_FLOW, .flow_type = s.flow_type};
-        bind(from_flow(s.entry.ingress_flow_handle, s.entry.dst_flow_id), l2tp, -1);
+        const l2tp_session_entry &e = s.entry;
+        objects[e.ingress_flow_handle] = l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, s.flow_type, s.local_session_id);
+        if (e.egress_flow_handle != 0)
+            objects[e.egress_flow_handle] = l2tp_flow(VOK_CP_SIM_L2TPV3_EGRESS_FLOW, s.flow_type, 0);
+        bindings[from_flow(e.ingress_flow_handle, e.dst_flow_id)] = {l2tp, -1};
         if (s.sends)
-            bind(to_flow(s.entry.src_flow_id, s.entry.egress_flow_handle), l2tp, s.dscp);
+            bindings[to_flow(e.src_flow_id, e.egress_flow_handle)] = {l2tp, s.dscp};
         for (const uint64_t association : s.sends_through)
-            bind(to_association(s.entry.egress_flow_handle, association), l2tp, s.entry.dscp);
+            bindings[to_association(e.egress_flow_handle, association)] = {l2tp, e.dscp};
     }
-    const auto apply = [](const auto &settled, auto &all) {
+    const auto apply = [](const auto &settled, auto &to) {
         for (const auto &[key, found] : settled) {
             if (found)
-                all[key] = *found;
+                to[key] = *found;
             else
-                all.erase(key);
+                to.erase(key);
         }
     };
     apply(settled_objects_, objects);
     apply(settled_bindings_, bindings);
-    return {{objects.begin(), objects.end()}, {bindings.begin(), bindings.end()}};
+    return all;
 }
 
-void world::compare_data_plane() const
+void world::compare_data_plane(const holdings &is) const
 {
-    const auto compare_all = [this](const auto &must_be, const auto &is, const auto &excused, const std::string &what) {
-        auto m = must_be.begin();
-        auto i = is.begin();
-        while (m != must_be.end() || i != is.end()) {
-            const bool missing = i == is.end() || (m != must_be.end() && m->first < i->first);
-            const bool extra = m == must_be.end() || (i != is.end() && i->first < m->first);
-            const auto &key = missing ? m->first : i->first;
-            if ((missing || extra || m->second != i->second) && !excused.contains(key))
-                violated(what + to_text(key) + (missing ? " is missing" : extra ? " is too many" : " is another"));
-            m += !extra;
-            i += !missing;
-        }
+    const holdings must_be = wanted();
+    const auto compare_all = [this](const auto &must, const auto &found, const auto &is_excused, const auto &text) {
+        for (const auto &[key, what] : must)
+            if (!found.contains(key) && !is_excused(key))
+                violated(text(key) + " is missing in the data plane");
+        for (const auto &[key, what] : found)
+            if (const auto at = must.find(key); (at == must.end() || at->second != what) && !is_excused(key))
+                violated(text(key) + (at == must.end() ? " is too many" : " is another") + " in the data plane");
     };
-    std::set<binding> excused_bindings = excused_bindings_;
-    excused_bindings.insert(uncertain_bindings_.begin(), uncertain_bindings_.end());
-    const holdings must_be = wanted(), is = watched_data_plane::held();
-    compare_all(must_be.objects, is.objects, excused_objects_, "the data plane's object ");
-    compare_all(must_be.bindings, is.bindings, excused_bindings, "the data plane's binding ");
+    compare_all(
+        must_be.objects, is.objects, [this](uint64_t handle) { return excused_objects_.contains(handle); },
+        handle_text);
+    compare_all(
+        must_be.bindings, is.bindings,
+        [this](const vok_bind_record &b) { return excused_bindings_.contains(b) || uncertain_bindings_.contains(b); },
+        [](const vok_bind_record &b) { return to_text(b); });
 }
 
 void world::compare_tables() const
@@ -378,15 +374,11 @@ void world::compare_tables() const
     l2tp_control_entry control[std::size(l2tp_control_table)] = {};
     for (const auto &[id, c] : connections_)
         control[id] = {0, c.flow, c.ingress, c.egress};
-    for (std::size_t i = 0; i < std::size(control); ++i)
-        require(std::memcmp(&control[i], &l2tp_control_table[i], sizeof control[i]) == 0,
-                "another entry of l2tp_control_table", i);
+    require(std::memcmp(control, l2tp_control_table, sizeof control) == 0, "l2tp_control_table is another");
     l2tp_session_entry table[std::size(l2tp_session_table)] = {};
     for (const auto &[id, s] : sessions_)
         table[id - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN] = s.entry;
-    for (std::size_t i = 0; i < std::size(table); ++i)
-        require(std::memcmp(&table[i], &l2tp_session_table[i], sizeof table[i]) == 0,
-                "another entry of l2tp_session_table", i);
+    require(std::memcmp(table, l2tp_session_table, sizeof table) == 0, "l2tp_session_table is another");
     require(l2tp_control_ingress_interface == interface_, "the ingress interface is another");
     static const zel_handles_t no_handles{};
     require(started_ != (std::memcmp(zel_getHandles(), &no_handles, sizeof no_handles) == 0),
@@ -414,36 +406,21 @@ void world::compare_udp_queries() const
 // ---- Start and stop
 
 /// What was there stays in the data plane, and nothing of it may be touched any more but the ingress interface.
-void world::forget_everything()
+uint32_t world::switch_to(bool started)
 {
-    const holdings left = watched_data_plane::held();
+    run(started ? "start" : "stop", started ? zel_core_term_start : zel_core_term_stop);
+    started_ = started;
+    const holdings left = holdings::now();
     for (const auto &[handle, o] : left.objects)
-        excused_objects_.insert(handle);
+        if (handle != interface_)
+            excused_objects_.insert(handle);
     for (const auto &[b, traits] : left.bindings)
         excused_bindings_.insert(b);
-    excused_objects_.erase(interface_);
     plane_.forget_handles_but(interface_);
     udp_sessions_.clear();
     connections_.clear();
     sessions_.clear();
-}
-
-uint32_t world::start()
-{
-    begin("start", {});
-    const uint32_t result = zel_core_term_start();
-    started_ = true;
-    forget_everything();
-    return rejected(result, 0);
-}
-
-uint32_t world::stop()
-{
-    begin("stop", {});
-    const uint32_t result = zel_core_term_stop();
-    started_ = false;
-    forget_everything();
-    return rejected(result, 0);
+    return rejected(0);
 }
 
 // ---- UDP sessions
@@ -455,126 +432,109 @@ uint32_t world::udp_rejection(uint32_t id) const
     return udp_sessions_.contains(id) ? 0 : ZEL_CORE_TERM_SESSION_FREE;
 }
 
-uint32_t world::udp_add(const udp_add_request &r)
+uint32_t world::udp_add(const request::udp_add &r)
 {
     begin("udp_add",
           {r.id, r.cfg.ip_version, r.uplink_pcep, r.downlink_pcep, r.rat_session, r.dscp, r.session_type_flag});
     udp_ids_seen_.insert(r.id);
-    const uint32_t result = zel_core_term_udp_session_add(r.id, &r.cfg, r.uplink_pcep, r.downlink_pcep, r.rat_session,
-                                                          r.dscp, r.session_type_flag);
-    const uint32_t rejection = udp_rejection(r.id) == 0                            ? ZEL_CORE_TERM_SESSION_IN_USE
-                               : udp_rejection(r.id) == ZEL_CORE_TERM_OUT_OF_RANGE ? ZEL_CORE_TERM_OUT_OF_RANGE
-                               : r.rat_session > limits_.max_rat_ovlin_session_id  ? ZEL_CORE_TERM_OUT_OF_RANGE
-                               : std::max(r.uplink_pcep, r.downlink_pcep) > limits_.max_tn_pcep_id
-                                   ? ZEL_CORE_TERM_OUT_OF_RANGE
-                               : r.cfg.ip_version != 4 && r.cfg.ip_version != 6 ? ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION
-                               : !started_                                      ? ZEL_CORE_TERM_DATA_PLANE_FAILED
-                                                                                : 0;
-    if (rejection != 0)
-        return rejected(result, rejection);
+    result_ = r();
+    const bool ipv4 = r.cfg.ip_version == 4;
+    if (udp_rejection(r.id) == 0)
+        return rejected(ZEL_CORE_TERM_SESSION_IN_USE);
+    if (udp_rejection(r.id) == ZEL_CORE_TERM_OUT_OF_RANGE || r.rat_session > limits_.max_rat_ovlin_session_id ||
+        std::max(r.uplink_pcep, r.downlink_pcep) > limits_.max_tn_pcep_id)
+        return rejected(ZEL_CORE_TERM_OUT_OF_RANGE);
+    if (!ipv4 && r.cfg.ip_version != 6)
+        return rejected(ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
+    if (!started_)
+        return rejected(ZEL_CORE_TERM_DATA_PLANE_FAILED);
     expect_hook(r.session_type_flag != 0, r.uplink_pcep, udp);
-    const first_failure failed = failure();
-    if (failed.result == 0 || failed.is_hooks(3) || failed.is_hooks(5)) {
-        udp_session s{.cfg = r.cfg, .dscp = r.dscp};
+    if (failure() == 0 || hook_gave(3) || hook_gave(5)) {
+        udp_session &s = udp_sessions_[r.id] = {.cfg = r.cfg, .dscp = r.dscp};
         s.uplink_flow = flow_id(r.uplink_pcep, r.id);
         s.downlink_flow = flow_id(r.downlink_pcep, r.rat_session);
-        s.ingress = made(r.cfg.ip_version == 4 ? VOK_CP_SIM_IPV4_INGRESS : VOK_CP_SIM_IPV6_INGRESS);
-        s.egress = made(r.cfg.ip_version == 4 ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV6_EGRESS);
-        s.uplink_bound = s.downlink_bound = failed.result == 0;
-        udp_sessions_[r.id] = s;
+        s.ingress = made(ipv4 ? VOK_CP_SIM_IPV4_INGRESS : VOK_CP_SIM_IPV6_INGRESS);
+        s.egress = made(ipv4 ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV6_EGRESS);
+        s.uplink_bound = s.downlink_bound = failure() == 0;
     }
-    return end(result, failed.result, {.large_dscp = r.dscp > 63});
+    return end(failure(), {.large_dscp = r.dscp > 63});
 }
 
 template <typename Value>
-uint32_t world::udp_modify(uint32_t result, uint32_t id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value)
+uint32_t world::udp_modify(std::string_view name, uint32_t (*modify)(uint32_t, Value), uint32_t id, Value value,
+                           Value zel_core_term_udp_session_cfg_t::*attribute)
 {
+    run(name, modify, id, value);
     if (const uint32_t rejection = udp_rejection(id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     udp_session &s = udp_sessions_.at(id);
     if (s.cfg.ip_version != 6)
-        return rejected(result, ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
-    if (failure().result == 0)
+        return rejected(ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
+    if (failure() == 0)
         s.cfg.*attribute = value;
-    return end(result, failure().result, {});
+    return end(failure());
 }
 
 uint32_t world::udp_modify_pmtu(uint32_t id, uint32_t pmtu)
 {
-    begin("udp_modify_pmtu", {id, pmtu});
-    return udp_modify(zel_core_term_udp_session_modify_pmtu(id, pmtu), id, &zel_core_term_udp_session_cfg_t::pmtu,
-                      pmtu);
+    return udp_modify("udp_modify_pmtu", zel_core_term_udp_session_modify_pmtu, id, pmtu,
+                      &zel_core_term_udp_session_cfg_t::pmtu);
 }
 
 uint32_t world::udp_modify_ttl(uint32_t id, uint8_t ttl)
 {
-    begin("udp_modify_ttl", {id, ttl});
-    return udp_modify(zel_core_term_udp_session_modify_ttl(id, ttl), id, &zel_core_term_udp_session_cfg_t::ttl, ttl);
+    return udp_modify("udp_modify_ttl", zel_core_term_udp_session_modify_ttl, id, ttl,
+                      &zel_core_term_udp_session_cfg_t::ttl);
 }
 
 uint32_t world::udp_disconnect(uint32_t id)
 {
-    begin("udp_disconnect", {id});
-    const uint32_t result = zel_core_term_udp_session_disconnect(id);
+    run("udp_disconnect", zel_core_term_udp_session_disconnect, id);
     if (const uint32_t rejection = udp_rejection(id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     udp_session &s = udp_sessions_.at(id);
     s.uplink_bound = s.uplink_bound && s.uplink_flow == 0; // a flow of 0 counts as not bound
     s.downlink_bound = s.downlink_bound && s.downlink_flow == 0;
-    return end(result, 0, {});
+    return end(0);
 }
 
 uint32_t world::udp_release(uint32_t id)
 {
-    begin("udp_release", {id});
-    const uint32_t result = zel_core_term_udp_session_release(id);
+    run("udp_release", zel_core_term_udp_session_release, id);
     if (const uint32_t rejection = udp_rejection(id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     const udp_session &s = udp_sessions_.at(id);
     if (s.uplink_bound) // a release removes no binding
         excused_bindings_.insert(to_flow(s.uplink_flow, s.egress));
     if (s.downlink_bound)
         excused_bindings_.insert(from_flow(s.ingress, s.downlink_flow));
     udp_sessions_.erase(id);
-    return end(result, 0, {});
+    return end(0);
 }
 
-uint32_t world::udp_statistics(uint32_t result, uint32_t id, int ip_version)
+uint32_t world::udp_statistics(statistics form, uint32_t id)
 {
-    if (const uint32_t rejection = udp_rejection(id))
-        return rejected(result, rejection);
-    return end(result, failure().result,
-               {.wrong_kind = ip_version != 0 && ip_version != udp_sessions_.at(id).cfg.ip_version});
-}
-
-uint32_t world::udp_statistics_ipv4(uint32_t id)
-{
-    begin("udp_statistics_ipv4", {id});
-    zel_udp_session_ipv4_stats_t stats;
-    return udp_statistics(zel_udp_session_get_stats(id, &stats), id, 4);
-}
-
-uint32_t world::udp_statistics_ipv6(uint32_t id)
-{
-    begin("udp_statistics_ipv6", {id});
-    zel_udp_session_ipv6_stats_t stats;
-    return udp_statistics(zel_ipv6_udp_session_get_stats(id, &stats), id, 6);
-}
-
-uint32_t world::udp_statistics_text(uint32_t id)
-{
-    begin("udp_statistics_text", {id});
+    constexpr const char *names[] = {"udp_statistics_ipv4", "udp_statistics_ipv6", "udp_statistics_text"};
+    zel_udp_session_ipv4_stats_t ipv4;
+    zel_udp_session_ipv6_stats_t ipv6;
     char text[200];
-    return udp_statistics(zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0), id, 0);
+    begin(names[static_cast<std::size_t>(form)], {id});
+    result_ = form == statistics::ipv4   ? zel_udp_session_get_stats(id, &ipv4)
+              : form == statistics::ipv6 ? zel_ipv6_udp_session_get_stats(id, &ipv6)
+                                         : zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0);
+    if (const uint32_t rejection = udp_rejection(id))
+        return rejected(rejection);
+    const auto of_the_other = udp_sessions_.at(id).cfg.ip_version == 4 ? statistics::ipv6 : statistics::ipv4;
+    return end(failure(), {.wrong_kind = form == of_the_other});
 }
 
 // ---- L2TP control connections
 
 uint32_t world::l2tp_rejection(uint32_t connection) const
 {
-    return connection > ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX ? ZEL_CORE_TERM_OUT_OF_RANGE
-           : !started_                                               ? ZEL_CORE_TERM_DATA_PLANE_FAILED
-                                                                     : 0;
+    if (connection > ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX)
+        return ZEL_CORE_TERM_OUT_OF_RANGE;
+    return started_ ? 0 : ZEL_CORE_TERM_DATA_PLANE_FAILED;
 }
 
 /// A connection with that key, other than `but`, or null.
@@ -586,14 +546,14 @@ const connection *world::sharing(const association_key &key, uint32_t but) const
     return nullptr;
 }
 
-/// Whether the connections other than `but` use as many associations each way as there can be.
-bool world::associations_full(uint32_t but) const
+/// Whether there can be associations for that key beside those of the connections other than `but`.
+bool world::has_room(const association_key &key, uint32_t but) const
 {
-    std::set<association_key> keys;
+    std::set<association_key> keys{key};
     for (const auto &[id, c] : connections_)
         if (id != but)
             keys.insert(c.key);
-    return keys.size() == 48;
+    return keys.size() <= 48;
 }
 
 /// Shared with another connection, or made by this operation.
@@ -605,38 +565,34 @@ void world::take_associations(connection &c, uint32_t id, uint8_t ttl)
     c.ttl = other != nullptr ? other->ttl : ttl;
 }
 
-uint32_t world::connection_add(const connection_add_request &r)
+uint32_t world::connection_add(const request::connection_add &r)
 {
     const association_key key = key_of(r.cfg);
     begin("connection_add", {r.id, key[7], key[8], r.cfg.ttl, r.control_connection_id, r.pcep, r.rat_session, r.dscp,
                              r.session_type_flag});
-    auto cfg = r.cfg;
-    const uint32_t result = zel_core_term_l2tp_control_connection_add(r.id, &cfg, r.control_connection_id, r.pcep,
-                                                                      r.rat_session, r.dscp, r.session_type_flag);
+    result_ = r();
     if (r.rat_session > limits_.max_rat_ovlin_session_id || r.pcep > limits_.max_tn_pcep_id)
-        return rejected(result, ZEL_CORE_TERM_OUT_OF_RANGE);
+        return rejected(ZEL_CORE_TERM_OUT_OF_RANGE);
     if (const uint32_t rejection = l2tp_rejection(r.id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     if (connections_.contains(r.id))
-        return rejected(result, ZEL_CORE_TERM_SESSION_IN_USE);
+        return rejected(ZEL_CORE_TERM_SESSION_IN_USE);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
+    const uint32_t expected = has_room(key, r.id) ? failure() : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED};
     const connection *const other = sharing(key, r.id);
-    first_failure failed = failure();
-    if (other == nullptr && associations_full(r.id))
-        failed = {ZEL_CORE_TERM_DATA_PLANE_FAILED, false};
-    if (failed.result == 0 || failed.is_hooks(3)) {
+    if (expected == 0 || hook_gave(3)) {
         connection c{.key = key, .control_connection_id = r.control_connection_id, .pcep = r.pcep};
         take_associations(c, r.id, r.cfg.ttl);
         c.rat_session = r.rat_session;
         c.dscp = r.dscp;
         c.flow = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
-        c.sends = failed.result == 0;
+        c.sends = expected == 0;
         connections_[r.id] = c;
     } else if (other != nullptr && calls().front().is("flow_create") && calls().front().failed()) {
         uncertain_bindings_.insert(to_interface(other->ingress, interface_)); // it loses one request for that
     }
-    return end(result, failed.result, {.binds = false, .associations = true, .large_dscp = r.dscp > 63});
+    return end(expected, {.binds = false, .associations = true, .large_dscp = r.dscp > 63});
 }
 
 /// Sessions that still send through a connection's egress association keep it from being deleted with its last user.
@@ -649,13 +605,13 @@ void world::strand_sessions(const connection &c, uint32_t id, const std::vector<
             excused_bindings_.insert(to_association(s.entry.egress_flow_handle, c.egress));
 }
 
-void world::forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, const std::vector<uint32_t> &leaving)
+void world::forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session)
 {
     const auto found = connections_.find(id);
     if (found == connections_.end())
         return;
-    const connection c = found->second;
-    strand_sessions(c, id, leaving);
+    const connection &c = found->second;
+    strand_sessions(c, id, {});
     if (pcep != c.pcep || rat_session != c.rat_session) // other bindings are asked for
         excused_bindings_.insert(from_flow(c.flow, flow_id(c.pcep, c.rat_session)));
     if (pcep != c.pcep)
@@ -665,18 +621,17 @@ void world::forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, 
 
 uint32_t world::connection_remove(uint32_t id, uint32_t pcep, uint32_t rat_session)
 {
-    begin("connection_remove", {id, pcep, rat_session});
-    const uint32_t result = zel_core_term_l2tp_control_connection_rem(id, pcep, rat_session);
+    run("connection_remove", zel_core_term_l2tp_control_connection_rem, id, pcep, rat_session);
     if (l2tp_rejection(id) != 0)
-        return rejected(result, 0);
+        return rejected(0);
     const tolerated allowed{.no_handle = !connections_.contains(id) || connections_.at(id).flow == 0};
-    forget_connection(id, pcep, rat_session, {});
-    return end(result, 0, allowed);
+    forget_connection(id, pcep, rat_session);
+    return end(0, allowed);
 }
 
 /// In turn: the sessions are unbound, the connection is set up anew, once more in the old place if that failed, and the
 /// sessions are bound. What fails for good decides.
-world::modify_end world::expected_modify_end(const connection_modify_request &r, const association_key &old_key) const
+world::modify_end world::expected_modify_end(const request::connection_modify &r, const association_key &old_key) const
 {
     std::size_t at = 0;
     for (const uint32_t id : r.sessions) {
@@ -687,59 +642,52 @@ world::modify_end world::expected_modify_end(const connection_modify_request &r,
             return {ZEL_CORE_TERM_DATA_PLANE_FAILED, false};
     }
     // With no room for a new association an attempt ends with the first create, whether that fails or not.
-    const bool full = associations_full(r.id);
-    const bool no_room = full && sharing(key_of(r.cfg), r.id) == nullptr;
-    const bool no_old_room = full && sharing(old_key, r.id) == nullptr;
+    const bool no_room = !has_room(key_of(r.cfg), r.id);
     bool fell_back = false, connected = false;
-    for (; at < calls().size(); ++at) {
-        const call &c = calls()[at];
+    for (const call &c : std::span(calls()).subspan(at)) {
         const bool ends_attempt = no_room && !fell_back && c.is("_create");
-        if (ends_attempt || (c.failed() && c.operation != "vok_unbind" && !c.is("_delete"))) {
+        if (ends_attempt || (c.failed() && c.operation != "vok_unbind" && !c.is_delete())) {
             if (fell_back || connected)
                 return {code_of(c), fell_back};
             fell_back = true;
-            if (no_old_room)
+            if (!has_room(old_key, r.id))
                 return {ZEL_CORE_TERM_DATA_PLANE_FAILED, true};
         }
-        connected = connected || (c.operation == "vok_bind" && c.binding.kind == VOK_BIND_ID2F && !c.failed());
+        connected = connected || (c.operation == "vok_bind" && c.binding().bindKind == VOK_BIND_ID2F && !c.failed());
     }
     return {fell_back ? ZEL_CORE_TERM_FELL_BACK : ZEL_CORE_TERM_SUCCESS, fell_back};
 }
 
-uint32_t world::connection_modify(const connection_modify_request &r)
+uint32_t world::connection_modify(const request::connection_modify &r)
 {
     begin("connection_modify", {r.id, r.cfg.remote_addr[3], r.pcep, r.rat_session, r.dscp, r.old_dscp,
                                 r.old_remote_addr[3], r.session_type_flag});
     for (const uint32_t id : r.sessions)
         history_.back() += ", " + std::to_string(id);
-    auto [cfg, sessions, old_remote_addr] = std::tuple(r.cfg, r.sessions, r.old_remote_addr);
-    const uint32_t result = zel_core_term_l2tp_control_connection_modify(
-        r.id, sessions.data(), static_cast<uint32_t>(r.sessions.size()), &cfg, r.pcep, r.rat_session, r.dscp,
-        r.old_dscp, old_remote_addr.data(), r.session_type_flag);
+    zel_core_term_l2tp_control_connection_cfg_t written;
+    result_ = r(written);
     if (const uint32_t rejection = l2tp_rejection(r.id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
     zel_core_term_l2tp_control_connection_cfg_t old_place = r.cfg;
     std::memcpy(old_place.remote_addr, r.old_remote_addr.data(), 4);
     const modify_end expected = expected_modify_end(r, key_of(old_place));
     const auto &in_force = expected.fell_back ? old_place : r.cfg;
-    require(std::memcmp(&cfg, &in_force, sizeof cfg) == 0, "the caller's configuration is not the one tried last");
+    require(std::memcmp(&written, &in_force, sizeof written) == 0,
+            "the caller's configuration is not the one tried last");
 
     tolerated allowed{.binds = false, .associations = true};
     allowed.large_dscp = r.dscp > 63 || r.old_dscp > 63;
     // A connection that is not there, or no more after a failure, has no handles; nor has a session that is not there.
     allowed.no_handle = !connections_.contains(r.id) || connections_.at(r.id).flow == 0 ||
-                        (expected.result != ZEL_CORE_TERM_SUCCESS) ||
+                        expected.result != ZEL_CORE_TERM_SUCCESS ||
                         std::ranges::any_of(r.sessions, [this](uint32_t id) { return !has_flows(id); });
     // The hook's refusals are other codes than these.
     if (expected.result == ZEL_CORE_TERM_SUCCESS || expected.result == ZEL_CORE_TERM_FELL_BACK) {
-        const auto before = connections_.find(r.id);
-        connection c{};
-        if (before != connections_.end()) {
-            c = before->second;
-            strand_sessions(c, r.id, r.sessions);
-        }
+        if (const auto before = connections_.find(r.id); before != connections_.end())
+            strand_sessions(before->second, r.id, r.sessions);
+        connection &c = connections_[r.id];
         const uint64_t old_egress = c.egress;
         c.key = key_of(in_force);
         c.dscp = expected.fell_back ? r.old_dscp : r.dscp;
@@ -747,7 +695,6 @@ uint32_t world::connection_modify(const connection_modify_request &r)
         c.pcep = r.pcep;
         c.rat_session = r.rat_session;
         take_associations(c, r.id, in_force.ttl);
-        connections_[r.id] = c;
         for (const uint32_t id : r.sessions) {
             sessions_.at(id).sends_through.erase(old_egress);
             sessions_.at(id).sends_through.insert(c.egress);
@@ -755,9 +702,9 @@ uint32_t world::connection_modify(const connection_modify_request &r)
     } else {
         for (const uint32_t id : r.sessions)
             forget_session(r.id, id);
-        forget_connection(r.id, r.pcep, r.rat_session, {});
+        forget_connection(r.id, r.pcep, r.rat_session);
     }
-    return end(result, expected.result, allowed);
+    return end(expected.result, allowed);
 }
 
 // ---- L2TP sessions
@@ -777,8 +724,7 @@ bool world::has_flows(uint32_t id) const
 
 uint32_t world::session_rejection(uint32_t connection, uint32_t id) const
 {
-    if (connection <= ZEL_CORE_TERM_L2TP_CONTROL_CONNECTION_ID_MAX &&
-        (id < ZEL_CORE_TERM_L2TP_SESSION_ID_MIN || id > ZEL_CORE_TERM_L2TP_SESSION_ID_MAX))
+    if (id < ZEL_CORE_TERM_L2TP_SESSION_ID_MIN || id > ZEL_CORE_TERM_L2TP_SESSION_ID_MAX)
         return ZEL_CORE_TERM_OUT_OF_RANGE;
     return l2tp_rejection(connection);
 }
@@ -805,25 +751,23 @@ void world::forget_session(uint32_t connection, uint32_t id)
     sessions_.erase(found);
 }
 
-uint32_t world::session_add(const session_add_request &r)
+uint32_t world::session_add(const request::session_add &r)
 {
     begin("session_add",
           {r.dscp, r.crc, r.pcep, r.rat_session, r.local_session_id, r.connection, r.id, r.session_type_flag});
-    const uint32_t result = zel_core_term_l2tp_session_add(r.dscp, r.crc, r.pcep, r.rat_session, r.local_session_id,
-                                                           r.connection, r.id, r.session_type_flag);
+    result_ = r();
     if (std::max({r.rat_session, r.connection, r.id}) > limits_.max_rat_ovlin_session_id ||
         r.pcep > limits_.max_tn_pcep_id)
-        return rejected(result, ZEL_CORE_TERM_OUT_OF_RANGE);
+        return rejected(ZEL_CORE_TERM_OUT_OF_RANGE);
     if (const uint32_t rejection = session_rejection(r.connection, r.id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
     const tolerated allowed{.binds = false,
                             .no_handle = interface_ == 0 || egress_of(r.connection) == 0 || sessions_.contains(r.id),
                             .large_dscp = r.dscp > 63};
-    const first_failure failed = failure();
-    session s{
-        .dscp = r.dscp, .flow_type = r.crc != 0 ? uint8_t{1} : uint8_t{2}, .local_session_id = r.local_session_id};
+    session s{.dscp = r.dscp, .local_session_id = r.local_session_id};
+    s.flow_type = r.crc != 0 ? VOK_L2TPV3_SESSION_WITH_CRC : VOK_L2TPV3_SESSION;
     if (const auto overwritten = sessions_.find(r.id); overwritten != sessions_.end()) {
         excuse_session(overwritten->second);
         s.entry = overwritten->second.entry;
@@ -832,54 +776,52 @@ uint32_t world::session_add(const session_add_request &r)
     s.entry.dst_flow_id = flow_id(r.pcep, r.rat_session);
     s.entry.ingress_flow_handle = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
     s.entry.egress_flow_handle = made(VOK_CP_SIM_L2TPV3_EGRESS_FLOW);
-    s.sends = std::ranges::any_of(calls(),
-                                  [](const call &c) { return c.binding.is(VOK_BIND_ID2F, VOK_EGRESS) && !c.failed(); });
+    s.sends = std::ranges::any_of(calls(), [](const call &c) {
+        return c.is_bind_or_unbind() && c.binding().bindKind == VOK_BIND_ID2F && !c.failed();
+    });
     if (s.sends)
         s.entry.src_flow_id = flow_id(r.pcep, r.id);
-    if (failed.result == 0) {
+    if (failure() == 0) {
         s.entry.dscp = r.dscp;
         s.sends_through = {egress_of(r.connection)};
         sessions_[r.id] = s;
-    } else if (failed.is_hooks(3)) {
+    } else if (hook_gave(3)) {
         sessions_[r.id] = s;
     } else if (s.entry.dst_flow_id == 0) { // counts as not bound
         excused_bindings_.insert(from_flow(s.entry.ingress_flow_handle, 0));
     }
-    return end(result, failed.result, allowed);
+    return end(failure(), allowed);
 }
 
 uint32_t world::session_remove(uint32_t connection, uint32_t id)
 {
-    begin("session_remove", {connection, id});
-    const uint32_t result = zel_core_term_l2tp_session_rem(connection, id);
+    run("session_remove", zel_core_term_l2tp_session_rem, connection, id);
     if (session_rejection(connection, id) != 0)
-        return rejected(result, 0);
-    const tolerated allowed{.no_handle = !has_flows(id) || egress_of(connection) == 0};
+        return rejected(0);
+    const tolerated allowed{.no_handle = !can_bind(connection, id)};
     forget_session(connection, id);
-    return end(result, 0, allowed);
+    return end(0, allowed);
 }
 
 uint32_t world::session_unbind_part(uint32_t connection, uint32_t id)
 {
-    begin("session_unbind_part", {connection, id});
-    const uint32_t result = zel_l2tp_session_modify_unbind_part(connection, id);
+    run("session_unbind_part", zel_l2tp_session_modify_unbind_part, connection, id);
     if (const uint32_t rejection = session_rejection(connection, id))
-        return rejected(result, rejection);
-    if (failure().result == 0)
+        return rejected(rejection);
+    if (failure() == 0)
         sessions_.at(id).sends_through.erase(egress_of(connection));
-    return end(result, failure().result, {.no_handle = !has_flows(id) || egress_of(connection) == 0});
+    return end(failure(), {.no_handle = !can_bind(connection, id)});
 }
 
 uint32_t world::session_bind_part(uint32_t connection, uint32_t id, uint32_t pcep, uint8_t session_type_flag)
 {
-    begin("session_bind_part", {connection, id, pcep, session_type_flag});
-    const uint32_t result = zel_l2tp_session_modify_bind_part(connection, id, pcep, session_type_flag);
+    run("session_bind_part", zel_l2tp_session_modify_bind_part, connection, id, pcep, session_type_flag);
     if (const uint32_t rejection = session_rejection(connection, id))
-        return rejected(result, rejection);
+        return rejected(rejection);
     expect_hook(session_type_flag != 0, pcep, l2tp);
-    if (failure().result == 0)
+    if (failure() == 0)
         sessions_.at(id).sends_through.insert(egress_of(connection));
-    return end(result, failure().result, {.no_handle = !has_flows(id) || egress_of(connection) == 0});
+    return end(failure(), {.no_handle = !can_bind(connection, id)});
 }
 
 } // namespace proof

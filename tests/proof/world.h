@@ -12,42 +12,13 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "proof/watched_data_plane.h"
-#include "zel_core_term/zel_core_term.h"
+#include "requests.h"
 
 namespace proof {
-
-struct udp_add_request {
-    uint32_t id = 0;
-    zel_core_term_udp_session_cfg_t cfg{};
-    uint32_t uplink_pcep = 0, downlink_pcep = 0, rat_session = 0;
-    uint8_t dscp = 0, session_type_flag = 0;
-};
-
-struct connection_add_request {
-    uint32_t id = 0;
-    zel_core_term_l2tp_control_connection_cfg_t cfg{};
-    uint32_t control_connection_id = 0, pcep = 0, rat_session = 0;
-    uint8_t dscp = 0, session_type_flag = 0;
-};
-
-struct connection_modify_request {
-    uint32_t id = 0;
-    std::vector<uint32_t> sessions{};
-    zel_core_term_l2tp_control_connection_cfg_t cfg{};
-    uint32_t pcep = 0, rat_session = 0;
-    uint8_t dscp = 0, old_dscp = 0;
-    std::array<uint8_t, 16> old_remote_addr{};
-    uint8_t session_type_flag = 0;
-};
-
-struct session_add_request {
-    uint8_t dscp = 0, crc = 0;
-    uint32_t pcep = 0, rat_session = 0, local_session_id = 0, connection = 0, id = 0;
-    uint8_t session_type_flag = 0;
-};
 
 struct udp_session {
     zel_core_term_udp_session_cfg_t cfg{};
@@ -78,6 +49,9 @@ struct session {
     std::set<uint64_t> sends_through{}; ///< egress associations
 };
 
+/// How a UDP session's counters are asked for.
+enum class statistics { ipv4, ipv6, text };
+
 /// How often each operation gave each result.
 using tally = std::map<std::string_view, std::map<uint32_t, uint64_t>>;
 
@@ -98,20 +72,18 @@ public:
 
     // The operations: each is called, the model learns what it does, and everything is compared. They return the
     // operation's result and throw a std::runtime_error when something is not as it must be.
-    uint32_t start();
-    uint32_t stop();
-    uint32_t udp_add(const udp_add_request &request);
+    uint32_t start() { return switch_to(true); }
+    uint32_t stop() { return switch_to(false); }
+    uint32_t udp_add(const request::udp_add &r);
     uint32_t udp_modify_pmtu(uint32_t id, uint32_t pmtu);
     uint32_t udp_modify_ttl(uint32_t id, uint8_t ttl);
     uint32_t udp_disconnect(uint32_t id);
     uint32_t udp_release(uint32_t id);
-    uint32_t udp_statistics_ipv4(uint32_t id);
-    uint32_t udp_statistics_ipv6(uint32_t id);
-    uint32_t udp_statistics_text(uint32_t id);
-    uint32_t connection_add(const connection_add_request &request);
+    uint32_t udp_statistics(statistics form, uint32_t id);
+    uint32_t connection_add(const request::connection_add &r);
     uint32_t connection_remove(uint32_t id, uint32_t pcep, uint32_t rat_session);
-    uint32_t connection_modify(const connection_modify_request &request);
-    uint32_t session_add(const session_add_request &request);
+    uint32_t connection_modify(const request::connection_modify &r);
+    uint32_t session_add(const request::session_add &r);
     uint32_t session_remove(uint32_t connection, uint32_t id);
     uint32_t session_unbind_part(uint32_t connection, uint32_t id);
     uint32_t session_bind_part(uint32_t connection, uint32_t id, uint32_t pcep, uint8_t session_type_flag);
@@ -125,54 +97,51 @@ public:
     tally *counts = nullptr; ///< where the operations count their results
 
 private:
-    struct first_failure {
-        uint32_t result; ///< 0: none
-        bool by_hook;
-        bool is_hooks(uint32_t code) const { return by_hook && result == code; }
-    };
-
     void begin(std::string_view name, std::initializer_list<uint64_t> arguments);
-    uint32_t end(uint32_t result, uint32_t expected, tolerated allowed);
-    uint32_t rejected(uint32_t result, uint32_t expected);
-    void expect_hook(bool called, uint32_t pcep, uint32_t session_type) const;
-    first_failure failure() const;
+    template <typename... P> void run(std::string_view name, uint32_t (*operation)(P...), std::type_identity_t<P>... a)
+    {
+        begin(name, {uint64_t{a}...});
+        result_ = operation(a...);
+    }
+    uint32_t rejected(uint32_t expected);
+    uint32_t end(uint32_t expected, tolerated allowed = {});
+    uint32_t failure() const;
+    bool hook_gave(uint32_t code) const;
     uint64_t made(vok_cp_sim_kind_t kind) const;
+    void expect_hook(bool called, uint32_t pcep, uint32_t session_type) const;
     [[noreturn]] void violated(const std::string &what) const;
-    void require(bool condition, const char *what) const;
-    void require(bool condition, const char *what, uint64_t which) const;
+    void require(bool condition, const char *what, std::optional<uint64_t> which = {}) const;
 
-    void forget_everything();
+    void learn_from_calls(tolerated allowed);
+    void explain_refusals(tolerated allowed) const;
+    void settle(const holdings &found);
+    holdings wanted() const;
+    void compare_data_plane(const holdings &is) const;
+    void compare_tables() const;
+    void compare_udp_queries() const;
+
+    uint32_t switch_to(bool started);
     uint32_t udp_rejection(uint32_t id) const;
     template <typename Value>
-    uint32_t udp_modify(uint32_t result, uint32_t id, Value zel_core_term_udp_session_cfg_t::*attribute, Value value);
-    uint32_t udp_statistics(uint32_t result, uint32_t id, int ip_version);
+    uint32_t udp_modify(std::string_view name, uint32_t (*modify)(uint32_t, Value), uint32_t id, Value value,
+                        Value zel_core_term_udp_session_cfg_t::*attribute);
     uint32_t l2tp_rejection(uint32_t connection) const;
-    uint32_t session_rejection(uint32_t connection, uint32_t id) const;
     const connection *sharing(const association_key &key, uint32_t but) const;
-    bool associations_full(uint32_t but) const;
+    bool has_room(const association_key &key, uint32_t but) const;
     void take_associations(connection &c, uint32_t id, uint8_t ttl);
-    uint64_t egress_of(uint32_t connection) const;
-    bool has_flows(uint32_t id) const;
-    void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session, const std::vector<uint32_t> &leaving);
-    void forget_session(uint32_t connection, uint32_t id);
-    void excuse_session(const session &s);
     void strand_sessions(const connection &c, uint32_t id, const std::vector<uint32_t> &leaving);
+    void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session);
     struct modify_end {
         uint32_t result;
         bool fell_back; ///< the old place was tried
     };
-    modify_end expected_modify_end(const connection_modify_request &request, const association_key &old_key) const;
-
-    void excuse_leftovers(tolerated allowed);
-    void explain_refusals(tolerated allowed) const;
-    bool is_there(const binding &b, std::size_t call_number) const;
-    bool is_there(uint64_t handle, std::size_t call_number) const;
-    void unsettle();
-    void settle();
-    holdings wanted() const;
-    void compare_data_plane() const;
-    void compare_tables() const;
-    void compare_udp_queries() const;
+    modify_end expected_modify_end(const request::connection_modify &r, const association_key &old_key) const;
+    uint64_t egress_of(uint32_t connection) const;
+    uint32_t session_rejection(uint32_t connection, uint32_t id) const;
+    bool has_flows(uint32_t id) const;
+    bool can_bind(uint32_t connection, uint32_t id) const { return has_flows(id) && egress_of(connection) != 0; }
+    void excuse_session(const session &s);
+    void forget_session(uint32_t connection, uint32_t id);
 
     watched_data_plane plane_;
     ovlin_capabilities_t limits_{};
@@ -181,18 +150,19 @@ private:
     std::map<uint32_t, connection> connections_;
     std::map<uint32_t, session> sessions_;
     uint64_t interface_ = 0;
-    holdings before_; ///< what had to be there before the running operation
 
     // What may be otherwise after the running operation; what is then found is settled, and must stay as it is until a
     // call changes it.
     std::set<uint64_t> excused_objects_;
-    std::set<binding> excused_bindings_;
+    binding_set excused_bindings_;
     std::map<uint64_t, std::optional<object>> settled_objects_;
-    std::map<binding, std::optional<binding_traits>> settled_bindings_;
-    std::set<binding> uncertain_bindings_; ///< of associations that lost a request for them
+    std::map<vok_bind_record, std::optional<binding_traits>, by_ends> settled_bindings_;
+    binding_set uncertain_bindings_; ///< of associations that lost a request for them
+
     std::set<uint32_t> udp_ids_seen_;
     std::deque<std::string> history_; ///< the last operations with their arguments and results
     std::string_view running_;        ///< the operation's name
+    uint32_t result_ = 0;             ///< that it gave
 };
 
 } // namespace proof
