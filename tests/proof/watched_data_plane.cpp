@@ -46,18 +46,17 @@ bool by_ends::operator()(const vok_bind_record &a, const vok_bind_record &b) con
     return ends(a) < ends(b);
 }
 
-holdings holdings::now()
+std::pair<uint64_t, object> as_member(const data_plane::object &held)
 {
-    holdings all;
-    const data_plane plane = data_plane::now();
-    for (const data_plane::object &o : plane.objects) {
-        object &seen = all.objects[o.handle] = {.kind = o.kind, .path_mtu = o.path_mtu, .header = o.header};
-        if (o.kind != VOK_CP_SIM_IPV6_EGRESS) // which has no rules
-            std::memcpy(&seen.rules_or_flow_type, o.record.data(), sizeof seen.rules_or_flow_type);
-    }
-    for (const data_plane::binding &b : plane.bindings)
-        all.bindings[b.record] = {b.record.srcSessionType, b.has_dscp ? b.dscp : -1};
-    return all;
+    object seen{.kind = held.kind, .path_mtu = held.path_mtu, .header = held.header};
+    if (held.kind != VOK_CP_SIM_IPV6_EGRESS) // which has no rules
+        std::memcpy(&seen.rules_or_flow_type, held.record.data(), sizeof seen.rules_or_flow_type);
+    return {held.handle, seen};
+}
+
+std::pair<vok_bind_record, binding_traits> as_member(const data_plane::binding &held)
+{
+    return {held.record, {held.record.srcSessionType, held.has_dscp ? held.dscp : -1}};
 }
 
 std::string call::text() const

@@ -14,6 +14,7 @@
 
 namespace proof {
 
+/// What the model says of an object.
 struct object {
     vok_cp_sim_kind_t kind{};
     uint16_t rules_or_flow_type = 0; ///< how its record begins
@@ -28,17 +29,16 @@ struct by_ends {
     bool operator()(const vok_bind_record &a, const vok_bind_record &b) const;
 };
 
-using binding_set = std::set<vok_bind_record, by_ends>;
-
-/// Session type, and DSCP or -1.
+/// What the model says of a binding, beside its ends: session type, and DSCP or -1.
 using binding_traits = std::pair<uint32_t, int>;
 
-struct holdings {
-    std::map<uint64_t, object> objects;
-    std::map<vok_bind_record, binding_traits, by_ends> bindings;
+using object_map = std::map<uint64_t, object>;
+using binding_map = std::map<vok_bind_record, binding_traits, by_ends>;
+using binding_set = std::set<vok_bind_record, by_ends>;
 
-    static holdings now();
-};
+/// What the data plane holds, as members of those maps.
+std::pair<uint64_t, object> as_member(const data_plane::object &held);
+std::pair<vok_bind_record, binding_traits> as_member(const data_plane::binding &held);
 
 /// A data-plane call, or one of the session-type hook.
 struct call : watched_call {

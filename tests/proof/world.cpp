@@ -185,7 +185,7 @@ uint32_t world::end(uint32_t expected, tolerated allowed)
     require(plane_.violation.empty(), plane_.violation.c_str());
     learn_from_calls(allowed);
     if (compare || !excused_objects_.empty() || !excused_bindings_.empty()) {
-        const holdings found = holdings::now();
+        const data_plane found = data_plane::now();
         if (compare) {
             explain_refusals(allowed);
             compare_data_plane(found);
@@ -277,13 +277,14 @@ void world::explain_refusals(tolerated allowed) const
 }
 
 /// What is excused is settled as it is found.
-void world::settle(const holdings &found)
+void world::settle(const data_plane &found)
 {
     const auto settle_all = [](auto &excused, const auto &all, auto &settled) {
-        for (const auto &key : excused) {
-            const auto at = all.find(key);
-            settled[key] = at != all.end() ? std::optional(at->second) : std::nullopt;
-        }
+        for (const auto &key : excused)
+            settled[key] = std::nullopt;
+        for (const auto &held : all)
+            if (const auto [key, what] = as_member(held); excused.contains(key))
+                settled[key] = what;
         excused.clear();
     };
     settle_all(excused_objects_, found.objects, settled_objects_);
@@ -292,10 +293,10 @@ void world::settle(const holdings &found)
 
 // ---- What must be there
 
-holdings world::wanted() const
+std::pair<object_map, binding_map> world::wanted() const
 {
-    holdings all;
-    auto &[objects, bindings] = all;
+    object_map objects;
+    binding_map bindings;
     if (interface_ != 0)
         objects[interface_].kind = VOK_CP_SIM_L2TPV3_INTERFACE;
     for (const auto &[id, s] : udp_sessions_) {
@@ -346,25 +347,29 @@ holdings world::wanted() const
     };
     apply(settled_objects_, objects);
     apply(settled_bindings_, bindings);
-    return all;
+    return {std::move(objects), std::move(bindings)};
 }
 
-void world::compare_data_plane(const holdings &is) const
+void world::compare_data_plane(const data_plane &found) const
 {
-    const holdings must_be = wanted();
-    const auto compare_all = [this](const auto &must, const auto &found, const auto &is_excused, const auto &text) {
-        for (const auto &[key, what] : must)
-            if (!found.contains(key) && !is_excused(key))
+    auto [objects, bindings] = wanted();
+    const auto compare_all = [this](auto &missing, const auto &all, const auto &is_excused, const auto &text) {
+        for (const auto &held : all) {
+            const auto [key, what] = as_member(held);
+            const auto at = missing.find(key);
+            if ((at == missing.end() || at->second != what) && !is_excused(key))
+                violated(text(key) + (at == missing.end() ? " is too many" : " is another") + " in the data plane");
+            if (at != missing.end())
+                missing.erase(at);
+        }
+        for (const auto &[key, what] : missing)
+            if (!is_excused(key))
                 violated(text(key) + " is missing in the data plane");
-        for (const auto &[key, what] : found)
-            if (const auto at = must.find(key); (at == must.end() || at->second != what) && !is_excused(key))
-                violated(text(key) + (at == must.end() ? " is too many" : " is another") + " in the data plane");
     };
     compare_all(
-        must_be.objects, is.objects, [this](uint64_t handle) { return excused_objects_.contains(handle); },
-        handle_text);
+        objects, found.objects, [this](uint64_t handle) { return excused_objects_.contains(handle); }, handle_text);
     compare_all(
-        must_be.bindings, is.bindings,
+        bindings, found.bindings,
         [this](const vok_bind_record &b) { return excused_bindings_.contains(b) || uncertain_bindings_.contains(b); },
         [](const vok_bind_record &b) { return to_text(b); });
 }
@@ -410,12 +415,12 @@ uint32_t world::switch_to(bool started)
 {
     run(started ? "start" : "stop", started ? zel_core_term_start : zel_core_term_stop);
     started_ = started;
-    const holdings left = holdings::now();
-    for (const auto &[handle, o] : left.objects)
-        if (handle != interface_)
-            excused_objects_.insert(handle);
-    for (const auto &[b, traits] : left.bindings)
-        excused_bindings_.insert(b);
+    const data_plane left = data_plane::now();
+    for (const data_plane::object &o : left.objects)
+        if (o.handle != interface_)
+            excused_objects_.insert(o.handle);
+    for (const data_plane::binding &b : left.bindings)
+        excused_bindings_.insert(b.record);
     plane_.forget_handles_but(interface_);
     udp_sessions_.clear();
     connections_.clear();

@@ -114,9 +114,9 @@ private:
 
     void learn_from_calls(tolerated allowed);
     void explain_refusals(tolerated allowed) const;
-    void settle(const holdings &found);
-    holdings wanted() const;
-    void compare_data_plane(const holdings &is) const;
+    void settle(const data_plane &found);
+    std::pair<object_map, binding_map> wanted() const;
+    void compare_data_plane(const data_plane &found) const;
     void compare_tables() const;
     void compare_udp_queries() const;
 
