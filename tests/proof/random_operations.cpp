@@ -169,7 +169,7 @@ private:
         if (c == world_.connections().end() || rarely(16))
             world_.connection_remove(id, decisions_.below(8), decisions_.below(8));
         else
-            world_.connection_remove(id, c->second.pcep, c->second.rat_session);
+            world_.connection_remove(id, c->second.added.pcep, c->second.added.rat_session);
     }
 
     void connection_modify()
@@ -181,9 +181,9 @@ private:
         r.pcep = decisions_.below(8);
         const auto c = world_.connections().find(r.id);
         if (c != world_.connections().end()) {
-            r.pcep = c->second.pcep;
-            r.rat_session = c->second.rat_session;
-            std::memcpy(r.old_remote_addr.data(), c->second.key.data() + 4, 4);
+            r.pcep = c->second.added.pcep;
+            r.rat_session = c->second.added.rat_session;
+            std::memcpy(r.old_remote_addr.data(), c->second.added.cfg.remote_addr, 4);
             for (const auto &[id, s] : world_.sessions())
                 if (s.sends_through.contains(c->second.egress) && !rarely(16))
                     r.sessions.push_back(id);

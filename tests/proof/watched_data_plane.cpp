@@ -66,8 +66,8 @@ std::string call::text() const
 }
 
 watched_data_plane::watched_data_plane(choices &decisions)
-    : decisions_(decisions), watcher_([this](const watched_call &made) { return answer_to(made); },
-                                      [this](const watched_call &made) { see(made); })
+    : decisions_(decisions),
+      watcher_([this](const watched_call &c) { return answer_to(c); }, [this](const watched_call &c) { see(c); })
 {
     vok_cp_sim_reset();
     watcher_.attach();
@@ -78,38 +78,46 @@ watched_data_plane::~watched_data_plane()
     vok_cp_sim_reset();
 }
 
-vok_cp_sim_answer_t watched_data_plane::answer_to(const watched_call &made)
+void watched_data_plane::begin_operation()
+{
+    calls.clear();
+    made.clear();
+}
+
+vok_cp_sim_answer_t watched_data_plane::answer_to(const watched_call &c)
 {
     if (calls.size() == most_calls)
         throw std::runtime_error("an operation makes calls without end");
-    if (made.is_hook())
+    if (c.is_hook())
         return {decisions_.next_hook_code(), false, 0};
-    for (const uint64_t handle : handles_in(made))
+    for (const uint64_t handle : handles_in(c))
         if (!known_handles_.contains(handle))
-            violation = std::string(made.operation) + " is given a handle that was never given or is deleted";
+            violation = std::string(c.operation) + " is given a handle that was never given or is deleted";
     const answer a = decisions_.next_answer();
     if (a == answer::success)
         return {};
     return {VOK_CP_SIM_INJECTED, a == answer::failure_after_effect, 0};
 }
 
-void watched_data_plane::see(const watched_call &made)
+void watched_data_plane::see(const watched_call &seen)
 {
-    call &seen = calls.emplace_back(call{made});
-    if (made.created != 0)
-        known_handles_.insert(made.created);
-    if (made.is_delete() && !seen.failed())
-        known_handles_.erase(made.handle);
-    if (made.is_delete() && seen.failed() && made.handle != 0)
+    call &c = calls.emplace_back(call{seen});
+    if (c.created != 0)
+        known_handles_.insert(c.created);
+    if (c.created != 0 && !c.failed())
+        made[c.kind] = c.created;
+    if (c.is_delete() && !c.failed())
+        known_handles_.erase(c.handle);
+    if (c.is_delete() && c.failed() && c.handle != 0)
         for (const data_plane::binding &b : data_plane::now().bindings)
-            if (b.record.srcFlowHandle == made.handle || b.record.destFlowHandle == made.handle)
-                seen.used_by.push_back(b.record);
-    if (seen.status == VOK_CP_SIM_UNKNOWN_HANDLE) {
+            if (b.record.srcFlowHandle == c.handle || b.record.destFlowHandle == c.handle)
+                c.used_by.push_back(b.record);
+    if (c.status == VOK_CP_SIM_UNKNOWN_HANDLE) {
         vok_cp_sim_object_t found;
-        for (const uint64_t handle : handles_in(made))
-            (handle == 0 ? seen.gives_zero : seen.gives_missing) |= !vok_cp_sim_find(handle, &found);
-    } else if (seen.status >= VOK_CP_SIM_WRONG_INSTANCE && seen.status <= VOK_CP_SIM_PREFIX_NOT_FULL) {
-        violation = "malformed call of " + std::string(made.operation);
+        for (const uint64_t handle : handles_in(c))
+            (handle == 0 ? c.gives_zero : c.gives_missing) |= !vok_cp_sim_find(handle, &found);
+    } else if (c.refused() && c.status <= VOK_CP_SIM_PREFIX_NOT_FULL) {
+        violation = "malformed call of " + std::string(c.operation);
     }
 }
 

@@ -50,6 +50,7 @@ struct call : watched_call {
     bool refused() const { return status >= VOK_CP_SIM_WRONG_INSTANCE && status <= VOK_CP_SIM_DSCP_TOO_LARGE; }
     bool makes(vok_cp_sim_kind_t what) const { return created != 0 && kind == what; }
     bool makes_association() const { return makes(VOK_CP_SIM_IPV4_INGRESS) || makes(VOK_CP_SIM_IPV4_EGRESS); }
+    bool changes_object() const { return is_delete() || is("attr_modify"); }
     std::string text() const;
 };
 
@@ -61,15 +62,18 @@ public:
     ~watched_data_plane();
     watched_data_plane(const watched_data_plane &) = delete;
 
-    std::vector<call> calls; ///< to be cleared by the owner before an operation
-    std::string violation;   ///< of the rule for handles or of the form of a record; empty: none
+    std::vector<call> calls;                    ///< of the running operation
+    std::map<vok_cp_sim_kind_t, uint64_t> made; ///< by it: the last object of each kind that was given
+    std::string violation;                      ///< of the rule for handles or of the form of a record; empty: none
+
+    void begin_operation();
 
     /// Handles given so far must not be passed again, apart from this one.
     void forget_handles_but(uint64_t handle) { known_handles_ = {0, handle}; }
 
 private:
-    vok_cp_sim_answer_t answer_to(const watched_call &made);
-    void see(const watched_call &made);
+    vok_cp_sim_answer_t answer_to(const watched_call &c);
+    void see(const watched_call &c);
 
     choices &decisions_;
     std::set<uint64_t> known_handles_{0};

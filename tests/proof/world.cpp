@@ -13,51 +13,42 @@ namespace {
 
 constexpr uint32_t udp = VOK_SESSION_TYPE_UDP, l2tp = VOK_SESSION_TYPE_L2TP;
 
-constexpr uint32_t flow_id(uint32_t pcep, uint32_t session)
-{
-    return (pcep << 20) | (session & 0xFFFFF);
-}
-
 // ---- Bindings, as far as what names them
 
-struct binding_end {
-    uint64_t handle;
-    uint32_t ovlin_flow;
-};
-
-vok_bind_record binding(uint32_t kind, uint32_t direction, binding_end from, binding_end to)
+vok_bind_record binding(uint32_t kind, uint32_t direction, uint64_t source, uint32_t source_flow, uint64_t destination,
+                        uint32_t destination_flow)
 {
     vok_bind_record r{};
     r.bindKind = kind;
     r.direction = direction;
-    r.srcFlowHandle = from.handle;
-    r.srcFlowID = from.ovlin_flow;
-    r.destFlowHandle = to.handle;
-    r.dstFlowID = to.ovlin_flow;
+    r.srcFlowHandle = source;
+    r.srcFlowID = source_flow;
+    r.destFlowHandle = destination;
+    r.dstFlowID = destination_flow;
     return r;
 }
 
 vok_bind_record from_flow(uint64_t flow, uint32_t ovlin_flow)
 {
-    return binding(VOK_BIND_F2ID, VOK_EGRESS, {flow, 0}, {0, ovlin_flow});
+    return binding(VOK_BIND_F2ID, VOK_EGRESS, flow, 0, 0, ovlin_flow);
 }
 
 vok_bind_record to_flow(uint32_t ovlin_flow, uint64_t flow)
 {
-    return binding(VOK_BIND_ID2F, VOK_EGRESS, {0, ovlin_flow}, {flow, 0});
+    return binding(VOK_BIND_ID2F, VOK_EGRESS, 0, ovlin_flow, flow, 0);
 }
 
 vok_bind_record to_interface(uint64_t association, uint64_t interface)
 {
-    return binding(VOK_BIND_F2F, VOK_INGRESS, {association, 0}, {interface, 0});
+    return binding(VOK_BIND_F2F, VOK_INGRESS, association, 0, interface, 0);
 }
 
 vok_bind_record to_association(uint64_t flow, uint64_t association)
 {
-    return binding(VOK_BIND_F2F, VOK_EGRESS, {flow, 0}, {association, 0});
+    return binding(VOK_BIND_F2F, VOK_EGRESS, flow, 0, association, 0);
 }
 
-// ---- What packets the associations send, and receive
+// ---- Objects
 
 association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
 {
@@ -68,30 +59,16 @@ association_key key_of(const zel_core_term_l2tp_control_connection_cfg_t &cfg)
     return key;
 }
 
-vok_cp_sim_header_t sent_by(const connection &c)
+/// What an egress association sends, apart from the ports.
+template <typename Cfg> vok_cp_sim_header_t sent_by(const Cfg &cfg, uint8_t ip_version, uint8_t protocol, uint8_t ttl)
 {
     vok_cp_sim_header_t h{};
-    h.ip_version = 4;
-    h.protocol = 115;
-    std::memcpy(h.src_addr, c.key.data(), 4);
-    std::memcpy(h.dst_addr, c.key.data() + 4, 4);
-    std::memcpy(&h.vrf_id, c.key.data() + 8, 4);
-    h.ttl = c.ttl;
-    return h;
-}
-
-vok_cp_sim_header_t sent_by(const zel_core_term_udp_session_cfg_t &cfg)
-{
-    const bool ipv4 = cfg.ip_version == 4;
-    vok_cp_sim_header_t h{};
-    h.ip_version = cfg.ip_version;
-    h.protocol = 17;
+    h.ip_version = ip_version;
+    h.protocol = protocol;
     h.vrf_id = cfg.vrf_id;
-    std::memcpy(h.src_addr, cfg.local_addr, ipv4 ? 4 : 16);
-    std::memcpy(h.dst_addr, cfg.remote_addr, ipv4 ? 4 : 16);
-    h.src_port = cfg.local_port;
-    h.dst_port = cfg.remote_port;
-    h.ttl = ipv4 || cfg.ttl != 0 ? cfg.ttl : 128;
+    std::memcpy(h.src_addr, cfg.local_addr, ip_version == 4 ? 4 : 16);
+    std::memcpy(h.dst_addr, cfg.remote_addr, ip_version == 4 ? 4 : 16);
+    h.ttl = ttl;
     return h;
 }
 
@@ -103,7 +80,7 @@ vok_cp_sim_header_t answer_to(vok_cp_sim_header_t sent)
     return sent;
 }
 
-object l2tp_flow(vok_cp_sim_kind_t kind, uint16_t flow_type, uint32_t session_id, uint32_t connection_id = 0)
+object l2tp_flow(vok_cp_sim_kind_t kind, uint16_t flow_type, uint32_t session_id, uint32_t connection_id)
 {
     object o{.kind = kind, .rules_or_flow_type = flow_type};
     o.header.l2tp_session_id = session_id;
@@ -115,12 +92,6 @@ object l2tp_flow(vok_cp_sim_kind_t kind, uint16_t flow_type, uint32_t session_id
 uint32_t code_of(const call &failed)
 {
     return failed.is_hook() ? failed.status : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED};
-}
-
-const call *first_failure(const std::vector<call> &calls)
-{
-    const auto failed = std::ranges::find_if(calls, &call::failed);
-    return failed != calls.end() ? &*failed : nullptr;
 }
 
 } // namespace
@@ -143,7 +114,7 @@ world::~world()
 void world::begin(std::string_view name, std::initializer_list<uint64_t> arguments)
 {
     running_ = name;
-    plane_.calls.clear();
+    plane_.begin_operation();
     std::string text(name);
     for (const uint64_t argument : arguments)
         text += ' ' + std::to_string(argument);
@@ -184,41 +155,22 @@ uint32_t world::end(uint32_t expected, tolerated allowed)
     require(result_ == expected, "the result is not", expected);
     require(plane_.violation.empty(), plane_.violation.c_str());
     learn_from_calls(allowed);
-    if (compare || !excused_objects_.empty() || !excused_bindings_.empty()) {
-        const data_plane found = data_plane::now();
-        if (compare) {
-            explain_refusals(allowed);
-            compare_data_plane(found);
-            compare_tables();
-            compare_udp_queries();
-        }
-        settle(found);
+    if (compare) {
+        explain_refusals(allowed);
+        compare_data_plane();
+        compare_tables();
+        compare_udp_queries();
     }
     return result_;
 }
 
-/// The first thing that failed decides the result of whatever stops at a failure.
+/// What the first call that failed makes of whatever stops at a failure: 13, or the session-type hook's code.
 uint32_t world::failure() const
 {
-    const call *const failed = first_failure(calls());
-    return failed != nullptr ? code_of(*failed) : 0;
-}
-
-/// Whether the first thing that failed was the session-type hook, with that code.
-bool world::hook_gave(uint32_t code) const
-{
-    const call *const failed = first_failure(calls());
-    return failed != nullptr && failed->is_hook() && failed->status == code;
-}
-
-/// The last object of that kind that a create made and gave; 0: none.
-uint64_t world::made(vok_cp_sim_kind_t kind) const
-{
-    uint64_t handle = 0;
     for (const call &c : calls())
-        if (c.makes(kind) && !c.failed())
-            handle = c.created;
-    return handle;
+        if (c.failed())
+            return code_of(c);
+    return 0;
 }
 
 void world::expect_hook(bool called, uint32_t pcep, uint32_t session_type) const
@@ -243,22 +195,27 @@ void world::expect_hook(bool called, uint32_t pcep, uint32_t session_type) const
 void world::learn_from_calls(tolerated allowed)
 {
     for (const call &c : calls()) {
-        const bool changes_object = c.is_delete() || c.is("attr_modify");
         if (c.makes(VOK_CP_SIM_L2TPV3_INTERFACE))
             interface_ = c.created;
         if (c.took_effect && c.is_bind_or_unbind())
-            settled_bindings_.erase(c.binding());
-        if (c.took_effect && changes_object)
-            settled_objects_.erase(c.handle);
+            loose_bindings_.erase(c.binding());
+        if (c.took_effect && c.changes_object())
+            loose_objects_.erase(c.handle);
+    }
+    for (const call &c : calls()) {
         if (!c.failed() || (c.refused() && c.status != VOK_CP_SIM_OBJECT_IN_USE))
             continue;
-        if (c.operation == "vok_unbind" || (c.operation == "vok_bind" && c.took_effect && allowed.binds))
+        if (c.operation == "vok_unbind" || (c.operation == "vok_bind" && c.took_effect && !allowed.l2tp_undo))
             excused_bindings_.insert(c.binding());
-        else if (c.is_delete() || (changes_object && c.took_effect))
+        else if (c.is_delete() || (c.changes_object() && c.took_effect))
             excused_objects_.insert(c.handle);
-        else if (allowed.associations && c.makes_association())
+        else if (allowed.l2tp_undo && c.makes_association())
             excused_objects_.insert(c.created);
     }
+    loose_objects_.merge(excused_objects_);
+    loose_bindings_.merge(excused_bindings_);
+    excused_objects_.clear();
+    excused_bindings_.clear();
 }
 
 /// The data plane refuses only what the operation cannot know better, and no delete is tried of what is bound by a
@@ -271,24 +228,9 @@ void world::explain_refusals(tolerated allowed) const
                     "a handle is refused that should be good");
         require(c.status != VOK_CP_SIM_DSCP_TOO_LARGE || allowed.large_dscp, "a DSCP is refused");
         for (const vok_bind_record &b : c.used_by)
-            require(excused_bindings_.contains(b) || settled_bindings_.contains(b) || uncertain_bindings_.contains(b),
+            require(loose_bindings_.contains(b) || uncertain_bindings_.contains(b),
                     "a delete of what a binding still uses that could be removed");
     }
-}
-
-/// What is excused is settled as it is found.
-void world::settle(const data_plane &found)
-{
-    const auto settle_all = [](auto &excused, const auto &all, auto &settled) {
-        for (const auto &key : excused)
-            settled[key] = std::nullopt;
-        for (const auto &held : all)
-            if (const auto [key, what] = as_member(held); excused.contains(key))
-                settled[key] = what;
-        excused.clear();
-    };
-    settle_all(excused_objects_, found.objects, settled_objects_);
-    settle_all(excused_bindings_, found.bindings, settled_bindings_);
 }
 
 // ---- What must be there
@@ -300,77 +242,74 @@ std::pair<object_map, binding_map> world::wanted() const
     if (interface_ != 0)
         objects[interface_].kind = VOK_CP_SIM_L2TPV3_INTERFACE;
     for (const auto &[id, s] : udp_sessions_) {
-        const vok_cp_sim_header_t sent = sent_by(s.cfg);
-        if (s.cfg.ip_version == 4) {
+        const zel_core_term_udp_session_cfg_t &cfg = s.added.cfg;
+        const bool ipv4 = cfg.ip_version == 4;
+        vok_cp_sim_header_t sent = sent_by(cfg, cfg.ip_version, 17, ipv4 || cfg.ttl != 0 ? cfg.ttl : 128);
+        sent.src_port = cfg.local_port;
+        sent.dst_port = cfg.remote_port;
+        if (ipv4) {
             objects[s.ingress] = {VOK_CP_SIM_IPV4_INGRESS, 0xFC, 0, answer_to(sent)};
             objects[s.egress] = {VOK_CP_SIM_IPV4_EGRESS, 0x6E, 0, sent};
         } else {
             objects[s.ingress] = {VOK_CP_SIM_IPV6_INGRESS, 0x672, 0, answer_to(sent)};
-            objects[s.egress] = {VOK_CP_SIM_IPV6_EGRESS, 0, s.cfg.pmtu & 0xFFFF, sent};
+            objects[s.egress] = {VOK_CP_SIM_IPV6_EGRESS, 0, cfg.pmtu & 0xFFFF, sent};
         }
         if (s.uplink_bound)
-            bindings[to_flow(s.uplink_flow, s.egress)] = {udp, s.dscp};
+            bindings[to_flow(s.uplink_flow(), s.egress)] = {udp, s.added.dscp};
         if (s.downlink_bound)
-            bindings[from_flow(s.ingress, s.downlink_flow)] = {udp, -1};
+            bindings[from_flow(s.ingress, s.downlink_flow())] = {udp, -1};
     }
     for (const auto &[id, c] : connections_) {
-        const vok_cp_sim_header_t sent = sent_by(c);
+        const vok_cp_sim_header_t sent = sent_by(c.added.cfg, 4, 115, c.added.cfg.ttl);
         objects[c.ingress] = {VOK_CP_SIM_IPV4_INGRESS, 0x9c, 0, answer_to(sent)};
         objects[c.egress] = {VOK_CP_SIM_IPV4_EGRESS, 0x0e, 0, sent};
         bindings[to_interface(c.ingress, interface_)] = {l2tp, -1};
         if (c.flow != 0) {
-            objects[c.flow] =
-                l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, VOK_L2TPV3_CONTROL_CONNECTION, 0, c.control_connection_id);
-            bindings[from_flow(c.flow, flow_id(c.pcep, c.rat_session))] = {l2tp, -1};
+            objects[c.flow] = l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, VOK_L2TPV3_CONTROL_CONNECTION, 0,
+                                        c.added.control_connection_id);
+            bindings[from_flow(c.flow, flow_id(c.added.pcep, c.added.rat_session))] = {l2tp, -1};
         }
         if (c.sends)
-            bindings[to_flow(flow_id(c.pcep, id), c.egress)] = {l2tp, c.dscp};
+            bindings[to_flow(flow_id(c.added.pcep, id), c.egress)] = {l2tp, c.added.dscp};
     }
     for (const auto &[id, s] : sessions_) {
         const l2tp_session_entry &e = s.entry;
-        objects[e.ingress_flow_handle] = l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, s.flow_type, s.local_session_id);
+        const uint16_t flow_type = s.added.crc != 0 ? 1 : 2;
+        objects[e.ingress_flow_handle] =
+            l2tp_flow(VOK_CP_SIM_L2TPV3_INGRESS_FLOW, flow_type, s.added.local_session_id, 0);
         if (e.egress_flow_handle != 0)
-            objects[e.egress_flow_handle] = l2tp_flow(VOK_CP_SIM_L2TPV3_EGRESS_FLOW, s.flow_type, 0);
+            objects[e.egress_flow_handle] = l2tp_flow(VOK_CP_SIM_L2TPV3_EGRESS_FLOW, flow_type, 0, 0);
         bindings[from_flow(e.ingress_flow_handle, e.dst_flow_id)] = {l2tp, -1};
         if (s.sends)
-            bindings[to_flow(e.src_flow_id, e.egress_flow_handle)] = {l2tp, s.dscp};
+            bindings[to_flow(e.src_flow_id, e.egress_flow_handle)] = {l2tp, s.added.dscp};
         for (const uint64_t association : s.sends_through)
             bindings[to_association(e.egress_flow_handle, association)] = {l2tp, e.dscp};
     }
-    const auto apply = [](const auto &settled, auto &to) {
-        for (const auto &[key, found] : settled) {
-            if (found)
-                to[key] = *found;
-            else
-                to.erase(key);
-        }
-    };
-    apply(settled_objects_, objects);
-    apply(settled_bindings_, bindings);
     return {std::move(objects), std::move(bindings)};
 }
 
-void world::compare_data_plane(const data_plane &found) const
+void world::compare_data_plane() const
 {
+    const data_plane found = data_plane::now();
     auto [objects, bindings] = wanted();
-    const auto compare_all = [this](auto &missing, const auto &all, const auto &is_excused, const auto &text) {
+    const auto compare_all = [this](auto &missing, const auto &all, const auto &may_differ, const auto &text) {
         for (const auto &held : all) {
             const auto [key, what] = as_member(held);
             const auto at = missing.find(key);
-            if ((at == missing.end() || at->second != what) && !is_excused(key))
+            if ((at == missing.end() || at->second != what) && !may_differ(key))
                 violated(text(key) + (at == missing.end() ? " is too many" : " is another") + " in the data plane");
             if (at != missing.end())
                 missing.erase(at);
         }
         for (const auto &[key, what] : missing)
-            if (!is_excused(key))
+            if (!may_differ(key))
                 violated(text(key) + " is missing in the data plane");
     };
     compare_all(
-        objects, found.objects, [this](uint64_t handle) { return excused_objects_.contains(handle); }, handle_text);
+        objects, found.objects, [this](uint64_t handle) { return loose_objects_.contains(handle); }, handle_text);
     compare_all(
         bindings, found.bindings,
-        [this](const vok_bind_record &b) { return excused_bindings_.contains(b) || uncertain_bindings_.contains(b); },
+        [this](const vok_bind_record &b) { return loose_bindings_.contains(b) || uncertain_bindings_.contains(b); },
         [](const vok_bind_record &b) { return to_text(b); });
 }
 
@@ -403,8 +342,8 @@ void world::compare_udp_queries() const
         const uint32_t result = zel_core_term_udp_session_cfg_get(id, &cfg);
         require(result == (s == udp_sessions_.end() ? udp_rejection(id) : 0),
                 "the configuration query answers otherwise for session", id);
-        require(result != 0 || std::memcmp(&cfg, &s->second.cfg, sizeof cfg) == 0, "another configuration of session",
-                id);
+        require(result != 0 || std::memcmp(&cfg, &s->second.added.cfg, sizeof cfg) == 0,
+                "another configuration of session", id);
     }
 }
 
@@ -454,13 +393,11 @@ uint32_t world::udp_add(const request::udp_add &r)
     if (!started_)
         return rejected(ZEL_CORE_TERM_DATA_PLANE_FAILED);
     expect_hook(r.session_type_flag != 0, r.uplink_pcep, udp);
-    if (failure() == 0 || hook_gave(3) || hook_gave(5)) {
-        udp_session &s = udp_sessions_[r.id] = {.cfg = r.cfg, .dscp = r.dscp};
-        s.uplink_flow = flow_id(r.uplink_pcep, r.id);
-        s.downlink_flow = flow_id(r.downlink_pcep, r.rat_session);
-        s.ingress = made(ipv4 ? VOK_CP_SIM_IPV4_INGRESS : VOK_CP_SIM_IPV6_INGRESS);
-        s.egress = made(ipv4 ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV6_EGRESS);
-        s.uplink_bound = s.downlink_bound = failure() == 0;
+    if (const uint32_t code = failure(); code == 0 || code == 3 || code == 5) {
+        udp_session &s = udp_sessions_[r.id] = {.added = r};
+        s.ingress = plane_.made[ipv4 ? VOK_CP_SIM_IPV4_INGRESS : VOK_CP_SIM_IPV6_INGRESS];
+        s.egress = plane_.made[ipv4 ? VOK_CP_SIM_IPV4_EGRESS : VOK_CP_SIM_IPV6_EGRESS];
+        s.uplink_bound = s.downlink_bound = code == 0;
     }
     return end(failure(), {.large_dscp = r.dscp > 63});
 }
@@ -472,11 +409,11 @@ uint32_t world::udp_modify(std::string_view name, uint32_t (*modify)(uint32_t, V
     run(name, modify, id, value);
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(rejection);
-    udp_session &s = udp_sessions_.at(id);
-    if (s.cfg.ip_version != 6)
+    zel_core_term_udp_session_cfg_t &cfg = udp_sessions_.at(id).added.cfg;
+    if (cfg.ip_version != 6)
         return rejected(ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
     if (failure() == 0)
-        s.cfg.*attribute = value;
+        cfg.*attribute = value;
     return end(failure());
 }
 
@@ -498,8 +435,8 @@ uint32_t world::udp_disconnect(uint32_t id)
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(rejection);
     udp_session &s = udp_sessions_.at(id);
-    s.uplink_bound = s.uplink_bound && s.uplink_flow == 0; // a flow of 0 counts as not bound
-    s.downlink_bound = s.downlink_bound && s.downlink_flow == 0;
+    s.uplink_bound = s.uplink_bound && s.uplink_flow() == 0; // a flow of 0 counts as not bound
+    s.downlink_bound = s.downlink_bound && s.downlink_flow() == 0;
     return end(0);
 }
 
@@ -510,9 +447,9 @@ uint32_t world::udp_release(uint32_t id)
         return rejected(rejection);
     const udp_session &s = udp_sessions_.at(id);
     if (s.uplink_bound) // a release removes no binding
-        excused_bindings_.insert(to_flow(s.uplink_flow, s.egress));
+        excused_bindings_.insert(to_flow(s.uplink_flow(), s.egress));
     if (s.downlink_bound)
-        excused_bindings_.insert(from_flow(s.ingress, s.downlink_flow));
+        excused_bindings_.insert(from_flow(s.ingress, s.downlink_flow()));
     udp_sessions_.erase(id);
     return end(0);
 }
@@ -529,7 +466,7 @@ uint32_t world::udp_statistics(statistics form, uint32_t id)
                                          : zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0);
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(rejection);
-    const auto of_the_other = udp_sessions_.at(id).cfg.ip_version == 4 ? statistics::ipv6 : statistics::ipv4;
+    const auto of_the_other = udp_sessions_.at(id).added.cfg.ip_version == 4 ? statistics::ipv6 : statistics::ipv4;
     return end(failure(), {.wrong_kind = form == of_the_other});
 }
 
@@ -546,7 +483,7 @@ uint32_t world::l2tp_rejection(uint32_t connection) const
 const connection *world::sharing(const association_key &key, uint32_t but) const
 {
     for (const auto &[id, c] : connections_)
-        if (id != but && c.key == key)
+        if (id != but && key_of(c.added.cfg) == key)
             return &c;
     return nullptr;
 }
@@ -557,17 +494,18 @@ bool world::has_room(const association_key &key, uint32_t but) const
     std::set<association_key> keys{key};
     for (const auto &[id, c] : connections_)
         if (id != but)
-            keys.insert(c.key);
+            keys.insert(key_of(c.added.cfg));
     return keys.size() <= 48;
 }
 
 /// Shared with another connection, or made by this operation.
-void world::take_associations(connection &c, uint32_t id, uint8_t ttl)
+void world::take_associations(connection &c)
 {
-    const connection *const other = sharing(c.key, id);
-    c.ingress = other != nullptr ? other->ingress : made(VOK_CP_SIM_IPV4_INGRESS);
-    c.egress = other != nullptr ? other->egress : made(VOK_CP_SIM_IPV4_EGRESS);
-    c.ttl = other != nullptr ? other->ttl : ttl;
+    const connection *const other = sharing(key_of(c.added.cfg), c.added.id);
+    c.ingress = other != nullptr ? other->ingress : plane_.made[VOK_CP_SIM_IPV4_INGRESS];
+    c.egress = other != nullptr ? other->egress : plane_.made[VOK_CP_SIM_IPV4_EGRESS];
+    if (other != nullptr)
+        c.added.cfg.ttl = other->added.cfg.ttl;
 }
 
 uint32_t world::connection_add(const request::connection_add &r)
@@ -586,27 +524,23 @@ uint32_t world::connection_add(const request::connection_add &r)
 
     const uint32_t expected = has_room(key, r.id) ? failure() : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED};
     const connection *const other = sharing(key, r.id);
-    if (expected == 0 || hook_gave(3)) {
-        connection c{.key = key, .control_connection_id = r.control_connection_id, .pcep = r.pcep};
-        take_associations(c, r.id, r.cfg.ttl);
-        c.rat_session = r.rat_session;
-        c.dscp = r.dscp;
-        c.flow = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
+    if (expected == 0 || expected == 3) {
+        connection &c = connections_[r.id] = {.added = r, .flow = plane_.made[VOK_CP_SIM_L2TPV3_INGRESS_FLOW]};
         c.sends = expected == 0;
-        connections_[r.id] = c;
+        take_associations(c);
     } else if (other != nullptr && calls().front().is("flow_create") && calls().front().failed()) {
         uncertain_bindings_.insert(to_interface(other->ingress, interface_)); // it loses one request for that
     }
-    return end(expected, {.binds = false, .associations = true, .large_dscp = r.dscp > 63});
+    return end(expected, {.l2tp_undo = true, .large_dscp = r.dscp > 63});
 }
 
 /// Sessions that still send through a connection's egress association keep it from being deleted with its last user.
-void world::strand_sessions(const connection &c, uint32_t id, const std::vector<uint32_t> &leaving)
+void world::strand_sessions(const connection &c, const std::vector<uint32_t> &leaving)
 {
-    if (sharing(c.key, id) != nullptr)
+    if (sharing(key_of(c.added.cfg), c.added.id) != nullptr)
         return;
-    for (const auto &[session_id, s] : sessions_)
-        if (s.sends_through.contains(c.egress) && std::ranges::find(leaving, session_id) == leaving.end())
+    for (const auto &[id, s] : sessions_)
+        if (s.sends_through.contains(c.egress) && std::ranges::find(leaving, id) == leaving.end())
             excused_bindings_.insert(to_association(s.entry.egress_flow_handle, c.egress));
 }
 
@@ -616,11 +550,12 @@ void world::forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session)
     if (found == connections_.end())
         return;
     const connection &c = found->second;
-    strand_sessions(c, id, {});
-    if (pcep != c.pcep || rat_session != c.rat_session) // other bindings are asked for
-        excused_bindings_.insert(from_flow(c.flow, flow_id(c.pcep, c.rat_session)));
-    if (pcep != c.pcep)
-        excused_bindings_.insert(to_flow(flow_id(c.pcep, id), c.egress));
+    strand_sessions(c, {});
+    const request::connection_add &added = c.added;
+    if (pcep != added.pcep || rat_session != added.rat_session) // other bindings are asked for
+        excused_bindings_.insert(from_flow(c.flow, flow_id(added.pcep, added.rat_session)));
+    if (pcep != added.pcep)
+        excused_bindings_.insert(to_flow(flow_id(added.pcep, id), c.egress));
     connections_.erase(found);
 }
 
@@ -682,8 +617,7 @@ uint32_t world::connection_modify(const request::connection_modify &r)
     require(std::memcmp(&written, &in_force, sizeof written) == 0,
             "the caller's configuration is not the one tried last");
 
-    tolerated allowed{.binds = false, .associations = true};
-    allowed.large_dscp = r.dscp > 63 || r.old_dscp > 63;
+    tolerated allowed{.l2tp_undo = true, .large_dscp = r.dscp > 63 || r.old_dscp > 63};
     // A connection that is not there, or no more after a failure, has no handles; nor has a session that is not there.
     allowed.no_handle = !connections_.contains(r.id) || connections_.at(r.id).flow == 0 ||
                         expected.result != ZEL_CORE_TERM_SUCCESS ||
@@ -691,15 +625,13 @@ uint32_t world::connection_modify(const request::connection_modify &r)
     // The hook's refusals are other codes than these.
     if (expected.result == ZEL_CORE_TERM_SUCCESS || expected.result == ZEL_CORE_TERM_FELL_BACK) {
         if (const auto before = connections_.find(r.id); before != connections_.end())
-            strand_sessions(before->second, r.id, r.sessions);
+            strand_sessions(before->second, r.sessions);
         connection &c = connections_[r.id];
         const uint64_t old_egress = c.egress;
-        c.key = key_of(in_force);
-        c.dscp = expected.fell_back ? r.old_dscp : r.dscp;
+        c.added = {r.id, in_force, c.added.control_connection_id, r.pcep, r.rat_session};
+        c.added.dscp = expected.fell_back ? r.old_dscp : r.dscp;
         c.sends = true;
-        c.pcep = r.pcep;
-        c.rat_session = r.rat_session;
-        take_associations(c, r.id, in_force.ttl);
+        take_associations(c);
         for (const uint32_t id : r.sessions) {
             sessions_.at(id).sends_through.erase(old_egress);
             sessions_.at(id).sends_through.insert(c.egress);
@@ -734,16 +666,6 @@ uint32_t world::session_rejection(uint32_t connection, uint32_t id) const
     return l2tp_rejection(connection);
 }
 
-void world::excuse_session(const session &s)
-{
-    const l2tp_session_entry &e = s.entry;
-    excused_objects_.insert({e.ingress_flow_handle, e.egress_flow_handle});
-    excused_bindings_.insert(
-        {from_flow(e.ingress_flow_handle, e.dst_flow_id), to_flow(e.src_flow_id, e.egress_flow_handle)});
-    for (const uint64_t association : s.sends_through)
-        excused_bindings_.insert(to_association(e.egress_flow_handle, association));
-}
-
 /// Removed by way of a connection, which must be the one that it sends through.
 void world::forget_session(uint32_t connection, uint32_t id)
 {
@@ -768,19 +690,22 @@ uint32_t world::session_add(const request::session_add &r)
         return rejected(rejection);
     expect_hook(r.session_type_flag != 0, r.pcep, l2tp);
 
-    const tolerated allowed{.binds = false,
+    const tolerated allowed{.l2tp_undo = true,
                             .no_handle = interface_ == 0 || egress_of(r.connection) == 0 || sessions_.contains(r.id),
                             .large_dscp = r.dscp > 63};
-    session s{.dscp = r.dscp, .local_session_id = r.local_session_id};
-    s.flow_type = r.crc != 0 ? VOK_L2TPV3_SESSION_WITH_CRC : VOK_L2TPV3_SESSION;
+    session s{.added = r};
     if (const auto overwritten = sessions_.find(r.id); overwritten != sessions_.end()) {
-        excuse_session(overwritten->second);
-        s.entry = overwritten->second.entry;
+        const l2tp_session_entry &e = s.entry = overwritten->second.entry;
+        excused_objects_.insert({e.ingress_flow_handle, e.egress_flow_handle});
+        excused_bindings_.insert(from_flow(e.ingress_flow_handle, e.dst_flow_id));
+        excused_bindings_.insert(to_flow(e.src_flow_id, e.egress_flow_handle));
+        for (const uint64_t association : overwritten->second.sends_through)
+            excused_bindings_.insert(to_association(e.egress_flow_handle, association));
         sessions_.erase(overwritten);
     }
     s.entry.dst_flow_id = flow_id(r.pcep, r.rat_session);
-    s.entry.ingress_flow_handle = made(VOK_CP_SIM_L2TPV3_INGRESS_FLOW);
-    s.entry.egress_flow_handle = made(VOK_CP_SIM_L2TPV3_EGRESS_FLOW);
+    s.entry.ingress_flow_handle = plane_.made[VOK_CP_SIM_L2TPV3_INGRESS_FLOW];
+    s.entry.egress_flow_handle = plane_.made[VOK_CP_SIM_L2TPV3_EGRESS_FLOW];
     s.sends = std::ranges::any_of(calls(), [](const call &c) {
         return c.is_bind_or_unbind() && c.binding().bindKind == VOK_BIND_ID2F && !c.failed();
     });
@@ -789,8 +714,8 @@ uint32_t world::session_add(const request::session_add &r)
     if (failure() == 0) {
         s.entry.dscp = r.dscp;
         s.sends_through = {egress_of(r.connection)};
-        sessions_[r.id] = s;
-    } else if (hook_gave(3)) {
+    }
+    if (failure() == 0 || failure() == 3) {
         sessions_[r.id] = s;
     } else if (s.entry.dst_flow_id == 0) { // counts as not bound
         excused_bindings_.insert(from_flow(s.entry.ingress_flow_handle, 0));

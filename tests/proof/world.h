@@ -20,34 +20,36 @@
 
 namespace proof {
 
+constexpr uint32_t flow_id(uint32_t pcep, uint32_t session)
+{
+    return (pcep << 20) | (session & 0xFFFFF);
+}
+
 struct udp_session {
-    zel_core_term_udp_session_cfg_t cfg{};
-    uint8_t dscp = 0;
-    uint32_t uplink_flow = 0, downlink_flow = 0;
+    request::udp_add added{}; ///< with the attributes as modified
     uint64_t ingress = 0, egress = 0;
     bool uplink_bound = false, downlink_bound = false;
+
+    uint32_t uplink_flow() const { return flow_id(added.uplink_pcep, added.id); }
+    uint32_t downlink_flow() const { return flow_id(added.downlink_pcep, added.rat_session); }
 };
 
-/// What connections must have in common to share their associations: local address, remote address, VRF.
-using association_key = std::array<uint8_t, 12>;
-
 struct connection {
-    association_key key{};
-    uint8_t ttl = 0; ///< of the one that made the egress association
-    uint32_t control_connection_id = 0, pcep = 0, rat_session = 0;
-    uint8_t dscp = 0;
-    uint64_t flow = 0; ///< 0 for what a modify made out of nothing
+    request::connection_add added{}; ///< as modified, and with the TTL of the one that made the egress association
+    uint64_t flow = 0;               ///< 0 for what a modify made out of nothing
     uint64_t ingress = 0, egress = 0;
     bool sends = false; ///< false: the session-type hook refused the last bind with 3
 };
 
 struct session {
+    request::session_add added{};
     l2tp_session_entry entry{};
-    uint8_t dscp = 0, flow_type = 0;
-    uint32_t local_session_id = 0;
     bool sends = false;                 ///< false: the session-type hook refused the bind from the ovlin flow with 3
     std::set<uint64_t> sends_through{}; ///< egress associations
 };
+
+/// What connections must have in common to share their associations: local address, remote address, VRF.
+using association_key = std::array<uint8_t, 12>;
 
 /// How a UDP session's counters are asked for.
 enum class statistics { ipv4, ipv6, text };
@@ -57,11 +59,10 @@ using tally = std::map<std::string_view, std::map<uint32_t, uint64_t>>;
 
 /// What is no violation in an operation.
 struct tolerated {
-    bool binds = true;         ///< a bind that failed having taken effect stays
-    bool associations = false; ///< an association whose create failed having taken effect stays
-    bool no_handle = false;    ///< 0 is passed for what is not there
-    bool wrong_kind = false;   ///< a handle is passed to an operation for objects of another kind
-    bool large_dscp = false;   ///< a DSCP that the data plane does not take
+    bool l2tp_undo = false;  ///< of what failed having taken effect, an association stays; else it is a bind that does
+    bool no_handle = false;  ///< 0 is passed for what is not there
+    bool wrong_kind = false; ///< a handle is passed to an operation for objects of another kind
+    bool large_dscp = false; ///< a DSCP that the data plane does not take
 };
 
 class world {
@@ -106,17 +107,14 @@ private:
     uint32_t rejected(uint32_t expected);
     uint32_t end(uint32_t expected, tolerated allowed = {});
     uint32_t failure() const;
-    bool hook_gave(uint32_t code) const;
-    uint64_t made(vok_cp_sim_kind_t kind) const;
     void expect_hook(bool called, uint32_t pcep, uint32_t session_type) const;
     [[noreturn]] void violated(const std::string &what) const;
     void require(bool condition, const char *what, std::optional<uint64_t> which = {}) const;
 
     void learn_from_calls(tolerated allowed);
     void explain_refusals(tolerated allowed) const;
-    void settle(const data_plane &found);
     std::pair<object_map, binding_map> wanted() const;
-    void compare_data_plane(const data_plane &found) const;
+    void compare_data_plane() const;
     void compare_tables() const;
     void compare_udp_queries() const;
 
@@ -128,8 +126,8 @@ private:
     uint32_t l2tp_rejection(uint32_t connection) const;
     const connection *sharing(const association_key &key, uint32_t but) const;
     bool has_room(const association_key &key, uint32_t but) const;
-    void take_associations(connection &c, uint32_t id, uint8_t ttl);
-    void strand_sessions(const connection &c, uint32_t id, const std::vector<uint32_t> &leaving);
+    void take_associations(connection &c);
+    void strand_sessions(const connection &c, const std::vector<uint32_t> &leaving);
     void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session);
     struct modify_end {
         uint32_t result;
@@ -140,7 +138,6 @@ private:
     uint32_t session_rejection(uint32_t connection, uint32_t id) const;
     bool has_flows(uint32_t id) const;
     bool can_bind(uint32_t connection, uint32_t id) const { return has_flows(id) && egress_of(connection) != 0; }
-    void excuse_session(const session &s);
     void forget_session(uint32_t connection, uint32_t id);
 
     watched_data_plane plane_;
@@ -151,12 +148,9 @@ private:
     std::map<uint32_t, session> sessions_;
     uint64_t interface_ = 0;
 
-    // What may be otherwise after the running operation; what is then found is settled, and must stay as it is until a
-    // call changes it.
-    std::set<uint64_t> excused_objects_;
-    binding_set excused_bindings_;
-    std::map<uint64_t, std::optional<object>> settled_objects_;
-    std::map<vok_bind_record, std::optional<binding_traits>, by_ends> settled_bindings_;
+    // What may be otherwise after the running operation, and what may since one before, until a call changes it.
+    std::set<uint64_t> excused_objects_, loose_objects_;
+    binding_set excused_bindings_, loose_bindings_;
     binding_set uncertain_bindings_; ///< of associations that lost a request for them
 
     std::set<uint32_t> udp_ids_seen_;
