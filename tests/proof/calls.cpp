@@ -12,12 +12,10 @@
 #include <string_view>
 #include <utility>
 
-#include "proof/world.h"
+#include "proof/operations.h"
 
 namespace proof {
 namespace {
-
-using request::connect, request::move, request::session_of, request::udp;
 
 /// All calls succeed but one; the session-type hook is one of them.
 class one_failure : public choices {
@@ -30,66 +28,6 @@ public:
 
 private:
     bool fails() { return calls_until_failure != 0 && --calls_until_failure == 0; }
-};
-
-struct shown_operation {
-    const char *name;
-    const char *form; ///< what is particular about it, or the empty text
-    uint32_t (*run)(world &);
-    void (*before)(world &) = [](world &) {};
-};
-
-void udp_sessions(world &w)
-{
-    w.udp_add(udp(1, 4));
-    w.udp_add(udp(2, 6));
-}
-
-void one_connection(world &w)
-{
-    w.connection_add(connect(1, 1));
-}
-
-void one_session(world &w)
-{
-    one_connection(w);
-    w.session_add(session_of(1, 100));
-}
-
-constexpr shown_operation operations[] = {
-    {"zel_core_term_udp_session_add", "IPv4, with session type", [](world &w) { return w.udp_add(udp(1, 4, 1)); }},
-    {"zel_core_term_udp_session_add", "IPv6", [](world &w) { return w.udp_add(udp(2, 6)); }},
-    {"zel_core_term_udp_session_modify_pmtu", "", [](world &w) { return w.udp_modify_pmtu(2, 1280); }, udp_sessions},
-    {"zel_core_term_udp_session_modify_ttl", "", [](world &w) { return w.udp_modify_ttl(2, 9); }, udp_sessions},
-    {"zel_core_term_udp_session_disconnect", "", [](world &w) { return w.udp_disconnect(1); }, udp_sessions},
-    {"zel_core_term_udp_session_release", "IPv4, disconnected before", [](world &w) { return w.udp_release(1); },
-     [](world &w) {
-         udp_sessions(w);
-         w.udp_disconnect(1);
-     }},
-    {"zel_udp_session_get_stats", "", [](world &w) { return w.udp_statistics(statistics::ipv4, 1); }, udp_sessions},
-    {"zel_ipv6_udp_session_get_stats", "", [](world &w) { return w.udp_statistics(statistics::ipv6, 2); },
-     udp_sessions},
-    {"zel_core_term_udp_session_fmt_stats_get", "IPv4", [](world &w) { return w.udp_statistics(statistics::text, 1); },
-     udp_sessions},
-    {"zel_core_term_l2tp_control_connection_add", "the first, with session type",
-     [](world &w) { return w.connection_add(connect(1, 1, 1)); }},
-    {"zel_core_term_l2tp_control_connection_add", "sharing the associations of another",
-     [](world &w) { return w.connection_add(connect(2, 1)); }, one_connection},
-    {"zel_core_term_l2tp_control_connection_rem", "the last that uses its associations",
-     [](world &w) { return w.connection_remove(1, request::pcep, request::rat_session); }, one_connection},
-    {"zel_core_term_l2tp_control_connection_modify", "with one session, to a peer that no other connection has",
-     [](world &w) { return w.connection_modify(move(1, 9, {100})); }, one_session},
-    {"zel_core_term_l2tp_session_add", "with session type",
-     [](world &w) { return w.session_add(session_of(1, 100, 1)); }, one_connection},
-    {"zel_core_term_l2tp_session_rem", "", [](world &w) { return w.session_remove(1, 100); }, one_session},
-    {"zel_l2tp_session_modify_unbind_part", "", [](world &w) { return w.session_unbind_part(1, 100); }, one_session},
-    {"zel_l2tp_session_modify_bind_part", "with session type",
-     [](world &w) { return w.session_bind_part(1, 100, 5, 1); },
-     [](world &w) {
-         one_session(w);
-         w.session_unbind_part(1, 100);
-     }},
 };
 
 constexpr const char *kinds[] = {"IPv4 ingress", "IPv4 egress",         "IPv6 ingress",      "IPv6 egress",
@@ -121,11 +59,11 @@ struct ran {
 };
 
 /// @param failing the number of the call that fails; 0: none
-ran run(const shown_operation &operation, std::size_t failing)
+ran run(const tried_operation &operation, std::size_t failing)
 {
     one_failure answers;
     world w(answers);
-    operation.before(w);
+    operation.shown_from(w);
     object_names names{{0, "0"}};
     ran all{};
     all.before = texts_of(data_plane::now(), names);
@@ -169,7 +107,7 @@ std::string left_behind(const ran &whole, const ran &failed)
 }
 
 /// The calls of an operation and, in the columns beside each, what its failure leads to.
-void show(std::ostream &out, const shown_operation &operation)
+void show(std::ostream &out, const tried_operation &operation)
 {
     const ran whole = run(operation, 0);
     // The label of each call: its number, or a letter for one that only follows a failure.
@@ -207,7 +145,7 @@ void show(std::ostream &out, const shown_operation &operation)
         const std::string text = line.str();
         out << text.substr(0, text.find_last_not_of(' ') + 1) << "\n";
     };
-    out << operation.name << (*operation.form != '\0' ? ", " : "") << operation.form << "\n";
+    out << operation.exported_name << (*operation.form != '\0' ? ", " : "") << operation.form << "\n";
     row("", "call", {"result", "then", "left behind"});
     for (std::size_t i = 0; i < whole.calls.size(); ++i)
         row(std::to_string(i + 1), whole.calls[i], consequences[i]);
@@ -220,8 +158,9 @@ void show(std::ostream &out, const shown_operation &operation)
 void show_calls(std::ostream &out, const std::string &part_of_name)
 {
     const char *separator = "";
-    for (const shown_operation &operation : operations) {
-        if (std::string_view(operation.name).find(part_of_name) == std::string_view::npos)
+    for (const tried_operation &operation : operations) {
+        if (operation.exported_name == nullptr ||
+            std::string_view(operation.exported_name).find(part_of_name) == std::string_view::npos)
             continue;
         out << std::exchange(separator, "\n");
         show(out, operation);

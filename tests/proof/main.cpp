@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <csignal>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -15,6 +14,7 @@
 namespace {
 
 constexpr uint64_t steps_in_a_world = 500;
+constexpr unsigned most_seconds = 20; ///< for a world, which takes some ten milliseconds
 
 uint64_t total(const proof::tally &counts)
 {
@@ -34,6 +34,7 @@ void random_worlds(uint64_t seed, std::optional<uint64_t> only_world, uint64_t o
     for (uint64_t number = only_world.value_or(0); total(counts) < operations && (!only_world || worlds == 0);
          ++number) {
         try {
+            alarm(most_seconds); // ends the program
             proof::seeded decisions(seed * 1'000'003 + number);
             uint64_t steps = 0;
             proof::random_operations(decisions, &counts, [&] { return steps++ < steps_in_a_world; });

@@ -15,9 +15,9 @@ public:
         ids_ = crowded ? 49 : 2 + decisions_.below(5);
         peers_ = crowded ? 60 : 1 + decisions_.below(3);
         for (uint32_t id = 0; crowded && id < 48; ++id) {
-            request::connection_add r{.id = id, .cfg = l2tp_cfg(), .control_connection_id = id};
-            r.cfg.remote_addr[3] = static_cast<uint8_t>(1 + id);
-            world_.connection_add(r);
+            auto cfg = l2tp_cfg();
+            cfg.remote_addr[3] = static_cast<uint8_t>(1 + id);
+            world_.connection_add({id, cfg, id});
         }
     }
 
@@ -49,11 +49,13 @@ public:
         case 19:
         case 20:
         case 21:
-        case 22: return udp_add();
+        case 22: world_.udp_add({udp_id(), udp_cfg(), pcep(), pcep(), rat_session(), dscp(), flag()}); return;
         case 23:
         case 24:
         case 25:
-        case 26: return connection_add();
+        case 26:
+            world_.connection_add({connection_id(), l2tp_cfg(), byte(), pcep(), rat_session(), dscp(), flag()});
+            return;
         default: return session_add();
         }
     }
@@ -132,34 +134,12 @@ private:
         world_.start();
     }
 
-    void udp_add()
-    {
-        request::udp_add r{.id = udp_id(), .cfg = udp_cfg()};
-        r.uplink_pcep = pcep();
-        r.downlink_pcep = pcep();
-        r.rat_session = rat_session();
-        r.dscp = dscp();
-        r.session_type_flag = flag();
-        world_.udp_add(r);
-    }
-
     void udp_release()
     {
         const uint32_t id = udp_id();
         if (!rarely(8))
             world_.udp_disconnect(id);
         world_.udp_release(id);
-    }
-
-    void connection_add()
-    {
-        request::connection_add r{.id = connection_id(), .cfg = l2tp_cfg()};
-        r.control_connection_id = byte();
-        r.pcep = pcep();
-        r.rat_session = rat_session();
-        r.dscp = dscp();
-        r.session_type_flag = flag();
-        world_.connection_add(r);
     }
 
     void connection_remove()
@@ -195,11 +175,7 @@ private:
 
     void session_add()
     {
-        request::session_add r{.dscp = dscp(), .crc = flag()};
-        r.pcep = pcep();
-        r.rat_session = rat_session();
-        r.local_session_id = byte();
-        r.connection = connection_id();
+        request::session_add r{dscp(), flag(), pcep(), rat_session(), byte(), connection_id()};
         if (!world_.connections().contains(r.connection) && !rarely(4) && !world_.connections().empty())
             r.connection = world_.connections().begin()->first;
         r.id = session_id();
