@@ -8,31 +8,20 @@
 #include <utility>
 
 #include "by_hand.h"
+#include "requests.h"
 #include "vok_cp.h"
 #include "vok_cp_null.h"
 #include "zel_core_term/zel_core_term.h"
 
 namespace {
 
-using std::uint32_t, std::uint8_t;
+using std::uint32_t;
 
-constexpr by_hand::ovlin_ids udp_ids{1, 5}, connection_ids{3, 11}, session_ids{4, 101};
-constexpr uint8_t dscp = 46;
-
-zel_core_term_udp_session_cfg_t udp_cfg(uint8_t ip_version)
-{
-    zel_core_term_udp_session_cfg_t cfg{};
-    cfg.ip_version = ip_version;
-    std::memset(cfg.local_addr, 1, sizeof cfg.local_addr);
-    std::memset(cfg.remote_addr, 2, sizeof cfg.remote_addr);
-    cfg.local_port = cfg.remote_port = 2152;
-    cfg.ttl = ip_version == 4 ? 64 : 0;
-    return cfg;
-}
-const zel_core_term_udp_session_cfg_t ipv4 = udp_cfg(4), ipv6 = udp_cfg(6);
+const request::udp_add ipv4 = request::udp(1, 4), ipv6 = request::udp(1, 6); // only the first has that id
+const by_hand::ovlin_ids udp_ids{ipv4.uplink_pcep, ipv4.rat_session};
 
 /// Kept from the compiler's eyes, so that it cannot make the hand-written calls for these values only.
-const zel_core_term_udp_session_cfg_t *volatile ipv4_seen = &ipv4, *volatile ipv6_seen = &ipv6;
+const zel_core_term_udp_session_cfg_t *volatile ipv4_seen = &ipv4.cfg, *volatile ipv6_seen = &ipv6.cfg;
 
 void require(bool holds, const char *what, const char *where)
 {
@@ -53,7 +42,7 @@ uint32_t udp_id(uint32_t n)
 
 uint32_t add_udp(uint32_t id, const zel_core_term_udp_session_cfg_t &cfg)
 {
-    return zel_core_term_udp_session_add(id, &cfg, udp_ids.pcep, udp_ids.pcep, udp_ids.rat_session, dscp, false);
+    return zel_core_term_udp_session_add(id, &cfg, udp_ids.pcep, udp_ids.pcep, udp_ids.rat_session, ipv4.dscp, false);
 }
 
 uint32_t add_udp_ipv4(uint32_t n)
@@ -73,7 +62,7 @@ uint32_t release_udp(uint32_t n)
 
 uint32_t add_and_release_by_hand(uint32_t n, uint32_t id, const zel_core_term_udp_session_cfg_t &cfg)
 {
-    return !by_hand::udp_add(n, id, cfg, udp_ids, dscp) || !by_hand::udp_release(n, cfg);
+    return !by_hand::udp_add(n, id, cfg, udp_ids, ipv4.dscp) || !by_hand::udp_release(n, cfg);
 }
 
 void occupy_udp(uint32_t entries)
@@ -135,49 +124,38 @@ uint32_t connection_id(uint32_t n)
 }
 
 /// Peers differ by their number; that of a connection is its id.
-zel_core_term_l2tp_control_connection_cfg_t connection_cfg(uint32_t peer)
+request::connection_add connection(uint32_t id, uint32_t peer)
 {
-    zel_core_term_l2tp_control_connection_cfg_t cfg{};
-    cfg.local_addr[0] = 192;
-    cfg.remote_addr[3] = static_cast<uint8_t>(peer);
-    cfg.ttl = 64;
-    return cfg;
-}
-
-uint32_t add_connection(uint32_t id, uint32_t peer)
-{
-    auto cfg = connection_cfg(peer);
-    return zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, connection_ids.pcep,
-                                                     connection_ids.rat_session, dscp, 0);
+    return request::connect(id, static_cast<uint8_t>(peer));
 }
 
 uint32_t add_connection_by_hand(uint32_t n, bool shared)
 {
-    return !by_hand::connection_add(n, connection_id(n), connection_cfg(connection_id(n)), 1000 + connection_id(n),
-                                    connection_ids, dscp, shared);
+    const request::connection_add r = connection(connection_id(n), connection_id(n));
+    return !by_hand::connection_add(n, r.id, r.cfg, r.control_connection_id, {r.pcep, r.rat_session}, r.dscp, shared);
 }
 
 uint32_t add_connection_of_its_own(uint32_t n)
 {
-    return add_connection(connection_id(n), connection_id(n));
+    return connection(connection_id(n), connection_id(n))();
 }
 
 uint32_t add_connection_sharing(uint32_t n)
 {
-    return add_connection(connection_id(n), carrier);
+    return connection(connection_id(n), carrier)();
 }
 
 uint32_t remove_connection(uint32_t n)
 {
-    return zel_core_term_l2tp_control_connection_rem(connection_id(n), connection_ids.pcep, connection_ids.rat_session);
+    return zel_core_term_l2tp_control_connection_rem(connection_id(n), request::pcep, request::rat_session);
 }
 
 void occupy_connections(uint32_t entries)
 {
     zel_core_term_start();
     for (uint32_t id = 0; id < entries; ++id)
-        add_connection(id, id);
-    add_connection(carrier, carrier);
+        connection(id, id)();
+    connection(carrier, carrier)();
 }
 
 // ---- L2TPv3 sessions, all carried by the carrier but those of the modify
@@ -187,15 +165,9 @@ uint32_t session_id(uint32_t n)
     return ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + first_free + n;
 }
 
-uint32_t add_session(uint32_t id, uint32_t connection)
-{
-    return zel_core_term_l2tp_session_add(dscp, 0, session_ids.pcep, session_ids.rat_session, 50'000 + id, connection,
-                                          id, 0);
-}
-
 uint32_t add_session_to_carrier(uint32_t n)
 {
-    return add_session(session_id(n), carrier);
+    return request::session_of(carrier, session_id(n))();
 }
 
 uint32_t remove_session(uint32_t n)
@@ -207,7 +179,7 @@ void occupy_sessions(uint32_t entries)
 {
     occupy_connections(0);
     for (uint32_t i = 0; i < entries; ++i)
-        add_session(ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + i, carrier);
+        request::session_of(carrier, ZEL_CORE_TERM_L2TP_SESSION_ID_MIN + i)();
 }
 
 /// A connection's own sessions, which move with it.
@@ -220,7 +192,7 @@ uint32_t add_connection_with_sessions(uint32_t n)
 {
     uint32_t failures = add_connection_of_its_own(n);
     for (uint32_t i = 0; i < sessions_per_connection; ++i)
-        failures |= add_session(session_of_connection(n, i), connection_id(n));
+        failures |= request::session_of(connection_id(n), session_of_connection(n, i))();
     return failures;
 }
 
@@ -229,10 +201,10 @@ uint32_t modify_connection(uint32_t n)
     uint32_t sessions[sessions_per_connection];
     for (uint32_t i = 0; i < sessions_per_connection; ++i)
         sessions[i] = session_of_connection(n, i);
-    auto cfg = connection_cfg(128 + connection_id(n));
-    return zel_core_term_l2tp_control_connection_modify(connection_id(n), sessions, sessions_per_connection, &cfg,
-                                                        connection_ids.pcep, connection_ids.rat_session, dscp, dscp,
-                                                        connection_cfg(connection_id(n)).remote_addr, 0);
+    request::connection_add old_place = connection(connection_id(n), connection_id(n));
+    request::connection_add r = connection(connection_id(n), 128 + connection_id(n));
+    return zel_core_term_l2tp_control_connection_modify(r.id, sessions, sessions_per_connection, &r.cfg, r.pcep,
+                                                        r.rat_session, r.dscp, r.dscp, old_place.cfg.remote_addr, 0);
 }
 
 uint32_t remove_connection_with_sessions(uint32_t n)
@@ -283,8 +255,10 @@ constexpr operation table[] = {
     {"L2TP session add + removal", &sessions, [](uint32_t n) { return add_session_to_carrier(n) | remove_session(n); },
      0, nullptr, nullptr,
      [](uint32_t n) -> uint32_t {
-         return !by_hand::session_add(n, session_id(n), 50'000 + session_id(n), session_ids, dscp) ||
-                !by_hand::session_remove(n, session_id(n), session_ids);
+         const request::session_add r = request::session_of(carrier, session_id(n));
+         const by_hand::ovlin_ids ids{r.pcep, r.rat_session};
+         return !by_hand::session_add(n, r.id, r.local_session_id, ids, r.dscp) ||
+                !by_hand::session_remove(n, r.id, ids);
      }},
     {"L2TP connection add", &connections, add_connection_of_its_own, 6, nullptr, remove_connection,
      [](uint32_t n) { return add_connection_by_hand(n, false); }},
@@ -326,8 +300,11 @@ constexpr operation table[] = {
      [](uint32_t n) { return zel_l2tp_session_modify_unbind_part(carrier, session_id(n)); }, 1, add_session_to_carrier,
      remove_session},
     {"L2TP session bind part", &sessions,
-     [](uint32_t n) { return zel_l2tp_session_modify_bind_part(carrier, session_id(n), session_ids.pcep, 0); }, 1,
-     add_session_to_carrier, remove_session},
+     [](uint32_t n) {
+         const request::session_add r = request::session_of(carrier, session_id(n));
+         return zel_l2tp_session_modify_bind_part(r.connection, r.id, r.pcep, 0);
+     },
+     1, add_session_to_carrier, remove_session},
     {"L2TP session removal", &sessions, remove_session, 5, add_session_to_carrier},
 
     // The frame

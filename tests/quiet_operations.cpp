@@ -11,72 +11,45 @@
 #include <cstdlib>
 
 #include "operations.h"
-#include "zel_core_term/zel_core_term.h"
+#include "requests.h"
 
 // ---- Counters of this thread, since the tracing runtime has threads of its own. The definitions stand in front of the
 // C library's for every library of the process. operator new takes its memory from malloc().
 
-namespace {
-
-thread_local unsigned allocations, locks;
-
-template <typename Function> Function *original(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
+static thread_local unsigned allocations, locks;
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t nmemb, size_t size);
-void *__libc_realloc(void *ptr, size_t size);
-void *__libc_memalign(size_t alignment, size_t size);
-void __libc_free(void *ptr);
+#define COUNT_ALLOCATION(type, name, parameters, ...)                                                                  \
+    type __libc_##name parameters;                                                                                     \
+    type name parameters noexcept                                                                                      \
+    {                                                                                                                  \
+        ++allocations;                                                                                                 \
+        return __libc_##name(__VA_ARGS__);                                                                             \
+    }
 
-void *malloc(size_t size) noexcept
-{
-    ++allocations;
-    return __libc_malloc(size);
-}
-
-void *calloc(size_t nmemb, size_t size) noexcept
-{
-    ++allocations;
-    return __libc_calloc(nmemb, size);
-}
-
-void *realloc(void *ptr, size_t size) noexcept
-{
-    ++allocations;
-    return __libc_realloc(ptr, size);
-}
+COUNT_ALLOCATION(void *, malloc, (size_t size), size)
+COUNT_ALLOCATION(void *, calloc, (size_t nmemb, size_t size), nmemb, size)
+COUNT_ALLOCATION(void *, realloc, (void *ptr, size_t size), ptr, size)
+COUNT_ALLOCATION(void *, memalign, (size_t alignment, size_t size), alignment, size)
+COUNT_ALLOCATION(void, free, (void *ptr), ptr)
 
 void *aligned_alloc(size_t alignment, size_t size) noexcept
 {
-    ++allocations;
-    return __libc_memalign(alignment, size);
+    return memalign(alignment, size);
 }
 
 int posix_memalign(void **memptr, size_t alignment, size_t size) noexcept
 {
-    ++allocations;
-    *memptr = __libc_memalign(alignment, size);
+    *memptr = memalign(alignment, size);
     return *memptr != nullptr ? 0 : ENOMEM;
-}
-
-void free(void *ptr) noexcept
-{
-    ++allocations;
-    __libc_free(ptr);
 }
 
 #define COUNT_LOCK(name, parameters, ...)                                                                              \
     int name parameters                                                                                                \
     {                                                                                                                  \
-        static auto *const real = original<decltype(name)>(#name);                                                     \
+        static auto *const real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name));                        \
         ++locks;                                                                                                       \
         return real(__VA_ARGS__);                                                                                      \
     }
@@ -116,23 +89,23 @@ bool counters_count()
 void refusals()
 {
     constexpr uint32_t no_id = UINT32_MAX;
-    zel_core_term_udp_session_cfg_t udp{};
-    zel_core_term_l2tp_control_connection_cfg_t l2tp{};
     zel_core_term_udp_session_capabilities_get(nullptr);
-    zel_core_term_udp_session_cfg_get(no_id, &udp);
-    zel_core_term_udp_session_add(no_id, &udp, 1, 1, 1, 0, false);
+    request::udp_add add = request::udp(no_id, 4);
+    add();
+    zel_core_term_udp_session_cfg_get(no_id, &add.cfg);
     zel_core_term_udp_session_disconnect(no_id);
     zel_core_term_udp_session_release(no_id);
-    zel_core_term_l2tp_control_connection_add(no_id, &l2tp, 1, 1, 1, 0, 0);
+    request::connect(no_id, 1)();
     zel_core_term_l2tp_control_connection_rem(no_id, 1, 1);
-    zel_core_term_l2tp_session_add(0, 0, 1, 1, 1, 1, no_id, 0);
+    request::session_of(1, no_id)();
     zel_core_term_l2tp_session_rem(1, no_id);
 }
 
-unsigned noisy;
+unsigned runs, noisy;
 
 template <typename Operation> void run_quietly(const char *name, Operation run)
 {
+    ++runs;
     const unsigned allocations_before = allocations, locks_before = locks;
     [[maybe_unused]] ssize_t marker = write(-1, "begin", 5);
     run();
@@ -153,11 +126,9 @@ int main()
         return 1;
     }
     require_null_data_plane();
-    unsigned runs = 1;
     for_each_operation([&](const operation &tried) {
         occupy(*tried.table, quarters_full / 2);
         with_batch(tried, [&] { run_quietly(tried.name, [&] { run(tried, tried.library); }); });
-        ++runs;
     });
     run_quietly("refusals", refusals);
     std::printf("operations without allocation and locks, succeeding, failing or refused: %u of %u\n", runs - noisy,
