@@ -16,22 +16,13 @@ namespace {
 constexpr uint64_t steps_in_a_world = 500;
 constexpr unsigned most_seconds = 20; ///< for a world, which takes some ten milliseconds
 
-uint64_t total(const proof::tally &counts)
-{
-    uint64_t all = 0;
-    for (const auto &[operation, results] : counts)
-        for (const auto &[result, count] : results)
-            all += count;
-    return all;
-}
-
 /// Worlds one after the other, each from a seed of its own, until so many operations were made.
 /// @param only_world just that one
 void random_worlds(uint64_t seed, std::optional<uint64_t> only_world, uint64_t operations)
 {
     proof::tally counts;
     uint64_t worlds = 0;
-    for (uint64_t number = only_world.value_or(0); total(counts) < operations && (!only_world || worlds == 0);
+    for (uint64_t number = only_world.value_or(0); counts.operations < operations && (!only_world || worlds == 0);
          ++number) {
         try {
             alarm(most_seconds); // ends the program
@@ -44,9 +35,9 @@ void random_worlds(uint64_t seed, std::optional<uint64_t> only_world, uint64_t o
         }
         ++worlds;
     }
-    std::cout << "seed " << seed << ": " << total(counts) << " operations in " << worlds
+    std::cout << "seed " << seed << ": " << counts.operations << " operations in " << worlds
               << " worlds, all as the model has it; how often each gave each result:\n";
-    for (const auto &[operation, results] : counts) {
+    for (const auto &[operation, results] : counts.results) {
         std::cout << operation;
         for (const auto &[result, count] : results)
             std::cout << (result == results.begin()->first ? "  " : ", ") << result << ": " << count;

@@ -5,11 +5,10 @@
 namespace proof {
 namespace {
 
+using enum paths;
 using request::connect, request::move, request::pcep, request::rat_session, request::session_of, request::udp;
 
-void reach_nothing(world &)
-{
-}
+constexpr auto reach_nothing = [](world &) {};
 
 void add_connection(world &w)
 {
@@ -87,75 +86,76 @@ constexpr state full[] = {{"all associations in use", use_all_associations}};
 constexpr state crowded[] = {{"all sessions", add_all_sessions}};
 
 constexpr tried_operation table[] = {
-    {"udp add, IPv4", [](world &w) { return w.udp_add(udp(9, 4)); }, most, paths::all, true},
-    {"udp add with session type", [](world &w) { return w.udp_add(udp(9, 4, 1)); }, most, paths::all, true,
+    {"udp add, IPv4", [](world &w) { return w.udp_add(udp(9, 4)); }, most, all_undone},
+    {"udp add with session type", [](world &w) { return w.udp_add(udp(9, 4, 1)); }, most, all_undone,
      "zel_core_term_udp_session_add", "IPv4, with session type", reach_nothing},
-    {"udp add, IPv6", [](world &w) { return w.udp_add(udp(9, 6)); }, most, paths::all, true,
-     "zel_core_term_udp_session_add", "IPv6", reach_nothing},
-    {"udp modify path mtu", [](world &w) { return w.udp_modify_pmtu(2, 1280); }, most, paths::all, true,
+    {"udp add, IPv6", [](world &w) { return w.udp_add(udp(9, 6)); }, most, all_undone, "zel_core_term_udp_session_add",
+     "IPv6", reach_nothing},
+    {"udp modify path mtu", [](world &w) { return w.udp_modify_pmtu(2, 1280); }, most, all_undone,
      "zel_core_term_udp_session_modify_pmtu", "", add_one_of_each},
-    {"udp modify ttl", [](world &w) { return w.udp_modify_ttl(2, 9); }, most, paths::all, true,
+    {"udp modify ttl", [](world &w) { return w.udp_modify_ttl(2, 9); }, most, all_undone,
      "zel_core_term_udp_session_modify_ttl", "", add_one_of_each},
-    {"udp disconnect", [](world &w) { return w.udp_disconnect(1); }, most, paths::all, false,
-     "zel_core_term_udp_session_disconnect", "", add_one_of_each},
-    {"udp release", [](world &w) { return w.udp_release(1); }, most, paths::all, false,
-     "zel_core_term_udp_session_release", "IPv4, disconnected before", disconnect_and_unbind},
+    {"udp disconnect", [](world &w) { return w.udp_disconnect(1); }, most, all, "zel_core_term_udp_session_disconnect",
+     "", add_one_of_each},
+    {"udp release", [](world &w) { return w.udp_release(1); }, most, all, "zel_core_term_udp_session_release",
+     "IPv4, disconnected before", disconnect_and_unbind},
     {"udp disconnect and release", [](world &w) { return w.udp_disconnect(2) + w.udp_release(2); }, most},
-    {"udp statistics, IPv4", [](world &w) { return w.udp_statistics(statistics::ipv4, 1); }, most, paths::all, true,
+    {"udp statistics, IPv4", [](world &w) { return w.udp_statistics(statistics::ipv4, 1); }, most, all_undone,
      "zel_udp_session_get_stats", "", add_one_of_each},
-    {"udp statistics, IPv6", [](world &w) { return w.udp_statistics(statistics::ipv6, 2); }, most, paths::all, true,
+    {"udp statistics, IPv6", [](world &w) { return w.udp_statistics(statistics::ipv6, 2); }, most, all_undone,
      "zel_ipv6_udp_session_get_stats", "", add_one_of_each},
-    {"udp statistics as text", [](world &w) { return w.udp_statistics(statistics::text, 1); }, most, paths::all, true,
+    {"udp statistics as text, IPv4", [](world &w) { return w.udp_statistics(statistics::text, 1); }, most, all_undone,
      "zel_core_term_udp_session_fmt_stats_get", "IPv4", add_one_of_each},
+    {"udp statistics as text, IPv6", [](world &w) { return w.udp_statistics(statistics::text, 2); }, most, all_undone},
 
-    {"control connection add", [](world &w) { return w.connection_add(connect(9, 9)); }, most, paths::all, true},
+    {"control connection add", [](world &w) { return w.connection_add(connect(9, 9)); }, most, all_undone},
     {"control connection add with session type", [](world &w) { return w.connection_add(connect(9, 1, 1)); }, most,
-     paths::all, true, "zel_core_term_l2tp_control_connection_add", "the first, with session type", reach_nothing},
-    {"control connection add, sharing", [](world &w) { return w.connection_add(connect(9, 1)); }, most, paths::all,
-     true, "zel_core_term_l2tp_control_connection_add", "sharing the associations of another", add_one_of_each},
+     all_undone, "zel_core_term_l2tp_control_connection_add", "the first, with session type", reach_nothing},
+    {"control connection add, sharing", [](world &w) { return w.connection_add(connect(9, 1)); }, most, all_undone,
+     "zel_core_term_l2tp_control_connection_add", "sharing the associations of another", add_one_of_each},
     {"control connection add, no association left",
      [](world &w) { return w.connection_remove(48, pcep, rat_session) + w.connection_add(connect(48, 9)); }, full},
-    {"control connection removal", [](world &w) { return w.connection_remove(1, pcep, rat_session); }, most, paths::all,
-     false, "zel_core_term_l2tp_control_connection_rem", "the last that uses its associations", add_connection},
+    {"control connection removal", [](world &w) { return w.connection_remove(1, pcep, rat_session); }, most, all,
+     "zel_core_term_l2tp_control_connection_rem", "the last that uses its associations", add_connection},
     {"control connection modify without sessions", [](world &w) { return w.connection_modify(move(1, 9, {})); }, most,
-     paths::few},
+     few},
     {"control connection modify with a session", [](world &w) { return w.connection_modify(move(1, 9, {100})); }, most,
-     paths::few, false, "zel_core_term_l2tp_control_connection_modify",
-     "with one session, to a peer that no other connection has", add_session},
+     few, "zel_core_term_l2tp_control_connection_modify", "with one session, to a peer that no other connection has",
+     add_session},
     {"control connection modify with session type", [](world &w) { return w.connection_modify(move(1, 9, {100}, 1)); },
-     most, paths::few},
+     most, few},
     {"control connection modify to a shared peer", [](world &w) { return w.connection_modify(move(1, 2, {100})); },
-     most, paths::few},
+     most, few},
     {"control connection modify with two sessions",
      [](world &w) {
          return w.connection_modify(move(1, 9, {100, 102}));
      },
-     most, paths::few},
+     most, few},
     {"control connection modify, a session twice",
      [](world &w) {
          return w.connection_modify(move(1, 9, {100, 100}));
      },
-     most, paths::few},
+     most, few},
     {"control connection modify, no association left",
      [](world &w) {
          request::connection_modify r = move(48, 9, {});
          r.old_remote_addr[3] = 100;
          return w.connection_modify(r);
      },
-     full, paths::few},
+     full, few},
     {"control connection modify with all sessions",
-     [](world &w) { return w.connection_modify(request::move(1, 9, all_sessions())); }, crowded, paths::one},
+     [](world &w) { return w.connection_modify(request::move(1, 9, all_sessions())); }, crowded, one},
 
-    {"session add", [](world &w) { return w.session_add(session_of(1, 109)); }, most, paths::all, true},
+    {"session add", [](world &w) { return w.session_add(session_of(1, 109)); }, most, all_undone},
     {"session add over another", [](world &w) { return w.session_add(session_of(1, 100)); }, most},
-    {"session add with session type", [](world &w) { return w.session_add(session_of(1, 109, 1)); }, most, paths::all,
-     true, "zel_core_term_l2tp_session_add", "with session type", add_one_of_each},
-    {"session removal", [](world &w) { return w.session_remove(1, 100); }, most, paths::all, false,
-     "zel_core_term_l2tp_session_rem", "", add_one_of_each},
-    {"session unbind part", [](world &w) { return w.session_unbind_part(1, 100); }, most, paths::all, false,
+    {"session add with session type", [](world &w) { return w.session_add(session_of(1, 109, 1)); }, most, all_undone,
+     "zel_core_term_l2tp_session_add", "with session type", add_one_of_each},
+    {"session removal", [](world &w) { return w.session_remove(1, 100); }, most, all, "zel_core_term_l2tp_session_rem",
+     "", add_one_of_each},
+    {"session unbind part", [](world &w) { return w.session_unbind_part(1, 100); }, most, all,
      "zel_l2tp_session_modify_unbind_part", "", add_one_of_each},
-    {"session bind part with session type", [](world &w) { return w.session_bind_part(1, 100, 5, 1); }, most,
-     paths::all, false, "zel_l2tp_session_modify_bind_part", "with session type", disconnect_and_unbind},
+    {"session bind part with session type", [](world &w) { return w.session_bind_part(1, 100, 5, 1); }, most, all,
+     "zel_l2tp_session_modify_bind_part", "with session type", disconnect_and_unbind},
     {"session parts, one after the other",
      [](world &w) { return w.session_unbind_part(1, 100) + w.session_bind_part(1, 100, 5, 0); }, most},
 };

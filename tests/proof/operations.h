@@ -12,16 +12,14 @@ struct state {
     void (*reach)(world &);
 };
 
-/// Of one operation, by the answers of what it calls: all of them; those with few failures, where there are more than
-/// there is time for; or only the one without.
-enum class paths { all, few, one };
+/// Which paths of an operation are taken: all, with few failures where all are too many, or only the one without any.
+enum class paths { all, all_undone, few, one };
 
 struct tried_operation {
     const char *name;
     uint32_t (*run)(world &);
     std::span<const state> from;
-    paths swept = paths::all;
-    bool undone = false; ///< when it fails, apart from documented exceptions
+    paths swept = paths::all; ///< all_undone: when it fails, nothing stays, apart from documented exceptions
 
     // Of those whose calls are shown, all from one state.
     const char *exported_name = nullptr;

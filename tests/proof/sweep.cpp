@@ -60,7 +60,7 @@ void try_path(const state &from, const tried_operation &operation, every_path &p
     // What fails and is undone leaves all as it was, apart from documented exceptions. The data plane's own refusals to
     // undo what is not there do no harm.
     const auto failed = std::ranges::find_if(w.calls(), &call::failed);
-    if (!operation.undone || result == 0 || failed == w.calls().end() ||
+    if (operation.swept != paths::all_undone || result == 0 || failed == w.calls().end() ||
         std::any_of(failed + 1, w.calls().end(), [](const call &c) { return c.status == VOK_CP_SIM_INJECTED; }))
         return;
     if (documented_exception(*failed, w.calls(), !std::string_view(operation.name).starts_with("udp")))
@@ -99,8 +99,10 @@ void sweep(std::ostream &out, effort effort_for_modify)
     };
     counts total{};
     const auto sweep_all = [&](paths swept, const every_path &paths, std::size_t most_operations = SIZE_MAX) {
+        const bool all = swept == paths::all;
         for (const tried_operation &operation : operations) {
-            if (operation.swept != swept || most_operations == 0)
+            const bool is_asked_for = operation.swept == swept || (all && operation.swept == paths::all_undone);
+            if (!is_asked_for || most_operations == 0)
                 continue;
             --most_operations;
             const counts counted = try_paths(operation, paths);

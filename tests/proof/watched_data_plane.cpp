@@ -78,12 +78,6 @@ watched_data_plane::~watched_data_plane()
     vok_cp_sim_reset();
 }
 
-void watched_data_plane::begin_operation()
-{
-    calls.clear();
-    made.clear();
-}
-
 vok_cp_sim_answer_t watched_data_plane::answer_to(const watched_call &c)
 {
     if (calls.size() == most_calls)

@@ -11,6 +11,7 @@
 #include "data_plane.h"
 #include "proof/choices.h"
 #include "watcher.h"
+#include "zel_core_term/zel_term_api.h"
 
 namespace proof {
 
@@ -47,6 +48,8 @@ struct call : watched_call {
 
     bool is(std::string_view text) const { return operation.find(text) != std::string_view::npos; }
     bool failed() const { return status != 0; }
+    /// What a failed call makes of the operation that stops at it.
+    uint32_t code() const { return is_hook() ? status : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED}; }
     bool refused() const { return status >= VOK_CP_SIM_WRONG_INSTANCE && status <= VOK_CP_SIM_DSCP_TOO_LARGE; }
     bool makes(vok_cp_sim_kind_t what) const { return created != 0 && kind == what; }
     bool makes_association() const { return makes(VOK_CP_SIM_IPV4_INGRESS) || makes(VOK_CP_SIM_IPV4_EGRESS); }
@@ -66,7 +69,7 @@ public:
     std::map<vok_cp_sim_kind_t, uint64_t> made; ///< by it: the last object of each kind that was given
     std::string violation;                      ///< of the rule for handles or of the form of a record; empty: none
 
-    void begin_operation();
+    void begin_operation() { calls.clear(), made.clear(); }
 
     /// Handles given so far must not be passed again, apart from this one.
     void forget_handles_but(uint64_t handle) { known_handles_ = {0, handle}; }

@@ -88,12 +88,6 @@ object l2tp_flow(vok_cp_sim_kind_t kind, uint16_t flow_type, uint32_t session_id
     return o;
 }
 
-/// What a failed call makes of the operation that stops at it.
-uint32_t code_of(const call &failed)
-{
-    return failed.is_hook() ? failed.status : uint32_t{ZEL_CORE_TERM_DATA_PLANE_FAILED};
-}
-
 } // namespace
 
 // ---- The frame of an operation
@@ -150,8 +144,10 @@ uint32_t world::rejected(uint32_t expected)
 uint32_t world::end(uint32_t expected, tolerated allowed)
 {
     history_.back() += " = " + std::to_string(result_);
-    if (counts != nullptr)
-        ++(*counts)[running_][result_];
+    if (counts != nullptr) {
+        ++counts->results[running_][result_];
+        ++counts->operations;
+    }
     require(result_ == expected, "the result is not", expected);
     require(plane_.violation.empty(), plane_.violation.c_str());
     learn_from_calls(allowed);
@@ -169,7 +165,7 @@ uint32_t world::failure() const
 {
     for (const call &c : calls())
         if (c.failed())
-            return code_of(c);
+            return c.code();
     return 0;
 }
 
@@ -446,10 +442,8 @@ uint32_t world::udp_release(uint32_t id)
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(rejection);
     const udp_session &s = udp_sessions_.at(id);
-    if (s.uplink_bound) // a release removes no binding
-        excused_bindings_.insert(to_flow(s.uplink_flow(), s.egress));
-    if (s.downlink_bound)
-        excused_bindings_.insert(from_flow(s.ingress, s.downlink_flow()));
+    if (s.uplink_bound || s.downlink_bound) // a release removes no binding
+        excused_bindings_.insert({to_flow(s.uplink_flow(), s.egress), from_flow(s.ingress, s.downlink_flow())});
     udp_sessions_.erase(id);
     return end(0);
 }
@@ -571,7 +565,9 @@ uint32_t world::connection_remove(uint32_t id, uint32_t pcep, uint32_t rat_sessi
 
 /// In turn: the sessions are unbound, the connection is set up anew, once more in the old place if that failed, and the
 /// sessions are bound. What fails for good decides.
-world::modify_end world::expected_modify_end(const request::connection_modify &r, const association_key &old_key) const
+/// @return the result, and whether the old place was tried
+std::pair<uint32_t, bool> world::expected_modify_end(const request::connection_modify &r,
+                                                     const association_key &old_key) const
 {
     std::size_t at = 0;
     for (const uint32_t id : r.sessions) {
@@ -588,7 +584,7 @@ world::modify_end world::expected_modify_end(const request::connection_modify &r
         const bool ends_attempt = no_room && !fell_back && c.is("_create");
         if (ends_attempt || (c.failed() && c.operation != "vok_unbind" && !c.is_delete())) {
             if (fell_back || connected)
-                return {code_of(c), fell_back};
+                return {c.code(), fell_back};
             fell_back = true;
             if (!has_room(old_key, r.id))
                 return {ZEL_CORE_TERM_DATA_PLANE_FAILED, true};
@@ -612,24 +608,24 @@ uint32_t world::connection_modify(const request::connection_modify &r)
 
     zel_core_term_l2tp_control_connection_cfg_t old_place = r.cfg;
     std::memcpy(old_place.remote_addr, r.old_remote_addr.data(), 4);
-    const modify_end expected = expected_modify_end(r, key_of(old_place));
-    const auto &in_force = expected.fell_back ? old_place : r.cfg;
+    const auto [expected, fell_back] = expected_modify_end(r, key_of(old_place));
+    const auto &in_force = fell_back ? old_place : r.cfg;
     require(std::memcmp(&written, &in_force, sizeof written) == 0,
             "the caller's configuration is not the one tried last");
 
     tolerated allowed{.l2tp_undo = true, .large_dscp = r.dscp > 63 || r.old_dscp > 63};
     // A connection that is not there, or no more after a failure, has no handles; nor has a session that is not there.
     allowed.no_handle = !connections_.contains(r.id) || connections_.at(r.id).flow == 0 ||
-                        expected.result != ZEL_CORE_TERM_SUCCESS ||
+                        expected != ZEL_CORE_TERM_SUCCESS ||
                         std::ranges::any_of(r.sessions, [this](uint32_t id) { return !has_flows(id); });
     // The hook's refusals are other codes than these.
-    if (expected.result == ZEL_CORE_TERM_SUCCESS || expected.result == ZEL_CORE_TERM_FELL_BACK) {
+    if (expected == ZEL_CORE_TERM_SUCCESS || expected == ZEL_CORE_TERM_FELL_BACK) {
         if (const auto before = connections_.find(r.id); before != connections_.end())
             strand_sessions(before->second, r.sessions);
         connection &c = connections_[r.id];
         const uint64_t old_egress = c.egress;
         c.added = {r.id, in_force, c.added.control_connection_id, r.pcep, r.rat_session};
-        c.added.dscp = expected.fell_back ? r.old_dscp : r.dscp;
+        c.added.dscp = fell_back ? r.old_dscp : r.dscp;
         c.sends = true;
         take_associations(c);
         for (const uint32_t id : r.sessions) {
@@ -641,7 +637,7 @@ uint32_t world::connection_modify(const request::connection_modify &r)
             forget_session(r.id, id);
         forget_connection(r.id, r.pcep, r.rat_session);
     }
-    return end(expected.result, allowed);
+    return end(expected, allowed);
 }
 
 // ---- L2TP sessions

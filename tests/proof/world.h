@@ -55,7 +55,10 @@ using association_key = std::array<uint8_t, 12>;
 enum class statistics { ipv4, ipv6, text };
 
 /// How often each operation gave each result.
-using tally = std::map<std::string_view, std::map<uint32_t, uint64_t>>;
+struct tally {
+    std::map<std::string_view, std::map<uint32_t, uint64_t>> results;
+    uint64_t operations = 0;
+};
 
 /// What is no violation in an operation.
 struct tolerated {
@@ -129,11 +132,8 @@ private:
     void take_associations(connection &c);
     void strand_sessions(const connection &c, const std::vector<uint32_t> &leaving);
     void forget_connection(uint32_t id, uint32_t pcep, uint32_t rat_session);
-    struct modify_end {
-        uint32_t result;
-        bool fell_back; ///< the old place was tried
-    };
-    modify_end expected_modify_end(const request::connection_modify &r, const association_key &old_key) const;
+    std::pair<uint32_t, bool> expected_modify_end(const request::connection_modify &r,
+                                                  const association_key &old_key) const;
     uint64_t egress_of(uint32_t connection) const;
     uint32_t session_rejection(uint32_t connection, uint32_t id) const;
     bool has_flows(uint32_t id) const;
