@@ -27,8 +27,8 @@ public:
             return restart();
         // Adds come oftener than what takes down, so that there is something to work on.
         switch (decisions_.below(32)) {
-        case 0: world_.udp_modify_pmtu(udp_id(), decisions_.below(140'000)); return;
-        case 1: world_.udp_modify_ttl(udp_id(), byte()); return;
+        case 0: world_.udp_modify(attribute::pmtu, udp_id(), decisions_.below(140'000)); return;
+        case 1: world_.udp_modify(attribute::ttl, udp_id(), byte()); return;
         case 2: world_.udp_statistics(statistics::ipv4, udp_id()); return;
         case 3: world_.udp_statistics(statistics::ipv6, udp_id()); return;
         case 4: world_.udp_statistics(statistics::text, udp_id()); return;

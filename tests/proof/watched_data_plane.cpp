@@ -3,7 +3,6 @@
 #include <array>
 #include <cstring>
 #include <stdexcept>
-#include <tuple>
 
 namespace proof {
 namespace {
@@ -36,14 +35,6 @@ bool object::operator==(const object &other) const
                           h.l2tp_session_id, h.l2tp_connection_id, h.ttl);
     };
     return all(*this) == all(other);
-}
-
-bool by_ends::operator()(const vok_bind_record &a, const vok_bind_record &b) const
-{
-    const auto ends = [](const vok_bind_record &r) {
-        return std::tie(r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID);
-    };
-    return ends(a) < ends(b);
 }
 
 std::pair<uint64_t, object> as_member(const data_plane::object &held)

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,11 @@ struct object {
 
 /// By what names a binding: kind, direction, source and destination.
 struct by_ends {
-    bool operator()(const vok_bind_record &a, const vok_bind_record &b) const;
+    static auto ends(const vok_bind_record &r)
+    {
+        return std::tie(r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID);
+    }
+    bool operator()(const vok_bind_record &a, const vok_bind_record &b) const { return ends(a) < ends(b); }
 };
 
 /// What the model says of a binding, beside its ends: session type, and DSCP or -1.
@@ -76,7 +81,7 @@ public:
 
 private:
     vok_cp_sim_answer_t answer_to(const watched_call &c);
-    void see(const watched_call &c);
+    void see(const watched_call &seen);
 
     choices &decisions_;
     std::set<uint64_t> known_handles_{0};

@@ -210,6 +210,7 @@ void world::learn_from_calls(tolerated allowed)
     }
     loose_objects_.merge(excused_objects_);
     loose_bindings_.merge(excused_bindings_);
+    loose_bindings_.insert(uncertain_bindings_.begin(), uncertain_bindings_.end());
     excused_objects_.clear();
     excused_bindings_.clear();
 }
@@ -224,8 +225,7 @@ void world::explain_refusals(tolerated allowed) const
                     "a handle is refused that should be good");
         require(c.status != VOK_CP_SIM_DSCP_TOO_LARGE || allowed.large_dscp, "a DSCP is refused");
         for (const vok_bind_record &b : c.used_by)
-            require(loose_bindings_.contains(b) || uncertain_bindings_.contains(b),
-                    "a delete of what a binding still uses that could be removed");
+            require(loose_bindings_.contains(b), "a delete of what a binding still uses that could be removed");
     }
 }
 
@@ -288,25 +288,21 @@ void world::compare_data_plane() const
 {
     const data_plane found = data_plane::now();
     auto [objects, bindings] = wanted();
-    const auto compare_all = [this](auto &missing, const auto &all, const auto &may_differ, const auto &text) {
+    const auto compare_all = [this](auto &missing, const auto &all, const auto &loose, const auto &text) {
         for (const auto &held : all) {
             const auto [key, what] = as_member(held);
             const auto at = missing.find(key);
-            if ((at == missing.end() || at->second != what) && !may_differ(key))
+            if ((at == missing.end() || at->second != what) && !loose.contains(key))
                 violated(text(key) + (at == missing.end() ? " is too many" : " is another") + " in the data plane");
             if (at != missing.end())
                 missing.erase(at);
         }
         for (const auto &[key, what] : missing)
-            if (!may_differ(key))
+            if (!loose.contains(key))
                 violated(text(key) + " is missing in the data plane");
     };
-    compare_all(
-        objects, found.objects, [this](uint64_t handle) { return loose_objects_.contains(handle); }, handle_text);
-    compare_all(
-        bindings, found.bindings,
-        [this](const vok_bind_record &b) { return loose_bindings_.contains(b) || uncertain_bindings_.contains(b); },
-        [](const vok_bind_record &b) { return to_text(b); });
+    compare_all(objects, found.objects, loose_objects_, handle_text);
+    compare_all(bindings, found.bindings, loose_bindings_, [](const vok_bind_record &b) { return to_text(b); });
 }
 
 void world::compare_tables() const
@@ -398,31 +394,23 @@ uint32_t world::udp_add(const request::udp_add &r)
     return end(failure(), {.large_dscp = r.dscp > 63});
 }
 
-template <typename Value>
-uint32_t world::udp_modify(std::string_view name, uint32_t (*modify)(uint32_t, Value), uint32_t id, Value value,
-                           Value zel_core_term_udp_session_cfg_t::*attribute)
+uint32_t world::udp_modify(attribute which, uint32_t id, uint32_t value)
 {
-    run(name, modify, id, value);
+    const auto ttl = static_cast<uint8_t>(value);
+    if (which == attribute::pmtu)
+        run("udp_modify_pmtu", zel_core_term_udp_session_modify_pmtu, id, value);
+    else
+        run("udp_modify_ttl", zel_core_term_udp_session_modify_ttl, id, ttl);
     if (const uint32_t rejection = udp_rejection(id))
         return rejected(rejection);
     zel_core_term_udp_session_cfg_t &cfg = udp_sessions_.at(id).added.cfg;
     if (cfg.ip_version != 6)
         return rejected(ZEL_CORE_TERM_UNSUPPORTED_IP_VERSION);
-    if (failure() == 0)
-        cfg.*attribute = value;
+    if (failure() == 0 && which == attribute::pmtu)
+        cfg.pmtu = value;
+    if (failure() == 0 && which == attribute::ttl)
+        cfg.ttl = ttl;
     return end(failure());
-}
-
-uint32_t world::udp_modify_pmtu(uint32_t id, uint32_t pmtu)
-{
-    return udp_modify("udp_modify_pmtu", zel_core_term_udp_session_modify_pmtu, id, pmtu,
-                      &zel_core_term_udp_session_cfg_t::pmtu);
-}
-
-uint32_t world::udp_modify_ttl(uint32_t id, uint8_t ttl)
-{
-    return udp_modify("udp_modify_ttl", zel_core_term_udp_session_modify_ttl, id, ttl,
-                      &zel_core_term_udp_session_cfg_t::ttl);
 }
 
 uint32_t world::udp_disconnect(uint32_t id)

@@ -51,6 +51,9 @@ struct session {
 /// What connections must have in common to share their associations: local address, remote address, VRF.
 using association_key = std::array<uint8_t, 12>;
 
+/// What of a UDP session can be modified; only the low byte of a value is a TTL's.
+enum class attribute { pmtu, ttl };
+
 /// How a UDP session's counters are asked for.
 enum class statistics { ipv4, ipv6, text };
 
@@ -79,8 +82,7 @@ public:
     uint32_t start() { return switch_to(true); }
     uint32_t stop() { return switch_to(false); }
     uint32_t udp_add(const request::udp_add &r);
-    uint32_t udp_modify_pmtu(uint32_t id, uint32_t pmtu);
-    uint32_t udp_modify_ttl(uint32_t id, uint8_t ttl);
+    uint32_t udp_modify(attribute which, uint32_t id, uint32_t value);
     uint32_t udp_disconnect(uint32_t id);
     uint32_t udp_release(uint32_t id);
     uint32_t udp_statistics(statistics form, uint32_t id);
@@ -123,9 +125,6 @@ private:
 
     uint32_t switch_to(bool started);
     uint32_t udp_rejection(uint32_t id) const;
-    template <typename Value>
-    uint32_t udp_modify(std::string_view name, uint32_t (*modify)(uint32_t, Value), uint32_t id, Value value,
-                        Value zel_core_term_udp_session_cfg_t::*attribute);
     uint32_t l2tp_rejection(uint32_t connection) const;
     const connection *sharing(const association_key &key, uint32_t but) const;
     bool has_room(const association_key &key, uint32_t but) const;
@@ -151,7 +150,7 @@ private:
     // What may be otherwise after the running operation, and what may since one before, until a call changes it.
     std::set<uint64_t> excused_objects_, loose_objects_;
     binding_set excused_bindings_, loose_bindings_;
-    binding_set uncertain_bindings_; ///< of associations that lost a request for them
+    binding_set uncertain_bindings_; ///< of associations that lost a request for them: always loose
 
     std::set<uint32_t> udp_ids_seen_;
     std::deque<std::string> history_; ///< the last operations with their arguments and results
