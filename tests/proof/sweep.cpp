@@ -14,8 +14,8 @@
 namespace proof {
 namespace {
 
-constexpr unsigned most_seconds = 20;       ///< for a path, which takes some hundred microseconds
-constexpr uint64_t most_paths = 10'000'000; ///< of an operation; with any effort there are less
+constexpr unsigned most_seconds = 20;    ///< for a path, which takes some hundred microseconds
+constexpr uint64_t most_paths = 100'000; ///< of an operation all of whose paths are taken; some have 10'000
 
 /// What an operation that failed may leave although all its undos succeeded, as the interface documents it.
 bool documented_exception(const call &failed, const std::vector<call> &calls, bool of_l2tp)
@@ -54,7 +54,8 @@ void try_path(const state &from, const tried_operation &operation, every_path &p
     path.enabled = true;
     w.compare = true;
     const uint32_t result = operation.run(w);
-    ++counted[tried];
+    if (++counted[tried] > most_paths && operation.swept != paths::few)
+        throw std::runtime_error("has too many paths");
     ++counted[result == 0 ? succeeded : result == ZEL_CORE_TERM_FELL_BACK ? fell_back : failed_otherwise];
 
     // What fails and is undone leaves all as it was, apart from documented exceptions. The data plane's own refusals to
@@ -79,7 +80,7 @@ counts try_paths(const tried_operation &operation, const every_path &paths)
         try {
             do {
                 try_path(from, operation, path, counted);
-            } while (path.advance() && counted[tried] < most_paths);
+            } while (path.advance());
         } catch (const std::exception &e) {
             throw std::runtime_error(std::string(operation.name) + " from " + from.name + ": " + e.what());
         }
