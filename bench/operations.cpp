@@ -17,7 +17,7 @@ namespace {
 
 using std::uint32_t;
 
-const request::udp_add ipv4 = request::udp(1, 4), ipv6 = request::udp(1, 6); // only the first has that id
+const request::udp_add ipv4 = request::udp(1, 4), ipv6 = request::udp(1, 6); // each operation has an id of its own
 const by_hand::ovlin_ids udp_ids{ipv4.uplink_pcep, ipv4.rat_session};
 
 /// Kept from the compiler's eyes, so that it cannot make the hand-written calls for these values only.
