@@ -1,5 +1,6 @@
 #include "model.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace vok_cp {
@@ -65,7 +66,9 @@ status model::create(vok_cp_sim_kind_t kind, std::uint64_t type, std::span<const
     if (const status wrong = check_flow_record(kind, record))
         return wrong;
     *handle = next_handle_++;
-    objects_.emplace(*handle, object{kind, {record.begin(), record.end()}});
+    const auto made = objects_.emplace(*handle, object{kind, {record.begin(), record.end()}}).first;
+    if (receives(kind))
+        receivers_.emplace(receiver_key_of(header_of(made->second)), *handle);
     return VOK_CP_SIM_OK;
 }
 
@@ -76,6 +79,10 @@ status model::remove(vok_cp_sim_kind_t kind, std::uint64_t type, std::uint64_t h
         return wrong;
     if (!found->bindings.empty())
         return VOK_CP_SIM_OBJECT_IN_USE;
+    if (receives(kind)) {
+        const auto [begin, end] = receivers_.equal_range(receiver_key_of(header_of(*found)));
+        receivers_.erase(std::find_if(begin, end, [=](const auto &receiver) { return receiver.second == handle; }));
+    }
     objects_.erase(handle);
     return VOK_CP_SIM_OK;
 }
@@ -137,6 +144,7 @@ status model::unbind(std::uint64_t instance, const vok_bind_record *record)
 void model::clear()
 {
     bindings_.clear();
+    receivers_.clear();
     objects_.clear();
 }
 

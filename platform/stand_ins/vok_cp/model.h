@@ -1,12 +1,14 @@
 /// The data plane's objects and bindings.
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <span>
+#include <tuple>
 #include <vector>
 
 #include "record_check.h"
@@ -54,6 +56,17 @@ inline vok_cp_sim_binding_t shown(const binding &b)
     return {&b.record, b.has_dscp, b.dscp};
 }
 
+/// What a packet must have in common with the ingress association that receives it, beside the ports: IP version,
+/// protocol, routing instance, source, destination.
+using receiver_key =
+    std::tuple<std::uint8_t, std::uint8_t, std::uint32_t, std::array<std::uint8_t, 16>, std::array<std::uint8_t, 16>>;
+receiver_key receiver_key_of(const vok_cp_sim_header_t &h);
+
+constexpr bool receives(vok_cp_sim_kind_t kind)
+{
+    return kind == VOK_CP_SIM_IPV4_INGRESS || kind == VOK_CP_SIM_IPV6_INGRESS;
+}
+
 /// What an object's record says of the packets that it matches or sends.
 vok_cp_sim_header_t header_of(const object &o);
 std::uint32_t path_mtu_of(const object &o);
@@ -90,7 +103,8 @@ private:
 
     std::map<std::uint64_t, object> objects_;
     std::map<binding_key, binding> bindings_;
-    std::uint64_t next_handle_ = 0x1'0000'0001; ///< wider than 32 bits: a handle cut in half is unknown
+    std::multimap<receiver_key, std::uint64_t> receivers_; ///< ingress associations, in the order of their creation
+    std::uint64_t next_handle_ = 0x1'0000'0001;            ///< wider than 32 bits: a handle cut in half is unknown
 };
 
 } // namespace vok_cp

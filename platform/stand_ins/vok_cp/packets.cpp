@@ -54,18 +54,6 @@ bool port_matches(std::uint16_t wanted, std::uint16_t port)
     return wanted == 0 || wanted == port;
 }
 
-bool address_matches(const vok_cp_sim_header_t &h, const std::uint8_t (&wanted)[16], const std::uint8_t (&address)[16])
-{
-    return std::memcmp(wanted, address, h.ip_version == 4 ? 4 : 16) == 0;
-}
-
-bool matches(const vok_cp_sim_header_t &wanted, const vok_cp_sim_header_t &h)
-{
-    return wanted.ip_version == h.ip_version && wanted.vrf_id == h.vrf_id && wanted.protocol == h.protocol &&
-           port_matches(wanted.src_port, h.src_port) && port_matches(wanted.dst_port, h.dst_port) &&
-           address_matches(h, wanted.src_addr, h.src_addr) && address_matches(h, wanted.dst_addr, h.dst_addr);
-}
-
 void count(object &o, std::uint32_t octets)
 {
     ++o.packets;
@@ -73,6 +61,15 @@ void count(object &o, std::uint32_t octets)
 }
 
 } // namespace
+
+receiver_key receiver_key_of(const vok_cp_sim_header_t &h)
+{
+    receiver_key key{h.ip_version, h.protocol, h.vrf_id, {}, {}};
+    const std::size_t length = h.ip_version == 4 ? 4 : 16;
+    std::memcpy(std::get<3>(key).data(), h.src_addr, length);
+    std::memcpy(std::get<4>(key).data(), h.dst_addr, length);
+    return key;
+}
 
 vok_cp_sim_header_t header_of(const object &o)
 {
@@ -148,14 +145,15 @@ std::uint64_t model::l2tp_flow(std::uint64_t interface, const vok_cp_sim_header_
 
 vok_cp_sim_arrival_t model::receive(const vok_cp_sim_header_t &h, std::uint32_t octets)
 {
-    const auto found = std::ranges::find_if(objects_, [&](const auto &entry) {
-        const bool receives =
-            entry.second.kind == VOK_CP_SIM_IPV4_INGRESS || entry.second.kind == VOK_CP_SIM_IPV6_INGRESS;
-        return receives && matches(header_of(entry.second), h);
+    const auto [begin, end] = receivers_.equal_range(receiver_key_of(h));
+    const auto found = std::find_if(begin, end, [&](const auto &receiver) {
+        const vok_cp_sim_header_t wanted = header_of(objects_.at(receiver.second));
+        return port_matches(wanted.src_port, h.src_port) && port_matches(wanted.dst_port, h.dst_port);
     });
-    if (found == objects_.end())
+    if (found == end)
         return {VOK_CP_SIM_NO_ASSOCIATION, 0, 0, {}};
-    auto &[association, object] = *found;
+    const std::uint64_t association = found->second;
+    object &object = objects_.at(association);
 
     const binding *last = binding_from(association, VOK_BIND_F2ID);
     if (const binding *to_interface = binding_from(association, VOK_BIND_F2F)) {
