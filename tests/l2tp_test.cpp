@@ -1,6 +1,5 @@
-// L2TPv3 control connections and sessions: what they send, what they report, what sharing and faults leave.
+// L2TPv3 control connections and sessions: their calls, reports and undo, what they share, what they refuse.
 #include <cstring>
-#include <sstream>
 
 #include "library_test.h"
 
@@ -8,263 +7,248 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr uint8_t peer_a = 7, peer_b = 9; ///< last byte of 198.51.100.x
+uint32_t remove(uint32_t id)
+{
+    return zel_core_term_l2tp_control_connection_rem(id, request::pcep, request::rat_session);
+}
+
+uint32_t bind_part(uint32_t connection, uint32_t session, uint8_t session_type_flag)
+{
+    return zel_l2tp_session_modify_bind_part(connection, session, 5, session_type_flag);
+}
+
+/// All operations, in their order in the interface.
+const struct {
+    const char *name;
+    std::function<uint32_t(uint32_t connection, uint32_t session)> call;
+    bool of_session, is_removal;
+} operations[] = {
+    {"zel_core_term_l2tp_control_connection_add",
+     [](uint32_t c, uint32_t) { return request::connection_add{.id = c, .cfg = request::to_peer(1)}(); }, false, false},
+    {"zel_core_term_l2tp_control_connection_rem", [](uint32_t c, uint32_t) { return remove(c); }, false, true},
+    {"zel_core_term_l2tp_control_connection_modify",
+     [](uint32_t c, uint32_t s) {
+         auto cfg = request::to_peer(1);
+         return request::move(c, 1, {s})(cfg);
+     },
+     false, false},
+    {"zel_core_term_l2tp_session_add",
+     [](uint32_t c, uint32_t s) { return request::session_add{.connection = c, .id = s}(); }, true, false},
+    {"zel_core_term_l2tp_session_rem", zel_core_term_l2tp_session_rem, true, true},
+    {"zel_l2tp_session_modify_unbind_part", zel_l2tp_session_modify_unbind_part, true, false},
+    {"zel_l2tp_session_modify_bind_part", [](uint32_t c, uint32_t s) { return bind_part(c, s, 1); }, true, false},
+};
+
+/// What the operations answered before the process started the library, and how many calls they made.
+const auto before_the_first_start = [] {
+    std::vector<uint32_t> results;
+    std::size_t calls = 0;
+    const watcher counter([](const watched_call &) { return vok_cp_sim_answer_t{}; },
+                          [&](const watched_call &) { ++calls; });
+    for (const auto &operation : operations)
+        results.push_back(operation.call(0, 48));
+    return std::pair(results, calls);
+}();
 
 class l2tp : public library_test {
 protected:
-    static zel_core_term_l2tp_control_connection_cfg_t configuration(uint8_t peer, uint32_t vrf = 0x01020304)
+    static uint32_t move(uint8_t peer, const std::vector<uint32_t> &sessions, uint8_t session_type_flag = 0)
     {
-        zel_core_term_l2tp_control_connection_cfg_t cfg{};
-        std::memcpy(cfg.local_addr, "\xc0\x00\x02\x01 not read", 13);
-        std::memcpy(cfg.remote_addr, "\xc6\x33\x64", 3);
-        cfg.remote_addr[3] = peer;
-        cfg.vrf_id = vrf;
-        cfg.ttl = 64;
-        return cfg;
+        auto written = request::to_peer(peer);
+        return request::move(1, peer, sessions, session_type_flag)(written);
     }
-
-    static uint32_t connect(uint32_t id, uint8_t peer = peer_a, uint8_t session_type = 0)
+    /// Connection 1 to peer 1, made of objects 1 to 4, and its session 100, made of 5 and 6.
+    static void connected()
     {
-        auto cfg = configuration(peer);
-        return zel_core_term_l2tp_control_connection_add(id, &cfg, 1000 + id, 3, 10 + id, 48, session_type);
+        EXPECT_EQ(request::connect(1, 1)(), 0u);
+        EXPECT_EQ(request::session_of(1, 100)(), 0u);
     }
-    static uint32_t remove(uint32_t id) { return zel_core_term_l2tp_control_connection_rem(id, 3, 10 + id); }
-    static uint32_t add_session(uint32_t id, uint32_t connection = 1, uint8_t session_type = 0)
+    template <typename Entry> static bool is_free(const Entry &entry)
     {
-        return zel_core_term_l2tp_session_add(46, id % 2, 5, 0x12345, 50000 + id, connection, id, session_type);
-    }
-    /// Connection 1, from peer a.
-    static uint32_t move(uint8_t to, std::vector<uint32_t> sessions, uint8_t session_type = 0)
-    {
-        auto cfg = configuration(to);
-        auto old = configuration(peer_a);
-        return zel_core_term_l2tp_control_connection_modify(1, sessions.data(), static_cast<uint32_t>(sessions.size()),
-                                                            &cfg, 3, 11, 40, 48, old.remote_addr, session_type);
-    }
-
-    static bool is_free(uint32_t connection)
-    {
-        static const l2tp_control_entry free{};
-        return std::memcmp(&l2tp_control_table[connection], &free, sizeof free) == 0;
-    }
-    static bool is_free_session(uint32_t session)
-    {
-        static const l2tp_session_entry free{};
-        return std::memcmp(&l2tp_session_table[session - 48], &free, sizeof free) == 0;
-    }
-
-    /// The fate of a packet for a connection's control messages.
-    static vok_cp_sim_fate_t receive(uint8_t peer, uint32_t connection)
-    {
-        const auto cfg = configuration(peer);
-        vok_cp_sim_header_t h{};
-        h.ip_version = 4;
-        h.protocol = 115;
-        h.vrf_id = cfg.vrf_id;
-        std::memcpy(h.src_addr, cfg.remote_addr, 4);
-        std::memcpy(h.dst_addr, cfg.local_addr, 4);
-        h.l2tp_connection_id = 1000 + connection;
-        return vok_cp_sim_receive(&h, 100).fate;
-    }
-    /// "peer dscp" that a packet from an ovlin flow leaves with, or "lost".
-    static std::string send(uint32_t flow)
-    {
-        const vok_cp_sim_departure_t d = vok_cp_sim_send(flow, 100);
-        return d.fate == VOK_CP_SIM_FORWARDED
-                   ? std::to_string(d.header.dst_addr[3]) + " " + std::to_string(d.binding.dscp)
-                   : "lost";
-    }
-
-    /// The calls of a trail and what the operation itself reports, without what only announces or repeats.
-    static std::string essence(const std::string &trail)
-    {
-        std::istringstream lines(trail);
-        std::string line, kept;
-        while (std::getline(lines, line)) {
-            const std::string call = line.substr(0, line.find(" + "));
-            if (line.starts_with("vok_") || line.starts_with("session type"))
-                kept += call + (call == line ? "\n" : " fails\n");
-            else if (line.find(":ERROR ") != std::string::npos || line.find("tn_zel_init:") == 0)
-                kept += line.substr(line.rfind("(): ") + 4) + "\n";
-        }
-        return kept;
+        static const Entry free{};
+        return std::memcmp(&entry, &free, sizeof free) == 0;
     }
 };
 
-TEST_F(l2tp, whole_lives_with_records_and_table_entries)
+TEST_F(l2tp, rows)
 {
-    const auto entry = [this](const auto &e, const std::vector<std::size_t> &handle_offsets) {
-        const auto *bytes = reinterpret_cast<const uint8_t *>(&e);
-        return "\ntable entry\n" + dump({bytes, bytes + sizeof e}, handle_offsets) + "calls and events";
+    const auto nothing = [] {};
+    const auto only_connected = [] { EXPECT_EQ(request::connect(1, 1)(), 0u); };
+    const auto unbound = [] {
+        connected();
+        EXPECT_EQ(zel_l2tp_session_modify_unbind_part(1, 100), 0u);
     };
-    dump_records = true;
-    record();
-    EXPECT_EQ(connect(1, peer_a, 1), 0u);
-    collect("control connection 1, the session type set first" + entry(l2tp_control_table[1], {8, 16, 24}));
-    EXPECT_EQ(connect(2), 0u);
-    collect("control connection 2, which shares" + entry(l2tp_control_table[2], {8, 16, 24}));
-    EXPECT_EQ(add_session(101, 1, 0x80), 0u);
-    collect("session 101 with CRC, the session type set first" + entry(l2tp_session_table[53], {16, 24}));
-    EXPECT_EQ(add_session(48, 1), 0u);
-    collect("session 48" + entry(l2tp_session_table[0], {16, 24}));
-    EXPECT_EQ(move(peer_b, {101, 48}), 0u);
-    collect("control connection 1 moves to another peer" + entry(l2tp_control_table[1], {8, 16, 24}));
+    const auto remove_1 = [] { return remove(1); };
+    const auto remove_2 = [] { return remove(2); };
+    const auto remove_session = [] { return zel_core_term_l2tp_session_rem(1, 100); };
+    const auto move_to = [](uint8_t peer) { return [=] { return move(peer, {100}); }; };
+    const auto move_typed = [] { return move(2, {100}, 1); };
+    const auto hook_answers = [](uint32_t result) { return fault{.call = session_type_hook, .status = result}; };
+
+    collect_failures({"connection add", nothing, request::connect(1, 1, 0x80)}, 8);
+    collect({"connection add whose undo fails", nothing, request::connect(1, 1), {all_fail_from(7)}});
+    collect({"connection add that the hook refuses with 3", nothing, request::connect(1, 1, 1), {hook_answers(3)}});
+    collect({"connection removal with all calls failing", only_connected, remove_1, {all_fail_from(1)}});
+    collect_failures({"session add", only_connected, request::session_of(1, 100, 0x80)}, 7);
+    collect({"session add whose undo fails", only_connected, request::session_of(1, 100), {all_fail_from(5)}});
+    collect({"session add that the hook refuses with 3",
+             only_connected,
+             request::session_of(1, 100, 1),
+             {hook_answers(3)}});
+    collect({"session add without a connection", nothing, request::session_of(1, 100)});
+    collect({"session removal", connected, remove_session});
+    collect({"session removal again", {}, remove_session});
+    collect({"session removal with all calls failing", connected, remove_session, {all_fail_from(1)}});
+    collect_failures({"unbind part", connected, [] { return zel_l2tp_session_modify_unbind_part(1, 100); }}, 1);
+    collect_failures({"bind part", unbound, [] { return bind_part(1, 100, 1); }}, 2);
+
+    collect({"modify", connected, move_typed});
+    for (uint32_t n = 1; n <= 12; ++n)
+        collect({"modify with failing call " + std::to_string(n), connected, move_typed, {fails(n)}});
+    for (const uint32_t n : {14u, 17u, 18u})
+        collect({"modify with failing calls 9 and " + std::to_string(n), connected, move_to(2), {fails(9), fails(n)}});
+    collect({"modify with a hook's 2, which is no fallback",
+             connected,
+             move_typed,
+             {{.call = session_type_hook, .every = true, .status = 2}}});
+    collect({"modify with a session twice", connected, [] { return move(2, {100, 100}); }});
+    collect({"modify to the same peer", connected, move_to(1)});
+
+    // What connections share is made by the first and taken by the last.
+    collect({"second connection that shares", only_connected, request::connect(2, 1)});
+    collect({"third connection, to another peer", {}, request::connect(3, 2)});
+    auto other_vrf = request::connect(4, 1);
+    other_vrf.cfg.vrf_id = 1;
+    collect({"fourth connection, in another routing instance", {}, other_vrf});
+    collect({"modify to the same peer, which is shared", {}, [] { return move(1, {}); }});
+    collect({"modify from a shared peer to another", {}, [] { return move(2, {}); }});
+    collect({"modify from a shared peer to a new one", {}, [] { return move(3, {}); }});
+    collect({"modify to a shared peer, which falls back to another", {}, [] { return move(2, {}); }, {fails(5)}});
+    collect({"removal of one of two", {}, remove_1});
+    collect({"removal of the last", {}, remove_2});
+
+    // An add that fails before its bind takes the binding from under the other.
+    collect({"second connection whose flow fails", only_connected, request::connect(2, 1), {fails(1)}});
+    collect({"second connection, which binds again", {}, request::connect(2, 1)});
+    collect({"second connection goes", {}, remove_2});
+    collect({"first connection goes, whose binding went before", {}, remove_1});
+    collect({"removal of a connection that is not there", {}, remove_1});
+    // A table of associations that is full; connections that share still fit.
+    const auto full = [] {
+        for (uint8_t id = 0; id < 48; ++id)
+            EXPECT_EQ(request::connect(id, id)(), 0u);
+    };
+    collect({"49th peer", full, request::connect(48, 48)});
+    collect({"49th peer, whose association stays", {}, request::connect(48, 48), {fails(2)}});
+    collect({"49th connection", {}, request::connect(48, 1)});
+
+    // A session keeps all bits of its DSCP, which this data plane would refuse.
+    const auto with_wide_dscp = [] {
+        others.on_bound = [](uint32_t) { return 0; };
+        EXPECT_EQ(request::connect(1, 1)(), 0u);
+        EXPECT_EQ((request::session_add{.dscp = 0xEE, .pcep = 5, .connection = 1, .id = 100})(), 0u);
+    };
+    collect({"bind part of a session with a wide DSCP", with_wide_dscp, [] { return bind_part(1, 100, 0); }});
+    expect_collected("l2tp_rows.txt");
+}
+
+TEST_F(l2tp, records_byte_for_byte)
+{
+    const auto collect_with = [this](const std::string &what, const auto &entry) {
+        collect(what + "; table entry" + dump(&entry, sizeof entry));
+    };
+    auto connection = request::connect(1, 7, 1);
+    std::memcpy(connection.cfg.local_addr + 4, " not read", 9);
+    connection.cfg.vrf_id = 0x01020304;
+    EXPECT_EQ(connection(), 0u);
+    collect_with("control connection add", l2tp_control_table[1]);
+    auto session = request::session_of(1, 101, 1);
+    session.crc = 2;
+    session.rat_session = 0x112345; // of which 20 bits count
+    others.capabilities = {0x112345, 5, {}};
+    zel_core_ic_ovlin_capabilities_get(&ovlin_capabilities);
+    EXPECT_EQ(session(), 0u);
+    collect_with("session add", l2tp_session_table[53]);
+    EXPECT_EQ(request::session_of(1, 48)(), 0u);
+    collect_with("session add without CRC", l2tp_session_table[0]);
+    EXPECT_EQ(move(9, {101, 48}), 0u);
+    collect_with("control connection modify", l2tp_control_table[1]);
     EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 101), 0u);
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 48), 0u);
-    collect("both sessions are removed");
+    collect_with("session removal", l2tp_session_table[53]);
     EXPECT_EQ(remove(1), 0u);
-    EXPECT_EQ(remove(2), 0u);
-    collect("both control connections are removed");
-    EXPECT_EQ(remove(3), 0u);
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 336), 0u);
-    collect("what was never there is removed");
-    EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
-    expect_collected("l2tp_lives.txt");
+    collect_with("control connection removal", l2tp_control_table[1]);
+    expect_collected("l2tp_records.txt");
 }
 
-TEST_F(l2tp, adds_fail_at_each_call_and_each_undo_too)
+TEST_F(l2tp, before_the_first_start_nothing_is_called)
 {
-    fail_each_call({"control connection add", 7, [] {}, [] { return connect(1); }});
-    fail_each_call({"session add", 5, [] { EXPECT_EQ(connect(1), 0u); }, [] { return add_session(100); }});
-    reset();
-    ASSERT_EQ(connect(2), 0u);
-    record();
-    EXPECT_EQ(add_session(100, 1), 13u);
-    collect("session add without its control connection, which leaves nothing to unbind there");
-    expect_collected("l2tp_faults.txt");
-}
-
-TEST_F(l2tp, a_failed_add_that_shares_takes_the_binding_from_under_the_other)
-{
-    ASSERT_EQ(connect(1), 0u);
-    record({{1, failing}}); // the flow of the second, before it asks for the binding to the interface
-    EXPECT_EQ(connect(2), 13u);
-    EXPECT_EQ(essence(trail()), R"(vok_l2tpv3_ingress_flow_create fails
-data-plane call failed, l2tp_control_create_l2tp_ingress_flow
-vok_unbind #-3 -> #-4
-)");
-    EXPECT_EQ(receive(peer_a, 1), VOK_CP_SIM_NOT_BOUND);
-    EXPECT_EQ(send(0x00300001), "7 48");
-    remove(1);
-    EXPECT_NE(trail().find("unbind_flow_needed(): Unexpected unbind: Possible problem with bind and unbind count not "
-                           "matched"),
-              std::string::npos);
-    EXPECT_EQ(connect(1), 0u);
-    EXPECT_EQ(receive(peer_a, 1), VOK_CP_SIM_FORWARDED);
-}
-
-TEST_F(l2tp, a_full_association_table)
-{
-    for (uint32_t id = 0; id < 48; ++id)
-        ASSERT_EQ(connect(id, static_cast<uint8_t>(100 + id)), 0u);
-    const std::string data_plane_before = data_plane();
-    for (const bool delete_fails : {false, true}) {
-        record(delete_fails ? std::map<int, vok_cp_sim_answer_t>{{2, failing}} : std::map<int, vok_cp_sim_answer_t>{});
-        EXPECT_EQ(connect(48, peer_a), 13u);
-        EXPECT_TRUE(is_free(48));
-        const std::string all = trail();
-        EXPECT_NE(
-            all.find("tn_zel_term:ERROR zel_l2tp_control_connection L2TP_CONTROL_CONNECTION save_new_ip_association(): "
-                     "Cannot add a new control connection in array as max connection limit has reached: 48\n"
-                     "tn_zel_term:API_CALL zel_l2tp_control_connection L2TP_CONTROL_CONNECTION "
-                     "l2tp_control_create_ipv4_ingress_association(): tn_ovlin_session_id=48: "
-                     "vok_ip_ingress_association_delete\nvok_ip_ingress_association_delete #1"),
-            std::string::npos);
-        stop_recording();
-        EXPECT_EQ(data_plane() == data_plane_before, !delete_fails);
-    }
-    EXPECT_EQ(connect(48, 100), 0u); // one that shares still can
+    const std::pair expected(std::vector<uint32_t>{13, 0, 13, 3, 0, 13, 13}, std::size_t{0});
+    EXPECT_EQ(before_the_first_start, expected); // the limit of session ids is still 0
 }
 
 TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
 {
-    auto cfg = configuration(peer_a);
-    uint32_t session = 100;
-    const auto modify = [&](uint32_t id) {
-        return zel_core_term_l2tp_control_connection_modify(id, &session, 1, &cfg, 3, 11, 0, 0, cfg.remote_addr, 0);
-    };
-    const struct {
-        const char *name;
-        std::function<uint32_t(uint32_t connection, uint32_t session)> call;
-        bool of_session, is_removal;
-    } operations[] = {
-        {"zel_core_term_l2tp_control_connection_add", [](uint32_t c, uint32_t) { return connect(c); }, false, false},
-        {"zel_core_term_l2tp_control_connection_rem", [](uint32_t c, uint32_t) { return remove(c); }, false, true},
-        {"zel_core_term_l2tp_control_connection_modify", [&](uint32_t c, uint32_t) { return modify(c); }, false, false},
-        {"zel_core_term_l2tp_session_add", [](uint32_t c, uint32_t s) { return add_session(s, c); }, true, false},
-        {"zel_core_term_l2tp_session_rem", zel_core_term_l2tp_session_rem, true, true},
-        {"zel_l2tp_session_modify_unbind_part", zel_l2tp_session_modify_unbind_part, true, false},
-        {"zel_l2tp_session_modify_bind_part",
-         [](uint32_t c, uint32_t s) { return zel_l2tp_session_modify_bind_part(c, s, 3, 0); }, true, false},
-    };
-    const std::string range = "identifier or argument out of range, ", failed = "data-plane call failed, ";
-    record();
+    const std::string out_of_range = "identifier or argument out of range, ";
     for (const bool stopped : {false, true}) {
-        if (stopped) {
-            ASSERT_EQ(zel_l2tp_stop(), 0u);
-            trail();
-        }
-        for (const auto &operation : operations) {
-            const auto expect = [&](uint32_t connection, uint32_t s, uint32_t result, const std::string &text) {
-                SCOPED_TRACE(operation.name + " "s + std::to_string(connection) + " " + std::to_string(s));
-                EXPECT_EQ(operation.call(connection, s), operation.is_removal ? 0 : result);
-                std::string all = trail();
-                EXPECT_EQ(essence(all), text + "\n");
-                EXPECT_EQ(all.find(":FN_EXIT") != std::string::npos, all.find(":FN_ENTER") != std::string::npos);
-                EXPECT_EQ(all.find(":API_CALL"), std::string::npos);
-                EXPECT_NE(all.find(" GENERAL "s + operation.name), std::string::npos);
+        if (stopped)
+            zel_l2tp_stop();
+        for (const auto &[name, call, of_session, is_removal] : operations) {
+            const auto expect = [&](uint32_t connection, uint32_t session, uint32_t result, const std::string &text) {
+                look();
+                EXPECT_EQ(call(connection, session), is_removal ? 0 : result);
+                EXPECT_EQ(look().calls, "["s + name + "(): " + text + "]");
             };
-            if (operation.of_session) {
-                expect(49, 47, 3, range + "tn_ovlin_session_id_control_conn out-of-range");
-                expect(48, 47, 3, range + "tn_ovlin_session_id_session out-of-range");
-                expect(48, 337, 3, range + "tn_ovlin_session_id_session out-of-range");
+            if (of_session) {
+                expect(49, 47, 3, out_of_range + "tn_ovlin_session_id_control_conn out-of-range");
+                expect(48, 47, 3, out_of_range + "tn_ovlin_session_id_session out-of-range");
+                expect(48, 337, 3, out_of_range + "tn_ovlin_session_id_session out-of-range");
             } else {
-                expect(49, 0, 3, range + "tn_ovlin_session_id out-of-range");
+                expect(49, 100, 3, out_of_range + "tn_ovlin_session_id out-of-range");
             }
             if (stopped)
-                expect(48, 336, 13, failed + "not started");
+                expect(48, 336, 13, "not started");
         }
     }
-    EXPECT_EQ(data_plane(), "0 objects, 0 bindings");
+    EXPECT_EQ(data_plane::now().counts(), "0 objects, 0 bindings");
 
     ASSERT_EQ(zel_l2tp_start(), 0u);
-    ASSERT_EQ(connect(48), 0u); // the last of each
-    ASSERT_EQ(add_session(336, 48), 0u);
-    trail();
+    ASSERT_EQ(request::connect(48, 1)(), 0u); // the last of each
+    ASSERT_EQ(request::session_of(48, 336)(), 0u);
     for (uint64_t l2tp_control_entry::*handle :
          {&l2tp_control_entry::l2tp_ingress_flow_handle, &l2tp_control_entry::ipv4_ingress_association_handle,
           &l2tp_control_entry::ipv4_egress_association_handle}) {
         l2tp_control_table[47] = {};
         l2tp_control_table[47].*handle = 1; // any one of them
-        EXPECT_EQ(connect(47), 5u);
-        EXPECT_EQ(essence(trail()), "session id already in use, (tn_ovlin_session_id)\n");
+        look();
+        EXPECT_EQ(request::connect(47, 1)(), 5u);
+        EXPECT_EQ(look().calls, "[zel_core_term_l2tp_control_connection_add(): session id already in use, "
+                                "(tn_ovlin_session_id)]");
     }
-    ASSERT_EQ(zel_l2tp_stop(), 0u); // forgets them, but not the interface
-    ASSERT_EQ(zel_l2tp_start(), 0u);
-    EXPECT_TRUE(is_free(48) && is_free_session(336));
-    trail();
-    ASSERT_EQ(connect(1), 0u);
-    EXPECT_EQ(trail().find("vok_l2tpv3_ingress_interface_add\n"), std::string::npos);
+    ASSERT_EQ(zel_l2tp_stop() + zel_l2tp_start(), 0u); // forgets them, but not the interface
+    EXPECT_TRUE(is_free(l2tp_control_table) && is_free(l2tp_session_table));
+    look();
+    EXPECT_EQ(request::connect(1, 1)(), 0u);
+    EXPECT_TRUE(look().calls.starts_with("+ip_ingress"));
 }
 
 TEST_F(l2tp, adds_check_their_limits_in_order)
 {
-    interposed.capabilities = {1000, 20, {}};
-    ASSERT_EQ(zel_core_term_start(), 0u);
-    auto cfg = configuration(peer_a);
-    record();
-    const auto expect = [this](uint32_t result, const char *text) {
+    others.capabilities = {1000, 20, {}};
+    restart();
+    const auto expect = [this](uint32_t result, const char *wrong) {
         EXPECT_EQ(result, 3u);
-        EXPECT_EQ(essence(trail()), "identifier or argument out of range, "s + text + " out-of-range\n");
+        const std::string report = look().calls;
+        EXPECT_TRUE(report.ends_with("(): identifier or argument out of range, "s + wrong + " out-of-range]"))
+            << report;
     };
-    const auto connection = [&](uint32_t pcep, uint32_t rat) {
-        return zel_core_term_l2tp_control_connection_add(49, &cfg, 1, pcep, rat, 0, 0);
+    const auto connection = [](uint32_t pcep, uint32_t rat_session) {
+        return request::connection_add{.id = 49, .pcep = pcep, .rat_session = rat_session}();
     };
     expect(connection(21, 1001), "rat_ovlin_session_id");
     expect(connection(21, 1000), "tn_pcep");
     expect(connection(20, 1000), "tn_ovlin_session_id");
-    const auto session = [&](uint32_t pcep, uint32_t rat, uint32_t control_connection, uint32_t id) {
-        return zel_core_term_l2tp_session_add(0, 0, pcep, rat, 1, control_connection, id, 0);
+    const auto session = [](uint32_t pcep, uint32_t rat_session, uint32_t c, uint32_t id) {
+        return request::session_add{.pcep = pcep, .rat_session = rat_session, .connection = c, .id = id}();
     };
     expect(session(21, 1001, 1001, 1001), "rat_ovlin_session_id");
     expect(session(21, 1000, 1001, 1001), "tn_ovlin_session_id_control_conn");
@@ -273,37 +257,36 @@ TEST_F(l2tp, adds_check_their_limits_in_order)
     expect(session(20, 1000, 1000, 1000), "tn_ovlin_session_id_control_conn");
 }
 
-TEST_F(l2tp, a_modify_that_falls_back_says_nothing_of_its_own)
+TEST_F(l2tp, a_modify_that_falls_back_writes_four_bytes)
 {
-    ASSERT_EQ(connect(1), 0u);
-    ASSERT_EQ(add_session(100), 0u);
-    record({{9, failing}});
-    EXPECT_EQ(move(peer_b, {100}), 2u);
-    const std::string all = trail();
-    EXPECT_EQ(all.find(" GENERAL zel_core_term_l2tp_control_connection_modify()"), std::string::npos);
-    EXPECT_NE(all.find("GENERAL add_control_connection_for_modify(): data-plane call failed, "
-                       "l2tp_control_bind_ovlin_to_ipv4\n"),
-              std::string::npos);
-
-    // The same without sessions, failing for good.
-    reset();
-    ASSERT_EQ(connect(1), 0u);
-    record({{8, failing}, {12, failing}, {13, failing}});
-    EXPECT_EQ(move(peer_b, {}), 13u);
-    EXPECT_NE(trail().find("GENERAL zel_core_term_l2tp_control_connection_modify(): data-plane call failed, "
-                           "add_control_connection_for_modify\n"),
-              std::string::npos);
-    EXPECT_TRUE(is_free(1));
+    connected();
+    auto moved = request::move(1, 2, {100});
+    auto written = moved.cfg, expected = request::to_peer(1);
+    for (uint8_t *untouched : {moved.cfg.remote_addr, expected.remote_addr})
+        std::memset(untouched + 4, 0xEE, 12);
+    others.failing.add({.call = "vok_ip_egress_association_create", .status = VOK_CP_SIM_INJECTED});
+    EXPECT_EQ(moved(written), 2u);
+    EXPECT_EQ(std::memcmp(&written, &expected, sizeof written), 0);
 }
 
-TEST_F(l2tp, a_2_of_the_hook_is_a_failure_and_not_the_fallback_of_a_modify)
+TEST_F(l2tp, a_modify_moves_all_sessions_in_their_order)
 {
-    ASSERT_EQ(connect(1), 0u);
-    ASSERT_EQ(add_session(100), 0u);
-    interposed.session_type_result = 2;
-    EXPECT_EQ(move(peer_b, {100}, 1), 2u);
-    EXPECT_TRUE(is_free(1) && is_free_session(100));
-    EXPECT_EQ(data_plane(), "1 objects, 0 bindings");
+    ASSERT_EQ(request::connect(1, 1)(), 0u);
+    std::vector<uint32_t> sessions;
+    std::string unbinds, binds;
+    for (uint32_t id = 336; id >= 48; --id) {
+        ASSERT_EQ(request::session_of(1, id)(), 0u);
+        const std::string egress_flow = std::to_string(6 + 2 * sessions.size());
+        sessions.push_back(id);
+        unbinds += "unbind " + egress_flow + " -> 4, ";
+        binds += ", bind " + egress_flow + " -> 584 dscp 46";
+    }
+    look();
+    EXPECT_EQ(move(2, sessions), 0u);
+    EXPECT_EQ(look().calls, unbinds +
+                                "unbind 0x00300001 -> 4, -ip_egress 4, unbind 2 -> 1, -ip_ingress 2, "
+                                "+ip_ingress 583, bind 583 -> 1, +ip_egress 584, bind 0x00300001 -> 584 dscp 40" +
+                                binds);
 }
 
 } // namespace

@@ -9,7 +9,7 @@
 #include "vok_cp_sim.h"
 
 struct fault {
-    std::string call;         ///< the function; empty: any
+    std::string call{};       ///< the function; empty: any
     std::uint32_t nth = 1;    ///< it acts on the n-th call from now ...
     bool every = false;       ///< ... and on every one after it
     std::uint32_t status = 0; ///< that the call fails with; 0: it is not made to fail
