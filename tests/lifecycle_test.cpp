@@ -1,6 +1,4 @@
 // Start, stop, and what the library offers beside sessions and connections.
-#include <dlfcn.h>
-
 #include <cstring>
 
 #include "library_test.h"

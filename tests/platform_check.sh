@@ -12,17 +12,32 @@ refused() { # LINE COMMAND...
         fail "${*:2} does not say '$1': $(cat "$temporary/log")"
 }
 
-# The platform: its data plane has a version, its other libraries do not even have a SONAME.
+# The platform: the stand-ins, behind headers as another maker would write them. Its data plane, which says what it is
+# asked for, has a version; its other libraries do not even have a SONAME.
 platform="$temporary/their platform"
-mkdir -p "$platform/lib"
-cp -r "$project/tests/foreign_platform/include" "$platform"
-sources=$project/tests/foreign_platform
-cc=(gcc -std=c11 -Wall -Wextra -Werror -shared -fPIC -I"$platform/include")
-quietly "${cc[@]}" "$sources/vok_cp.c" -Wl,-soname,libvok_cp.so.3 -o "$platform/lib/libvok_cp.so.3.1"
+stand_ins=$project/platform/stand_ins
+mkdir -p "$platform"/{lib,include}
+for header in "$project"/platform/include/*.h; do
+    sed -E 's/const (vok_|void|char)/\1/g # nothing is const
+        s/^uint32_t (vok_)/int32_t \1/; s/uint32_t status\)/int32_t status)/ # statuses have a sign
+        s/(vok_syshandle_get\()uint32_t first, uint32_t/\1uint64_t first, uint64_t/
+        s/^uint32_t (zel_fmt_ipv)/void \1/
+        s/vok_ip[a-z0-9_]*_stats \*/void */ # what a function takes has other names, or none
+        s/vok_l2tpv3_ingress_interface_record \*/uint32_t */; s/vok_l2tpv3_egress_flow_record \*/uint64_t */
+        s/vok_l2tpv3_ingress_flow_record/their_flow/
+        s/uint8_t (src|dst)Addr\[16\]/uint32_t \1Addr[4]/; s/uint8_t reserved_08\[8\]/uint64_t others/' \
+        "$header" >"$platform/include/${header##*/}"
+    ! cmp -s "$header" "$platform/include/${header##*/}" || [[ $header == */zel_init.h ]] || fail "$header is theirs too"
+done
+sed -E 's/answer\(void\)/answer(const char *operation)/; s/answer\(\)/answer(__func__)/; s/\+\+calls;/puts(operation);/
+    s/\(void\)instance, \(void\)record;/printf("%#x %lu -> %#x %lu: ", record->srcFlowID, record->srcFlowHandle,\
+        record->dstFlowID, record->destFlowHandle);/' "$stand_ins/null_vok_cp.c" >"$temporary/vok_cp.c"
+cc=(gcc -std=c11 -shared -fPIC -include stdio.h -I"$project/platform/include" -I"$stand_ins/include")
+quietly "${cc[@]}" "$temporary/vok_cp.c" -Wl,-soname,libvok_cp.so.3 -o "$platform/lib/libvok_cp.so.3.1"
 ln -s libvok_cp.so.3.1 "$platform/lib/libvok_cp.so.3"
 ln -s libvok_cp.so.3 "$platform/lib/libvok_cp.so"
 for library in zel_init zel_core_ic kiv_util zel_fmt; do
-    quietly "${cc[@]}" -D "$library" "$sources/others.c" -o "$platform/lib/lib$library.so"
+    quietly "${cc[@]}" "$stand_ins/$library.c" -o "$platform/lib/lib$library.so"
 done
 
 # The library alone looks for nothing but the tracer.
@@ -56,15 +71,15 @@ example=$project/examples/add_session.c
 calls() { # FOLDER: how the example runs with the libraries of the folder
     diff -u --label expected --label actual - \
         <(LD_LIBRARY_PATH="$1:$platform/lib" "$temporary/example" 2>&1) <<'LINES' ||
-vok_ip_ingress_association_create: 71
-vok_ip_egress_association_create: 72
-vok_bind 1: 0x100001 0 -> 0 72
-vok_bind 1: 0 71 -> 0x200005 0
+vok_ip_ingress_association_create
+vok_ip_egress_association_create
+0x100001 0 -> 0 2: vok_bind
+0 1 -> 0x200005 0: vok_bind
 add: 0
-vok_unbind 1: 0 71 -> 0x200005 0
-vok_unbind 1: 0x100001 0 -> 0 72
-vok_ip_ingress_association_delete: 71
-vok_ip_egress_association_delete: 72
+0 1 -> 0x200005 0: vok_unbind
+0x100001 0 -> 0 2: vok_unbind
+vok_ip_ingress_association_delete
+vok_ip_egress_association_delete
 LINES
         fail "the example over another data plane"
 }
@@ -109,26 +124,25 @@ quietly cmake --install "$temporary/parent/build" --prefix "$temporary/parent/in
 # A platform that differs from what the library fills and calls.
 differs() { # HEADER CHANGE MESSAGE
     rm -rf "$temporary/changed"
-    cp -r "$project/tests/foreign_platform/include" "$temporary/changed"
+    cp -r "$platform/include" "$temporary/changed"
     sed -i "$2" "$temporary/changed/$1"
-    ! cmp -s "$temporary/changed/$1" "$project/tests/foreign_platform/include/$1" || fail "'$2' changes nothing"
+    ! cmp -s "$temporary/changed/$1" "$platform/include/$1" || fail "'$2' changes nothing"
     refused "$3" g++ -std=c++20 -fsyntax-only -I"$temporary/changed" -I"$project/src" -I"$project/include" \
         -x c++ "$project/src/term/platform.h"
 }
-differs vok_cp.h 's/dstAddr, dstPrefixLen, srcAddr, srcPrefixLen/srcAddr, srcPrefixLen, dstAddr, dstPrefixLen/' \
+differs vok_cp.h '/struct vok_ip_ingress_record/,/^}/ { s/dstAddr/other/; s/srcAddr/dstAddr/; s/other/srcAddr/ }' \
     'vok_ip_ingress_record.dstAddr lies at another offset'
-differs vok_cp.h 's/pad40\[20\]/pad40[16]/' 'vok_bind_record.param54 lies at another offset'
-differs vok_cp.h 's/pad55\[91\]/pad55[87]/' 'vok_ipv6_ingress_record has another size'
-differs vok_cp.h 's/uint16_t mtu, srcPort, dstPort/uint8_t mtu, pad35; uint16_t srcPort, dstPort/' \
-    'vok_ipv6_egress_record.mtu has another width'
-differs vok_cp.h 's/vok_unbind(uint64_t, /vok_unbind(uint32_t, /' 'vok_unbind has other parameters or another result'
-differs vok_cp.h 's/uint32_t id;/uint64_t id, more;/' 'vok_l2tpv3_ingress_flow_create has other parameters'
+differs vok_cp.h 's/reserved_40\[20\]/reserved_40[16]/' 'vok_bind_record.param54 lies at another offset'
+differs vok_cp.h 's/reserved_55\[91\]/reserved_55[87]/' 'vok_ipv6_ingress_record has another size'
+differs vok_cp.h 's/uint16_t mtu;/uint8_t mtu, other;/' 'vok_ipv6_egress_record.mtu has another width'
+differs vok_cp.h 's/vok_unbind(uint64_t /vok_unbind(uint32_t /' 'vok_unbind has other parameters or another result'
+differs vok_cp.h 's/uint32_t identifier;/uint64_t identifier, more;/' 'vok_l2tpv3_ingress_flow_create has other parameters'
 differs vok_cp.h 's/int32_t vok_bind(/int64_t vok_bind(/' 'vok_bind has other parameters or another result'
-differs vok_cp.h 's/vok_bind(uint64_t, vok_bind_record/vok_bind(uint64_t, vok_ip_egress_record/' 'vok_bind has'
-differs vok_cp.h 's/\(_interface_add(uint64_t, uint32_t \*\), uint64_t/\1, const uint64_t/' \
+differs vok_cp.h 's/vok_bind(uint64_t instance, vok_bind/vok_bind(uint64_t instance, vok_ip_egress/' 'vok_bind has'
+differs vok_cp.h '/_interface_add(/,/;/ s/uint64_t \*handle/const &/' \
     'vok_l2tpv3_ingress_interface_add has other parameters'
 differs vok_cp.h 's/vok_sys_status_get(uint64_t/vok_sys_status_get(uint32_t/' 'vok_sys_status_get has other parameters'
-differs zel_init.h 's/others_1\[9\]/others_1[8]/' 'zel_handles_t has another size'
+differs zel_init.h 's/reserved_01\[9\]/reserved_01[8]/' 'zel_handles_t has another size'
 
 # What cannot be built is refused with a line that says what to do.
 configure() { refused "$1" cmake -S "$project" -B "$temporary/refused" --fresh "${@:2}"; }

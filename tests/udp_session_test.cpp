@@ -1,4 +1,7 @@
 // UDP sessions: their calls, reports and undo, their records, what they refuse.
+#include <dlfcn.h>
+
+#include <algorithm>
 #include <cstring>
 
 #include "library_test.h"
@@ -43,6 +46,14 @@ TEST_F(udp_session, rows)
 
     collect_failures({"add over IPv4", nothing, add(4, 0x80)}, 5);
     collect_failures({"add over IPv6", nothing, add(6, 0x80)}, 2);
+    // Any bit of the flag counts, also for a caller that knows it as a number.
+    const auto add_by_number = [] {
+        void *const function = dlsym(RTLD_DEFAULT, "zel_core_term_udp_session_add");
+        using by_number = uint32_t(uint32_t, const void *, uint32_t, uint32_t, uint32_t, uint8_t, uint8_t);
+        const zel_core_term_udp_session_cfg_t cfg = add(4).cfg;
+        return reinterpret_cast<by_number *>(function)(1, &cfg, 1, 2, 5, 46, 0x80);
+    };
+    collect({"add with another bit of the flag", nothing, add_by_number});
     collect({"add whose undo fails over IPv4", nothing, add(4), {all_fail_from(4)}});
     collect({"add whose undo fails over IPv6", nothing, add(6), {all_fail_from(4)}});
     collect({"add whose create fails after it took effect", nothing, add(6), {after_effect}});
@@ -94,9 +105,9 @@ TEST_F(udp_session, records_byte_for_byte)
             ASSERT_EQ(modify_ttl() + modify_pmtu(), 0u);
             collect("modify ttl: 0; modify pmtu: 132352, of which the data plane gets 1280");
         }
-        ASSERT_EQ(disconnect() + release(), 0u);
-        collect("disconnect and release");
     }
+    ASSERT_EQ(disconnect() + release(), 0u);
+    collect("disconnect and release");
     expect_collected("udp_records.txt");
 }
 
@@ -166,43 +177,37 @@ TEST_F(udp_session, adds_are_rejected_in_an_order)
 
 TEST_F(udp_session, operations_refuse_what_is_no_session)
 {
-    zel_core_term_udp_session_cfg_t cfg;
-    zel_udp_session_ipv4_stats_t v4, zero{};
-    zel_udp_session_ipv6_stats_t v6, untouched;
-    std::memset(&untouched, 0xAB, sizeof untouched);
-    char text[4];
-    const struct {
-        const char *name;
-        std::function<uint32_t(uint32_t)> call;
-    } operations[] = {
-        {"zel_core_term_udp_session_cfg_get", [&](uint32_t id) { return zel_core_term_udp_session_cfg_get(id, &cfg); }},
-        {"zel_core_term_udp_session_modify_pmtu",
-         [](uint32_t id) { return zel_core_term_udp_session_modify_pmtu(id, 1); }},
-        {"zel_core_term_udp_session_modify_ttl",
-         [](uint32_t id) { return zel_core_term_udp_session_modify_ttl(id, 1); }},
-        {"zel_core_term_udp_session_disconnect", zel_core_term_udp_session_disconnect},
-        {"zel_core_term_udp_session_release", zel_core_term_udp_session_release},
-        {"zel_udp_session_get_stats", [&](uint32_t id) { return zel_udp_session_get_stats(id, &v4); }},
-        {"zel_ipv6_udp_session_get_stats", [&](uint32_t id) { return zel_ipv6_udp_session_get_stats(id, &v6); }},
-        {"zel_core_term_udp_session_fmt_stats_get",
-         [&](uint32_t id) { return zel_core_term_udp_session_fmt_stats_get(id, text, sizeof text, 0); }},
+    const char *const names[] = {
+        "zel_core_term_udp_session_cfg_get",    "zel_core_term_udp_session_modify_pmtu",
+        "zel_core_term_udp_session_modify_ttl", "zel_core_term_udp_session_disconnect",
+        "zel_core_term_udp_session_release",    "zel_udp_session_get_stats",
+        "zel_ipv6_udp_session_get_stats",       "zel_core_term_udp_session_fmt_stats_get",
     };
-    for (const auto &[name, call] : operations) {
-        for (const uint32_t id : {0u, 1u, 70000u, 70001u, UINT32_MAX}) {
-            std::memset(&v4, 0xAB, sizeof v4);
-            std::memset(&v6, 0xAB, sizeof v6);
-            std::memset(text, 'x', sizeof text);
-            const bool in_range = id == 1 || id == 70000;
-            EXPECT_EQ(call(id), in_range ? 4u : 3u);
-            EXPECT_EQ(look().lines, "tn_zel_init:EXCEPTION zel_udp_session GENERAL "s + name + "(): " +
-                                        (in_range ? "session is free" : "identifier or argument out of range") +
-                                        ", (udp_session_id)\n");
-            // The IPv4 counters are cleared before any check, the text emptied, the IPv6 counters left alone.
-            EXPECT_EQ(std::memcmp(&v4, &zero, sizeof v4) == 0, name == "zel_udp_session_get_stats"s);
-            EXPECT_EQ(std::memcmp(&v6, &untouched, sizeof v6), 0);
-            EXPECT_EQ(text[0] == '\0', name == "zel_core_term_udp_session_fmt_stats_get"s);
-            EXPECT_EQ(text[1], 'x');
-        }
+    for (const uint32_t id : {0u, 1u, 70000u, 70001u, UINT32_MAX}) {
+        zel_core_term_udp_session_cfg_t cfg;
+        zel_udp_session_ipv4_stats_t v4, cleared{};
+        zel_udp_session_ipv6_stats_t v6, untouched;
+        std::memset(&v4, 0xAB, sizeof v4);
+        std::memset(&v6, 0xAB, sizeof v6);
+        std::memset(&untouched, 0xAB, sizeof untouched);
+        char text[] = "text";
+        const uint32_t results[] = {
+            zel_core_term_udp_session_cfg_get(id, &cfg), zel_core_term_udp_session_modify_pmtu(id, 1),
+            zel_core_term_udp_session_modify_ttl(id, 1), zel_core_term_udp_session_disconnect(id),
+            zel_core_term_udp_session_release(id),       zel_udp_session_get_stats(id, &v4),
+            zel_ipv6_udp_session_get_stats(id, &v6),     zel_core_term_udp_session_fmt_stats_get(id, text, 4, 0),
+        };
+        const bool in_range = id == 1 || id == 70000;
+        std::string reports;
+        for (const char *name : names)
+            reports += "tn_zel_init:EXCEPTION zel_udp_session GENERAL "s + name +
+                       "(): " + (in_range ? "session is free" : "identifier or argument out of range") +
+                       ", (udp_session_id)\n";
+        EXPECT_EQ(std::ranges::count(results, in_range ? 4u : 3u), 8);
+        EXPECT_EQ(look().lines, reports);
+        EXPECT_EQ(std::memcmp(&v4, &cleared, sizeof v4), 0);
+        EXPECT_EQ(std::memcmp(&v6, &untouched, sizeof v6), 0);
+        EXPECT_EQ(std::string(text, 4), std::string("\0ext", 4));
     }
 }
 
