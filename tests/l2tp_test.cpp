@@ -135,6 +135,7 @@ TEST_F(l2tp, rows)
     collect({"modify to a shared peer, which falls back to another", {}, [] { return move(2, {}); }, {fails(5)}});
     collect({"removal of one of two", {}, remove_1});
     collect({"removal of the last", {}, remove_2});
+    collect({"removal in the other routing instance", {}, [] { return remove(4); }});
 
     // An add that fails before its bind takes the binding from under the other.
     collect({"second connection whose flow fails", only_connected, request::connect(2, 1), {fails(1)}});
@@ -201,13 +202,13 @@ TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
     for (const bool stopped : {false, true}) {
         if (stopped)
             zel_l2tp_stop();
-        for (const auto &[name, call, of_session, is_removal] : operations) {
+        for (const auto &operation : operations) {
             const auto expect = [&](uint32_t connection, uint32_t session, uint32_t result, const std::string &text) {
                 look();
-                EXPECT_EQ(call(connection, session), is_removal ? 0 : result);
-                EXPECT_EQ(look().calls, "["s + name + "(): " + text + "]");
+                EXPECT_EQ(operation.call(connection, session), operation.is_removal ? 0 : result);
+                EXPECT_EQ(look().calls, "["s + operation.name + "(): " + text + "]");
             };
-            if (of_session) {
+            if (operation.of_session) {
                 expect(49, 47, 3, out_of_range + "tn_ovlin_session_id_control_conn out-of-range");
                 expect(48, 47, 3, out_of_range + "tn_ovlin_session_id_session out-of-range");
                 expect(48, 337, 3, out_of_range + "tn_ovlin_session_id_session out-of-range");
@@ -218,7 +219,7 @@ TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
                 expect(48, 336, 13, "not started");
         }
     }
-    EXPECT_EQ(data_plane::now().counts(), "0 objects, 0 bindings");
+    EXPECT_EQ(counts_now(), "0 objects, 0 bindings");
 
     ASSERT_EQ(zel_l2tp_start(), 0u);
     ASSERT_EQ(request::connect(48, 1)(), 0u); // the last of each

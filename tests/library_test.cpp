@@ -170,7 +170,7 @@ void library_test::on_event(const trace_event &event)
         message = found.prefix().str() + "#" + number(std::stoull(found.str(), nullptr, 16)) + found.suffix().str();
     if (event.category == "SESSION_API_DELAY") {
         // A preempted call can truly be slow; such a warning is seen only where it is asked for.
-        static const std::regex times("delay=(\\d+),start_time=(\\d+), end_time=(\\d+), detected for (.*), continue.*");
+        static const std::regex times(R"(delay=(\d+),start_time=(\d+), end_time=(\d+), detected for (.*), continue)");
         std::smatch found;
         ASSERT_TRUE(std::regex_search(message, found, times)) << message;
         const uint64_t delay = std::stoull(found[1]), start = std::stoull(found[2]), end = std::stoull(found[3]);
@@ -205,8 +205,7 @@ void library_test::collect(const row &r)
         others.failing.add(f);
     const uint32_t result = r.run();
     others.failing.clear();
-    collected_ +=
-        r.what + ": " + std::to_string(result) + ", " + data_plane::now().counts() + ": " + look().calls + "\n";
+    collected_ += r.what + ": " + std::to_string(result) + ", " + counts_now() + ": " + look().calls + "\n";
 }
 
 void library_test::collect_failures(row r, uint32_t call_count)

@@ -31,8 +31,8 @@ TEST_F(lifecycle, start_and_stop_with_each_step_failing)
     EXPECT_EQ(zel_handles, nullptr);
     collect({"start, L2TP without capabilities", {}, start, fails_once("zel_core_ic_ovlin_capabilities_get", 2, 2)});
     EXPECT_EQ(zel_handles, zel_getHandles());
-    EXPECT_EQ(data_plane::now().counts(), "2 objects, 2 bindings"); // a start forgets the session, not its objects
-    EXPECT_EQ(request::udp(70000, 4)(), 3u);                        // and reads the capabilities again
+    EXPECT_EQ(counts_now(), "2 objects, 2 bindings"); // a start forgets the session, not its objects
+    EXPECT_EQ(request::udp(70000, 4)(), 3u);          // and reads the capabilities again
 
     others.capabilities = {};
     restart();
