@@ -70,11 +70,6 @@ protected:
         EXPECT_EQ(request::connect(1, 1)(), 0u);
         EXPECT_EQ(request::session_of(1, 100)(), 0u);
     }
-    template <typename Entry> static bool is_free(const Entry &entry)
-    {
-        static const Entry free{};
-        return std::memcmp(&entry, &free, sizeof free) == 0;
-    }
 };
 
 TEST_F(l2tp, rows)
@@ -109,6 +104,8 @@ TEST_F(l2tp, rows)
     collect({"session removal, again", {}, remove_session});
     collect({"session removal with all calls failing", connected, remove_session, {all_fail_from(1)}});
     collect_failures({"unbind part", connected, [] { return zel_l2tp_session_modify_unbind_part(1, 100); }}, 1);
+    collect({"unbind part of no session", only_connected, [] { return zel_l2tp_session_modify_unbind_part(1, 100); }});
+    collect({"bind part of no session", {}, [] { return bind_part(1, 100, 0); }});
     collect_failures({"bind part", unbound, [] { return bind_part(1, 100, 1); }}, 2);
 
     collect({"modify", connected, move_typed});
@@ -235,7 +232,7 @@ TEST_F(l2tp, ids_outside_the_tables_and_a_stopped_library_touch_nothing)
                                 "(tn_ovlin_session_id)]");
     }
     ASSERT_EQ(zel_l2tp_stop() + zel_l2tp_start(), 0u); // forgets them, but not the interface
-    EXPECT_TRUE(is_free(l2tp_control_table) && is_free(l2tp_session_table));
+    EXPECT_EQ(used(l2tp_control_table) + used(l2tp_session_table), 0);
     look();
     EXPECT_EQ(request::connect(1, 1)(), 0u);
     EXPECT_TRUE(look().calls.starts_with("+ip_ingress"));

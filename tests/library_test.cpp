@@ -155,7 +155,8 @@ std::string library_test::dump(const void *bytes, std::size_t size) const
         if (eight == 0)
             continue;
         text += " " + hex(at, 2) + ":";
-        text += numbers_.contains(eight) ? "#" + number(eight) : hex(__builtin_bswap64(eight), 16);
+        const bool is_handle = at != 0 && numbers_.contains(eight); // the first word can be like one, but is none
+        text += is_handle ? "#" + number(eight) : hex(__builtin_bswap64(eight), 16);
     }
     return text;
 }

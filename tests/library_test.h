@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <optional>
@@ -53,7 +55,16 @@ protected:
         std::vector<fault> faults{};
     };
 
-    /// Collects the result of a row, what it leaves in the data plane, and its calls.
+    /// How many entries of an L2TP table are not all zero.
+    template <typename Entry, std::size_t size> static auto used(const Entry (&table)[size])
+    {
+        return std::ranges::count_if(table, [](const Entry &entry) {
+            static const Entry free{};
+            return std::memcmp(&entry, &free, sizeof free) != 0;
+        });
+    }
+
+    /// Collects the result of a row, what it leaves in the data plane and in the L2TP tables, and its calls.
     void collect(const row &r);
 
     /// Collects the row as it is, and with each of its calls failing. It then succeeds when it is run once more.

@@ -84,6 +84,7 @@ TEST_F(udp_session, rows)
     const uint64_t slow = 30'000'000;
     const fault fails_slowly{.nth = 4, .status = VOK_CP_SIM_INJECTED, .ticks = slow};
     collect({"add with two slow calls, of which one fails", nothing, add(6), {{.ticks = slow}, fails_slowly}});
+    kept_delays.clear();
 
     // The data plane comes back to the caller, which takes or changes the session that is being added.
     const auto released_at_first = [this] { before_call = release; };
@@ -238,6 +239,8 @@ TEST_F(udp_session, queries)
     look();
     EXPECT_EQ(lowest(1234), std::pair(10u, 1234u));
     EXPECT_EQ(look().lines, report + "free_id_get(): no free session id, \n");
+    EXPECT_EQ(zel_core_term_udp_session_release(35000), 0u);
+    EXPECT_EQ(lowest(0), std::pair(0u, 35000u));
 }
 
 TEST_F(udp_session, statistics_are_formatted_in_their_order_and_in_their_buffer)

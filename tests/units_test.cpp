@@ -1,5 +1,6 @@
 // The parts that can be tried by themselves: message formatting, the set of ids, the stand-in data plane's refusals.
 #include <cstring>
+#include <memory>
 #include <random>
 #include <thread>
 
@@ -38,7 +39,8 @@ TEST(message, each_thread_has_a_buffer_of_its_own)
 template <zel::u32 capacity> void expect_the_lowest_missing_as_a_search_finds_it()
 {
     SCOPED_TRACE(capacity);
-    static zel::id_set<capacity> ids;
+    const auto set = std::make_unique<zel::id_set<capacity>>();
+    auto &ids = *set;
     std::set<zel::u32> missing;
     for (zel::u32 n = 0; n <= capacity; ++n)
         missing.insert(n); // `capacity` itself is always missing
