@@ -206,7 +206,9 @@ void library_test::collect(const row &r)
         others.failing.add(f);
     const uint32_t result = r.run();
     others.failing.clear();
-    collected_ += r.what + ": " + std::to_string(result) + ", " + counts_now() + ": " + look().calls + "\n";
+    const auto entries = used(l2tp_control_table) + used(l2tp_session_table);
+    collected_ += r.what + ": " + std::to_string(result) + ", " + counts_now() + ", " + std::to_string(entries) +
+                  " L2TP entries: " + look().calls + "\n";
 }
 
 void library_test::collect_failures(row r, uint32_t call_count)
