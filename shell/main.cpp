@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF"; ///< some editors begin a file with it
 
-/// Before the libraries' own initialisation, which takes some milliseconds: a ^C in a conversation ends no shell.
+/// Runs before the libraries initialise, which takes some milliseconds, so that ^C does not end an interactive shell.
 [[gnu::used, gnu::section(".preinit_array")]] void (*const catch_interrupts)(int, char **,
                                                                              char **) = [](int argc, char **, char **) {
     if (argc == 1 && isatty(STDIN_FILENO) != 0)
@@ -75,7 +75,7 @@ int run(std::FILE *in, const std::string &name)
 void converse()
 {
     shell carrying_out(std::cout, false, isatty(STDOUT_FILENO) != 0);
-    line_reader lines([&](const auto &words) { return carrying_out.choices_after(words); });
+    line_reader lines([&](const auto &words) { return carrying_out.lines.choices_after(words, carrying_out); });
     std::cout << "'help' lists the commands, the tabulator key completes them, 'quit' ends.\n";
     int number = 0;
     while (!carrying_out.wants_to_quit) {

@@ -74,7 +74,7 @@ template <typename Function, typename... Arguments> auto call_from_a_library(con
     return reinterpret_cast<Function *>(dlsym(RTLD_DEFAULT, name))(arguments...);
 }
 
-/// What counts nothing would find nothing.
+/// Counters that do not work would let everything pass.
 bool counters_count()
 {
     const unsigned allocations_before = allocations, locks_before = locks;

@@ -25,7 +25,7 @@ struct watched_call {
 
     // The outcome; not set yet when the answer is decided.
     std::uint32_t status = 0;
-    bool took_effect = false;  ///< may be so although it failed
+    bool took_effect = false;  ///< can be true even if the call failed
     std::uint64_t created = 0; ///< the object that it made
     bool is_answered = false;  ///< by the watcher, and not by the data plane
 

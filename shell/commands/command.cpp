@@ -95,3 +95,8 @@ void require_same_version(const char *first_name, const endpoint &first, const c
         throw bad_line(std::string(first_name) + " is IPv" + std::to_string(first.ip_version) + " and " + second_name +
                        " is IPv" + std::to_string(second.ip_version));
 }
+
+command plain(const char *name, const char *meaning, void (*run)(shell &, const arguments &))
+{
+    return {name, meaning, name, {}, run};
+}

@@ -92,6 +92,9 @@ template <typename Map> std::vector<std::string> ids_of(const Map &known)
 void require_same_version(const char *first_name, const endpoint &first, const char *second_name,
                           const endpoint &second);
 
+/// A command that takes nothing.
+command plain(const char *name, const char *meaning, void (*run)(shell &, const arguments &));
+
 // In the order of the help.
 std::vector<command> library_commands();
 std::vector<command> udp_commands();

@@ -1,8 +1,8 @@
 // The commands that state what a scenario must come to.
-#include <optional>
+#include <algorithm>
+#include <iterator>
 #include <sstream>
 
-#include "data_plane_view.h"
 #include "shell.h"
 
 namespace {
@@ -57,6 +57,36 @@ void expect_count(shell &s, const arguments &given, const char *name, std::size_
     s.out << name << ": " << came << ", as expected\n";
 }
 
+std::string in_words(const data_plane::object &o)
+{
+    return to_text(o) + (o.header.ip_version != 0 ? ", " + header_text(o) : "");
+}
+
+std::string in_words(const data_plane::binding &b)
+{
+    return to_text(b.record) + (b.has_dscp ? ", dscp " + std::to_string(b.dscp) : "");
+}
+
+/// A line for each of `these` that is not among `others`.
+template <typename Things> void show_missing(std::ostream &out, const char *mark, Things these, Things others)
+{
+    std::ranges::sort(these);
+    std::ranges::sort(others);
+    Things missing;
+    std::ranges::set_difference(these, others, std::back_inserter(missing));
+    for (const auto &thing : missing)
+        out << mark << in_words(thing) << '\n';
+}
+
+/// What `after` has and `before` lacks, and the reverse, a line each.
+void show_difference(std::ostream &out, const data_plane &before, const data_plane &after)
+{
+    show_missing(out, "  gone: ", before.objects, after.objects);
+    show_missing(out, "  gone: ", before.bindings, after.bindings);
+    show_missing(out, "  new: ", after.objects, before.objects);
+    show_missing(out, "  new: ", after.bindings, before.bindings);
+}
+
 void expect_unchanged(shell &s, const arguments &)
 {
     if (!s.mark)
@@ -109,18 +139,15 @@ std::vector<command> expect_commands()
 {
     const parameter count = required(number("COUNT", "how many"));
     return {
-        {"mark", "remember the data plane for 'expect unchanged'", "mark", {}, mark},
+        plain("mark", "remember the data plane for 'expect unchanged'", mark),
         {"expect",
          "fail unless the last operation's result is that",
          "expect 13",
          {several(text("RESULT", "result code, as 13"))},
          expect_result},
-        {"expect empty", "fail unless the data plane is empty", "expect empty", {}, expect_empty},
-        {"expect only-interface",
-         "fail unless it holds one L2TPv3 ingress interface and nothing else",
-         "expect only-interface",
-         {},
-         expect_only_interface},
+        plain("expect empty", "fail unless the data plane is empty", expect_empty),
+        plain("expect only-interface", "fail unless it holds one L2TPv3 ingress interface and nothing else",
+              expect_only_interface),
         {"expect objects",
          "fail unless the data plane holds so many objects",
          "expect objects 0",
@@ -136,11 +163,7 @@ std::vector<command> expect_commands()
          "expect audit 0",
          {count},
          [](shell &s, const arguments &given) { expect_count(s, given, "audit", s.whole_audit().count()); }},
-        {"expect unchanged",
-         "fail unless the data plane is as it was at the mark",
-         "expect unchanged",
-         {},
-         expect_unchanged},
+        plain("expect unchanged", "fail unless the data plane is as it was at the mark", expect_unchanged),
         {"expect shown",
          "fail unless the last command that is no expectation showed that text",
          "expect shown \"packet ends at\"",

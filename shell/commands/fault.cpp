@@ -72,7 +72,7 @@ std::vector<command> fault_commands()
           flag("--after-effect", "it fails having taken effect"), flag("--every", "every call from that one on"),
           number("--ticks", "it takes at least so many ticks; more than 25600000 are reported as slow")},
          add},
-        {"faults", "the faults that were asked for, and how often they fired", "faults", {}, list},
-        {"faults clear", "forget them", "faults clear", {}, clear},
+        plain("faults", "the faults that were asked for, and how often they fired", list),
+        plain("faults clear", "forget them", clear),
     };
 }

@@ -107,12 +107,18 @@ void modify_connection(shell &s, const arguments &given)
             id, sessions.data(), static_cast<std::uint32_t>(sessions.size()), &c.cfg, c.pcep, c.rat_session, c.dscp,
             old.dscp, old.cfg.remote_addr, c.session_type);
     });
+    // A 2 without a connection is the hook's own.
+    const bool has_fallen_back = result == ZEL_CORE_TERM_FELL_BACK && connection_is_in_use(id);
     if (result == ZEL_CORE_TERM_SUCCESS)
         known->second = c;
-    if (result == ZEL_CORE_TERM_FELL_BACK && connection_is_in_use(id)) { // otherwise it is the hook's own 2
-        known->second.cfg = c.cfg;                                       // whose peer is the old one again
+    if (has_fallen_back) {
+        known->second.cfg = c.cfg; // whose peer is the old one again
         s.out << "the old peer and DSCP are in force\n";
     }
+    if (result == ZEL_CORE_TERM_SUCCESS || has_fallen_back)
+        for (const std::uint32_t session : sessions) // which send through this connection now
+            if (const auto moved = s.known.l2tp_sessions.find(session); moved != s.known.l2tp_sessions.end())
+                moved->second = id;
     if (was_in_use && !connection_is_in_use(id))
         s.out << "the connection and the sessions to move were removed\n";
     forget_removed(s.known);
@@ -214,7 +220,7 @@ std::vector<command> l2tp_commands()
           with_choices(several(number("--sessions", "the sessions to move, if not all that it carries")),
                        known_sessions)},
          modify_connection},
-        {"l2tp connection show", "the control connections", "l2tp connection show", {}, show_connections},
+        plain("l2tp connection show", "the control connections", show_connections),
         {"l2tp session add",
          "add a session to a control connection",
          "l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 --rat-session 101 --dscp 46",
@@ -233,6 +239,6 @@ std::vector<command> l2tp_commands()
           with_choices(number("--connection", "its control connection, if not the one that it was added to"),
                        known_connections)},
          remove_session},
-        {"l2tp session show", "the sessions", "l2tp session show", {}, show_sessions},
+        plain("l2tp session show", "the sessions", show_sessions),
     };
 }

@@ -25,20 +25,11 @@ void restart_data_plane(shell &s, const arguments &)
 std::vector<command> library_commands()
 {
     return {
-        {"start",
-         "start the library",
-         "start",
-         {},
-         [](shell &s, const arguments &) { start_or_stop<zel_core_term_start>(s, "start"); }},
-        {"stop",
-         "stop the library; the data plane keeps what sessions hold there",
-         "stop",
-         {},
-         [](shell &s, const arguments &) { start_or_stop<zel_core_term_stop>(s, "stop"); }},
-        {"restart-data-plane",
-         "the data plane forgets everything, as after a restart; the library is not told",
-         "restart-data-plane",
-         {},
-         restart_data_plane},
+        plain("start", "start the library",
+              [](shell &s, const arguments &) { start_or_stop<zel_core_term_start>(s, "start"); }),
+        plain("stop", "stop the library; the data plane keeps what sessions hold there",
+              [](shell &s, const arguments &) { start_or_stop<zel_core_term_stop>(s, "stop"); }),
+        plain("restart-data-plane", "the data plane forgets everything, as after a restart; the library is not told",
+              restart_data_plane),
     };
 }

@@ -1,12 +1,32 @@
 // The commands that take packets through the stand-in data plane.
 #include <algorithm>
 
-#include "data_plane_view.h"
 #include "shell.h"
 
 namespace {
 
 constexpr std::uint8_t protocol_udp = 17, protocol_l2tpv3 = 115;
+
+std::string to_text(const vok_cp_sim_arrival_t &a)
+{
+    switch (a.fate) {
+    case VOK_CP_SIM_FORWARDED:
+        return "ends at " + ovlin_flow_text(a.ovlin_flow_id) + " through " + handle_text(a.association);
+    case VOK_CP_SIM_NO_ASSOCIATION: return "dropped: no ingress association matches it";
+    case VOK_CP_SIM_NO_L2TPV3_FLOW: return "dropped: no L2TPv3 ingress flow has its id";
+    case VOK_CP_SIM_NOT_BOUND:
+        return "dropped: " + handle_text(a.association) + " matches it, but no binding leads on to a flow";
+    }
+    return "unknown fate";
+}
+
+std::string to_text(const vok_cp_sim_departure_t &d)
+{
+    if (d.fate != VOK_CP_SIM_FORWARDED)
+        return "dropped: the flow is not bound to an egress association";
+    return "leaves through " + handle_text(d.association) + " as " + whole_header_text(d.header, d.path_mtu) +
+           (d.binding.has_dscp ? ", dscp " + std::to_string(d.binding.dscp) : "");
+}
 
 vok_cp_sim_header_t received(const endpoint &from, const endpoint &to, std::uint8_t protocol, const arguments &given)
 {

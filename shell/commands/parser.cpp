@@ -15,11 +15,6 @@ std::string joined(const std::vector<std::string> &words)
     return CLI::detail::join(words, ", ");
 }
 
-/// Without the example: some versions of the parser would break it into lines.
-struct formatter_without_example : CLI::Formatter {
-    std::string make_footer(const CLI::App *) const override { return ""; }
-};
-
 /// Accepts what `check` accepts, and otherwise says what it says.
 CLI::Validator validator_of(const std::function<void(const std::string &)> &check)
 {
@@ -37,7 +32,7 @@ CLI::Validator validator_of(const std::function<void(const std::string &)> &chec
 void add_parameter(CLI::App &app, const parameter &p)
 {
     if (p.type.empty()) {
-        app.add_flag(p.name, p.meaning);
+        app.add_flag(p.name, p.meaning)->disable_flag_override();
         return;
     }
     CLI::Option *option = app.add_option(p.name, p.meaning)->type_name(p.type)->required(p.is_required);
@@ -109,7 +104,6 @@ CLI::App &parser::app_of(const command &row)
     std::unique_ptr<CLI::App> &app = apps_[static_cast<std::size_t>(&row - rows_.data())];
     if (app == nullptr) {
         app = std::make_unique<CLI::App>(row.meaning, row.name);
-        app->formatter(std::make_shared<formatter_without_example>());
         for (const parameter &p : row.parameters)
             add_parameter(*app, p);
     }
@@ -133,7 +127,7 @@ parser::request parser::read(const std::vector<std::string> &words)
         if (const std::vector<std::string> rest = app.remaining(); !rest.empty())
             throw bad_line(not_expected(rest.front(), at.below, at.named));
         if (dynamic_cast<const CLI::CallForHelp *>(&wrong) != nullptr)
-            return {nullptr, arguments(none), help(at)};
+            throw bad_line("--help stands alone after a command");
         for (const parameter &p : at.named->parameters)
             if (p.is_required && app.get_option(p.name)->count() == 0)
                 throw bad_line(p.name + " is required: " + p.meaning);

@@ -38,6 +38,6 @@ std::vector<command> scenario_commands()
          "help udp add",
          {several(text("COMMAND", "as in: help udp add"))},
          help},
-        {"quit", "end the shell", "quit", {}, [](shell &s, const arguments &) { s.wants_to_quit = true; }},
+        plain("quit", "end the shell", [](shell &s, const arguments &) { s.wants_to_quit = true; }),
     };
 }

@@ -14,17 +14,6 @@ std::vector<command> all_commands()
     return all;
 }
 
-bool is_expectation(const command &row)
-{
-    return row.name.starts_with("expect");
-}
-
-/// Neither goes into the scenario.
-bool is_aside(const command &row)
-{
-    return row.name == "save" || row.name == "help";
-}
-
 } // namespace
 
 shell::shell(std::ostream &real_out, bool strict, bool is_at_terminal)
@@ -51,7 +40,8 @@ void shell::execute(const std::string &line, int line_number)
     if (split_words.words.empty())
         throw bad_line("a command is missing");
     const parser::request asked = lines.read(split_words.words);
-    out.keep(asked.what == nullptr || !is_expectation(*asked.what));
+    const bool is_aside = asked.what == nullptr || asked.what->name == "save" || asked.what->name == "help";
+    out.keep(!is_aside && !asked.what->name.starts_with("expect"));
     if (asked.what == nullptr) {
         out << asked.help;
         return;
@@ -71,13 +61,13 @@ void shell::execute(const std::string &line, int line_number)
     if (!changed_by_.empty()) {
         const std::string blamed = "line " + std::to_string(line_number) + ": " + changed_by_;
         if (everything_changed_)
-            audit_.look_at_all(blamed, known);
+            audit_.look_at_all(blamed, ownership(known));
         else
-            audit_.look_at(touched_, blamed, known);
+            audit_.look_at(touched_, blamed, ownership(known));
         everything_changed_ = false;
         touched_.clear();
     }
-    if (is_aside(*asked.what))
+    if (is_aside) // does not go into the scenario
         return;
     if (has_operated_)
         operation_line_ = scenario_.size();
@@ -91,9 +81,7 @@ void shell::execute(const std::string &line, int line_number)
 std::uint32_t shell::record(const std::string &name, const std::function<std::uint32_t()> &operation)
 {
     require_expected();
-    watch.begin(line_, line_number_, name);
-    const std::uint32_t result = operation();
-    watch.end(result);
+    const std::uint32_t result = watch.run(line_, line_number_, name, operation);
     last_result_is_expected_ = result == ZEL_CORE_TERM_SUCCESS;
     has_operated_ = true;
     changed_by_ = name;
@@ -170,14 +158,8 @@ std::vector<std::string> shell::scenario() const
 
 const audit &shell::whole_audit()
 {
-    audit_.look_at_all(watch.last() != nullptr
-                           ? "line " + std::to_string(watch.last()->line_number) + ": " + watch.last()->name
-                           : "nothing",
-                       known);
+    const operation_record *last = watch.last();
+    audit_.look_at_all(last != nullptr ? "line " + std::to_string(last->line_number) + ": " + last->name : "nothing",
+                       ownership(known));
     return audit_;
-}
-
-std::optional<std::vector<std::string>> shell::choices_after(const std::vector<std::string> &words)
-{
-    return lines.choices_after(words, *this);
 }

@@ -35,8 +35,6 @@ public:
     /// @throws bad_line when the last result was not expected, or a fault never fired
     void finish() const;
 
-    std::optional<std::vector<std::string>> choices_after(const std::vector<std::string> &words);
-
     // ---- For the commands
 
     /// Runs an operation of the library and shows its result.

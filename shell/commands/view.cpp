@@ -1,5 +1,4 @@
 // The commands that look at the data plane and at the last operation.
-#include "data_plane_view.h"
 #include "picture.h"
 #include "shell.h"
 #include "text_table.h"
@@ -35,6 +34,22 @@ void show_calls(shell &s, const arguments &given)
           << (calls.size() == 1 ? " call\n" : " calls\n") << table;
 }
 
+void show_objects(shell &s, const arguments &)
+{
+    const data_plane plane = data_plane::now();
+    text_table objects{{"handle", "object", "vrf", "from -> to", "header"}};
+    for (const data_plane::object &o : plane.objects) {
+        const bool has_addresses = o.header.ip_version != 0;
+        objects.add({handle_text(o.handle), kind_name(o.kind), has_addresses ? std::to_string(o.header.vrf_id) : "",
+                     has_addresses ? from_to(o.header) : "", header_text(o)});
+    }
+    text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
+    for (const auto &[r, has_dscp, dscp] : plane.bindings)
+        bindings.add({bind_kind_text(r), direction_text(r), source_text(r), destination_text(r),
+                      has_dscp ? std::to_string(dscp) : ""});
+    s.out << counts_now() << '\n' << objects << bindings;
+}
+
 void graph(shell &s, const arguments &given)
 {
     draw_data_plane(data_plane::now(), ownership(s.known), given.text("FILE"));
@@ -53,16 +68,9 @@ std::vector<command> view_commands()
 {
     const parameter picture = file("the picture; its extension is the format: .svg, .png, .pdf or .dot");
     return {
-        {"objects",
-         "the data plane's objects and bindings",
-         "objects",
-         {},
-         [](shell &s, const arguments &) { show(s.out, data_plane::now()); }},
-        {"audit",
-         "what is wrong between the library's tables and the data plane, and who left it",
-         "audit",
-         {},
-         [](shell &s, const arguments &) { s.whole_audit().show(s.out); }},
+        plain("objects", "the data plane's objects and bindings", show_objects),
+        plain("audit", "what is wrong between the library's tables and the data plane, and who left it",
+              [](shell &s, const arguments &) { s.whole_audit().show(s.out); }),
         {"calls",
          "the data-plane calls of the last operation",
          "calls --durations",

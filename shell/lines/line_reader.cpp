@@ -146,7 +146,7 @@ void line_reader::handle_signal()
     const auto signal = static_cast<int>(came.ssi_signo);
     if (signal == SIGTSTP)
         return stop_and_continue();
-    if (signal == SIGCONT) { // after a stop that nobody told of
+    if (signal == SIGCONT) { // continued after a SIGSTOP, which cannot be caught
         rl_deprep_terminal();
         rl_prep_terminal(1);
         rl_forced_update_display();

@@ -16,7 +16,7 @@ using graphviz::escaped;
 using style::in_bold;
 using style::in_colour;
 
-constexpr std::size_t objects_at_most = 200; ///< many more nobody looks through
+constexpr std::size_t objects_at_most = 200; ///< more would not be readable
 
 /// As packets come in from the network.
 enum rank { network, association, interface, l2tpv3_flow };
@@ -143,7 +143,7 @@ public:
                 drawn_[object->handle] = look_of(object->kind).where;
         const bool has_l2tpv3 = std::ranges::any_of(drawn_, [](const auto &one) { return one.second > association; });
         drawn_[0] = has_l2tpv3 ? l2tpv3_flow + 1 : association + 1; // the ovlin flows
-        // What nothing joins stands from the bottom upwards.
+        // Unconnected groups are laid out from bottom to top.
         std::vector<owner_group> joined, separate;
         for (owner_group &group : groups_)
             (is_udp_session(group) ? separate : joined).push_back(std::move(group));
@@ -159,7 +159,7 @@ public:
     }
 
 private:
-    /// What nothing joins stands in columns: an edge that is not seen leads from one group to that beside it.
+    /// Lays unconnected groups out in columns, by invisible edges between neighbours.
     void spread()
     {
         std::vector<std::string> separate;

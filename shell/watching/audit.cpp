@@ -51,14 +51,8 @@ void audit::look_at(const std::set<std::uint64_t> &handles, const std::string &o
     }
 }
 
-void audit::look_at(const std::set<std::uint64_t> &handles, const std::string &operation, const ledger &known)
+void audit::look_at_all(const std::string &operation, const ownership &owners)
 {
-    look_at(handles, operation, ownership(known));
-}
-
-void audit::look_at_all(const std::string &operation, const ledger &known)
-{
-    const ownership owners(known);
     std::set<std::uint64_t> handles;
     for (const held_handle &held : owners.all())
         handles.insert(held.handle);

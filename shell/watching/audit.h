@@ -11,16 +11,15 @@
 #include <string>
 #include <vector>
 
-#include "ledger.h"
 #include "ownership.h"
 
 class audit {
 public:
     /// Looks again at everything about these handles; a new finding was left by `operation`.
-    void look_at(const std::set<std::uint64_t> &handles, const std::string &operation, const ledger &known);
+    void look_at(const std::set<std::uint64_t> &handles, const std::string &operation, const ownership &owners);
 
     /// The same for every handle.
-    void look_at_all(const std::string &operation, const ledger &known);
+    void look_at_all(const std::string &operation, const ownership &owners);
 
     /// How many objects, bindings and handles are wrong.
     std::size_t count() const;
@@ -42,7 +41,5 @@ private:
     using findings = std::map<subject, finding>;
 
     static findings found_at(std::uint64_t handle, const ownership &owners);
-    void look_at(const std::set<std::uint64_t> &handles, const std::string &operation, const ownership &owners);
-
     std::map<std::uint64_t, findings> findings_; ///< by the handle that they are about
 };

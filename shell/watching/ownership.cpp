@@ -71,7 +71,8 @@ std::vector<owner> ownership::of(const data_plane::object &object) const
     return holders(object.handle);
 }
 
-/// Of those that share an association that a binding leads to, one owns the binding: the one that sends for its flow.
+/// If several endpoints share the association that a binding leads to, the one that sends for its ovlin flow owns the
+/// binding.
 std::vector<owner> ownership::of(const vok_bind_record &binding) const
 {
     std::vector<owner> owners = holders(deciding_handle(binding));
@@ -94,15 +95,11 @@ std::vector<held_handle> ownership::holding(std::uint64_t handle) const
 std::vector<held_handle> ownership::all() const
 {
     std::vector<held_handle> all = l2tp_;
-    const auto after_the_library =
-        std::ranges::find_if(all, [](const auto &h) { return h.holder.what != kind::library; });
-    std::vector<held_handle> udp;
     for (const auto &[id, handles] : known_.udp_sessions.all()) {
-        udp.push_back({{kind::udp_session, id}, 0, handles.ingress});
-        udp.push_back({{kind::udp_session, id}, 1, handles.egress});
+        all.push_back({{kind::udp_session, id}, 0, handles.ingress});
+        all.push_back({{kind::udp_session, id}, 1, handles.egress});
     }
-    std::erase_if(udp, [](const held_handle &held) { return held.handle == 0; });
-    all.insert(after_the_library, udp.begin(), udp.end());
+    std::erase_if(all, [](const held_handle &held) { return held.handle == 0; });
     return all;
 }
 

@@ -53,7 +53,7 @@ public:
     /// The entries that hold a handle, in order.
     std::vector<held_handle> holding(std::uint64_t handle) const;
 
-    /// All handles, in the order of the tables, and those that name no object of the data plane.
+    /// All handles, and those that name no object of the data plane.
     std::vector<held_handle> all() const;
     std::vector<held_handle> dangling() const;
 

@@ -33,20 +33,18 @@ recorder::recorder(faults &waiting, std::function<void(const trace_event &)> on_
 {
 }
 
-void recorder::begin(const std::string &line, int line_number, const std::string &name)
+std::uint32_t recorder::run(const std::string &line, int line_number, const std::string &name,
+                            const std::function<std::uint32_t()> &operation)
 {
     last_ = operation_record{line, name, line_number, {}, 0, {}, 0};
     building_failed_ = false;
     is_operating_ = true;
-    operation_began_ = clock::now();
-}
-
-void recorder::end(std::uint32_t result)
-{
-    last_->duration_ns = ns_since(operation_began_);
+    const clock::time_point began = clock::now();
+    last_->result = operation();
+    last_->duration_ns = ns_since(began);
     is_operating_ = false;
-    last_->result = result;
-    last_->result_text = kiv_util_init_rc_str_get(result);
+    last_->result_text = kiv_util_init_rc_str_get(last_->result);
+    return last_->result;
 }
 
 vok_cp_sim_answer_t recorder::on_call(const watched_call &call)
@@ -61,11 +59,8 @@ void recorder::on_outcome(const watched_call &call)
 {
     if (!is_operating_)
         return;
-    recorded_call recorded{call};
-    if (!call.is_hook()) {
-        recorded.is_slow = zel_core_term_time_get() - call_began_ticks_ > delay_bound_ticks;
-        recorded.duration_ns = ns_since(call_began_);
-    }
+    recorded_call recorded{call, ns_since(call_began_)};
+    recorded.is_slow = !call.is_hook() && zel_core_term_time_get() - call_began_ticks_ > delay_bound_ticks;
     recorded.is_undo = building_failed_ && takes_down(call.operation);
     building_failed_ |= call.status != 0 && !takes_down(call.operation);
     last_->course.emplace_back(std::move(recorded));

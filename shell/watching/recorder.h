@@ -23,8 +23,9 @@ public:
     /// Watches again after a reset of the data plane.
     void attach() { watcher_.attach(); }
 
-    void begin(const std::string &line, int line_number, const std::string &name);
-    void end(std::uint32_t result);
+    /// Runs an operation and keeps what it does. @return its result
+    std::uint32_t run(const std::string &line, int line_number, const std::string &name,
+                      const std::function<std::uint32_t()> &operation);
 
     /// What the last operation did; null before the first.
     const operation_record *last() const { return last_ ? &*last_ : nullptr; }
@@ -38,7 +39,7 @@ private:
     faults &waiting_;
     std::function<void(const trace_event &)> on_event_;
     std::optional<operation_record> last_;
-    clock::time_point operation_began_, call_began_;
+    clock::time_point call_began_;
     std::uint64_t call_began_ticks_ = 0;
     bool is_operating_ = false; ///< otherwise nothing is kept
     bool building_failed_ = false;

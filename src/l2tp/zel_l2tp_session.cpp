@@ -22,10 +22,8 @@ struct session_ids {
     u32 control_conn;
     u32 session;
 
-    u32 index() const
-    {
-        return session - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN;
-    } ///< of an id too low, it wraps to a high one
+    /// Wraps to a large value for an id below the minimum, so that one comparison checks both bounds.
+    u32 index() const { return session - ZEL_CORE_TERM_L2TP_SESSION_ID_MIN; }
     l2tp_session_entry &entry() const { return l2tp_session_table[index()]; }
     u64 &egress_association() const { return l2tp_control_table[control_conn].ipv4_egress_association_handle; }
 };

@@ -65,7 +65,8 @@ struct tally {
 
 /// What is no violation in an operation.
 struct tolerated {
-    bool l2tp_undo = false;  ///< of what failed having taken effect, an association stays; else it is a bind that does
+    bool l2tp_undo = false;  ///< of calls that fail after taking effect, creates leave their association; otherwise,
+                             ///< binds their binding
     bool no_handle = false;  ///< 0 is passed for what is not there
     bool wrong_kind = false; ///< a handle is passed to an operation for objects of another kind
     bool large_dscp = false; ///< a DSCP that the data plane does not take
