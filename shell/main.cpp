@@ -64,8 +64,9 @@ int run(std::FILE *in, const std::string &name)
             throw bad_line("the output cannot be written");
     } catch (const bad_line &wrong) {
         std::cout.flush();
-        std::cerr << name << ':' << (wrong.line_number != 0 ? wrong.line_number : number) << ": " << wrong.what()
-                  << '\n';
+        if (wrong.line_number != 0)
+            number = wrong.line_number;
+        std::cerr << name << (number != 0 ? ':' + std::to_string(number) : "") << ": " << wrong.what() << '\n';
         return 1;
     }
     return 0;
@@ -76,7 +77,7 @@ void converse()
 {
     shell carrying_out(std::cout, false, isatty(STDOUT_FILENO) != 0);
     line_reader lines([&](const auto &words) { return carrying_out.lines.choices_after(words, carrying_out); });
-    std::cout << "'help' lists the commands, the tabulator key completes them, 'quit' ends.\n";
+    std::cout << "'help' lists the commands, Tab completes them, 'quit' ends.\n";
     int number = 0;
     while (!carrying_out.wants_to_quit) {
         const std::optional<std::string> line = lines.next();

@@ -22,11 +22,6 @@ std::string protocol_name(unsigned number)
     return number == 17 ? "UDP" : number == 115 ? "L2TPv3" : "protocol " + std::to_string(number);
 }
 
-std::string count_text(std::size_t count, const char *what)
-{
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 } // namespace
 
 std::strong_ordering data_plane::object::operator<=>(const object &other) const
@@ -61,6 +56,11 @@ data_plane data_plane::now()
         },
         &plane.bindings);
     return plane;
+}
+
+std::string count_text(std::size_t count, const char *what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::string counts_now()

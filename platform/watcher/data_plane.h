@@ -42,6 +42,9 @@ struct data_plane {
     bool operator==(const data_plane &) const = default;
 };
 
+/// "1 object", "2 objects"
+std::string count_text(std::size_t count, const char *what);
+
 /// "2 objects, 1 binding", as of now.
 std::string counts_now();
 

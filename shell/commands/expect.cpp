@@ -141,7 +141,7 @@ std::vector<command> expect_commands()
     return {
         plain("mark", "remember the data plane for 'expect unchanged'", mark),
         {"expect",
-         "fail unless the last operation's result is that",
+         "fail unless the last operation returned RESULT",
          "expect 13",
          {several(text("RESULT", "result code, as 13"))},
          expect_result},

@@ -73,6 +73,6 @@ std::vector<command> fault_commands()
           number("--ticks", "it takes at least so many ticks; more than 25600000 are reported as slow")},
          add},
         plain("faults", "the faults that were asked for, and how often they fired", list),
-        plain("faults clear", "forget them", clear),
+        plain("faults clear", "forget all faults", clear),
     };
 }

@@ -134,7 +134,7 @@ void show_connections(shell &s, const arguments &)
                    handle_text(entry.ipv4_ingress_association_handle),
                    handle_text(entry.ipv4_egress_association_handle)});
     }
-    s.out << s.known.connections.size() << " control connections\n" << table;
+    s.out << count_text(s.known.connections.size(), "control connection") << '\n' << table;
 }
 
 void add_session(shell &s, const arguments &given)
@@ -172,7 +172,7 @@ void show_sessions(shell &s, const arguments &)
                    "ovlin " + handle_text(entry.dst_flow_id), std::to_string(entry.dscp),
                    handle_text(entry.ingress_flow_handle), handle_text(entry.egress_flow_handle)});
     }
-    s.out << s.known.l2tp_sessions.size() << " L2TP sessions\n" << table;
+    s.out << count_text(s.known.l2tp_sessions.size(), "L2TP session") << '\n' << table;
 }
 
 std::vector<std::string> known_connections(const shell &s)
@@ -195,13 +195,14 @@ std::vector<command> l2tp_commands()
          "add a control connection",
          "l2tp connection add 1 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1001 --pcep 3 --rat-session 11 "
          "--dscp 48",
-         {required(number("ID", "tn_ovlin_session_id, 0 to 48")), address("--local", "local IPv4 address"),
-          address("--remote", "the peer's IPv4 address"),
+         {required(
+              number("ID", "tn_ovlin_session_id, 0 to 48; also the ovlin session id of the flow that it sends for")),
+          address("--local", "local IPv4 address"), address("--remote", "the peer's IPv4 address"),
           required(number("--connection-id", "L2TPv3 control connection id")),
           required(number("--pcep", "PCEP id of its ovlin flows")),
-          required(number("--rat-session", "RAT-side ovlin session id")),
+          required(number("--rat-session", "ovlin session id of the flow that it receives for")),
           byte("--dscp", "DSCP of the sent control messages", "0"), number("--vrf", "routing instance", "0"),
-          byte("--ttl", "TTL of the sent packets", "0"),
+          byte("--ttl", "TTL of the sent packets, 0: not given", "0"),
           flag("--session-type", "set the session type of the PCEP first")},
          add_connection},
         {"l2tp connection remove",
@@ -214,9 +215,9 @@ std::vector<command> l2tp_commands()
          "move a control connection and its sessions to another peer",
          "l2tp connection modify 1 --remote 203.0.113.9 --dscp 40",
          {connection, address("--remote", "the new peer's IPv4 address"),
-          byte("--dscp", "new DSCP of the control messages; the old one stays"),
-          number("--vrf", "new routing instance, also when it falls back"),
-          byte("--ttl", "new TTL of the sent packets, also when it falls back"),
+          byte("--dscp", "new DSCP of the control messages; a fallback restores the old one"),
+          number("--vrf", "new routing instance; a fallback keeps the new one"),
+          byte("--ttl", "new TTL of the sent packets, 0: not given; a fallback keeps the new one"),
           with_choices(several(number("--sessions", "the sessions to move, if not all that it carries")),
                        known_sessions)},
          modify_connection},
@@ -224,11 +225,12 @@ std::vector<command> l2tp_commands()
         {"l2tp session add",
          "add a session to a control connection",
          "l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 --rat-session 101 --dscp 46",
-         {required(number("ID", "tn_ovlin_session_id_session, 48 to 336")),
+         {required(number(
+              "ID", "tn_ovlin_session_id_session, 48 to 336; also the ovlin session id of the flow that it sends for")),
           with_choices(required(number("--connection", "the control connection that carries it")), known_connections),
           required(number("--local-session-id", "L2TPv3 session id of the received packets")),
           required(number("--pcep", "PCEP id of its ovlin flows")),
-          required(number("--rat-session", "RAT-side ovlin session id")),
+          required(number("--rat-session", "ovlin session id of the flow that it receives for")),
           byte("--dscp", "DSCP of the sent packets", "0"), flag("--crc", "the session's packets carry a CRC"),
           flag("--session-type", "set the session type of the PCEP first")},
          add_session},

@@ -104,6 +104,7 @@ CLI::App &parser::app_of(const command &row)
     std::unique_ptr<CLI::App> &app = apps_[static_cast<std::size_t>(&row - rows_.data())];
     if (app == nullptr) {
         app = std::make_unique<CLI::App>(row.meaning, row.name);
+        app->set_help_flag(); // none: help stands in place of arguments, and read() sees it
         for (const parameter &p : row.parameters)
             add_parameter(*app, p);
     }
@@ -126,8 +127,6 @@ parser::request parser::read(const std::vector<std::string> &words)
     } catch (const CLI::ParseError &wrong) {
         if (const std::vector<std::string> rest = app.remaining(); !rest.empty())
             throw bad_line(not_expected(rest.front(), at.below, at.named));
-        if (dynamic_cast<const CLI::CallForHelp *>(&wrong) != nullptr)
-            throw bad_line("--help stands alone after a command");
         for (const parameter &p : at.named->parameters)
             if (p.is_required && app.get_option(p.name)->count() == 0)
                 throw bad_line(p.name + " is required: " + p.meaning);
@@ -154,7 +153,7 @@ std::string parser::help(const place &asked)
     if (asked.named != nullptr) {
         const CLI::App &app = app_of(*asked.named);
         all << app.get_formatter()->make_help(&app, asked.name, CLI::AppFormatMode::Normal)
-            << "example: " << asked.named->example << '\n';
+            << (asked.named->example != asked.name ? "example: " + asked.named->example + '\n' : "");
     }
     text_table list{{"command", "what it does"}};
     for (const command &row : rows_)

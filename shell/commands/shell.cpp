@@ -1,6 +1,7 @@
 #include "shell.h"
 
 #include "words.h"
+#include "zel_core_term/zel_term.h"
 
 namespace {
 
@@ -93,6 +94,8 @@ std::uint32_t shell::operate(const std::string &name, const std::function<std::u
 {
     const std::uint32_t result = record(name, operation);
     show_result();
+    if (result != ZEL_CORE_TERM_SUCCESS && zel_handles == nullptr)
+        out << "the library is not started\n";
     return result;
 }
 

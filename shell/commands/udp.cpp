@@ -135,7 +135,7 @@ void show(shell &s, const arguments &)
                       to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
                       std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
     }
-    s.out << s.known.udp_sessions.all().size() << " UDP sessions\n" << sessions;
+    s.out << count_text(s.known.udp_sessions.all().size(), "UDP session") << '\n' << sessions;
 }
 
 void fill(shell &s, const arguments &given)
@@ -164,7 +164,7 @@ void fill(shell &s, const arguments &given)
     }
     shown.end();
     s.changed_by("udp fill");
-    s.out << "udp fill: " << sessions.size() << " sessions are in use\n";
+    s.out << "udp fill: " << count_text(sessions.size(), "session") << " in use\n";
 }
 
 void clear(shell &s, const arguments &given)
@@ -186,9 +186,9 @@ void clear(shell &s, const arguments &given)
         s.known.udp_sessions.remove(id);
     }
     s.changed_by("udp clear");
-    s.out << "udp clear: " << released << " sessions released";
+    s.out << "udp clear: " << count_text(released, "session") << " released";
     if (failed_calls > 0)
-        s.out << ", " << failed_calls << " data-plane calls failed";
+        s.out << ", " << count_text(failed_calls, "data-plane call") << " failed";
     s.out << '\n';
 }
 
@@ -207,12 +207,12 @@ std::vector<command> udp_commands()
          "add a session",
          "udp add 1 --local 192.0.2.1:2152 --remote 198.51.100.7:2152 --uplink-pcep 1 --downlink-pcep 2 --rat-session "
          "5 --dscp 46",
-         {required(number("ID", "udp_session_id, 1 to 70000")),
+         {required(number("ID", "udp_session_id, 1 to 70000; also the uplink flow's ovlin session id")),
           address_and_port("--local", "local address and UDP port, IPv6 as [2001:db8::1]:2152"),
           address_and_port("--remote", "remote address and UDP port, of the same IP version"),
           required(number("--uplink-pcep", "PCEP id of the uplink ovlin flow")),
           required(number("--downlink-pcep", "PCEP id of the downlink ovlin flow")),
-          required(number("--rat-session", "RAT-side ovlin session id")),
+          required(number("--rat-session", "ovlin session id of the downlink flow")),
           byte("--dscp", "DSCP of the uplink binding", "0"), number("--vrf", "routing instance", "0"),
           number("--pmtu", "path MTU in bytes: IPv6 only, low 16 bits", "1500"),
           byte("--ttl", "TTL or hop limit, 0: not given", "0"),

@@ -15,10 +15,11 @@ std::string answer_of(const recorded_call &call)
     return text;
 }
 
-/// What is special about a call: it undoes, a fault answers it.
+/// What is special about a call: it undoes, a fault made it fail or slow.
 std::string mark_text(const recorded_call &call)
 {
-    return call.is_undo && call.is_answered ? "undo, fault" : call.is_undo ? "undo" : call.is_answered ? "fault" : "";
+    const std::string fault = !call.is_answered ? "" : call.status != 0 ? "fault" : "slow";
+    return call.is_undo && !fault.empty() ? "undo, " + fault : call.is_undo ? "undo" : fault;
 }
 
 void show_calls(shell &s, const arguments &given)
