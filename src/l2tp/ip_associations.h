@@ -1,6 +1,8 @@
 /// The IPv4 associations of one direction that control connections share, with how many use each.
 #pragma once
 
+#include <cstring>
+
 #include "term/types.h"
 
 namespace zel {
@@ -22,6 +24,30 @@ struct ip_association {
     std::int32_t bind_count; ///< ingress only: control connections that requested that binding and did not release it
 };
 
+/// A byte for each entry of a table, by which a search passes over eight entries at a time.
+template <std::int32_t capacity> struct entry_marks {
+    static_assert(capacity % 8 == 0);
+    u8 marks[capacity];
+
+    static u8 of(u64 value) { return static_cast<u8>(value * 0x9e37'79b9'7f4a'7c15 >> 56); }
+
+    /// The first of `count` entries that has the mark and is the wanted one, or `count`.
+    template <typename Wanted> std::int32_t find_first(std::int32_t count, u8 mark, Wanted is_wanted) const
+    {
+        constexpr u64 low_bits = 0x0101'0101'0101'0101, high_bits = 0x8080'8080'8080'8080;
+        for (std::int32_t first = 0; first < count; first += 8) {
+            u64 difference;
+            std::memcpy(&difference, marks + first, sizeof difference);
+            difference ^= low_bits * mark;
+            // The high bits of the bytes that are 0, and perhaps of some above the first of them.
+            for (u64 found = (difference - low_bits) & ~difference & high_bits; found != 0; found &= found - 1)
+                if (const std::int32_t index = first + __builtin_ctzll(found) / 8; index < count && is_wanted(index))
+                    return index;
+        }
+        return count;
+    }
+};
+
 /// A dense table: the live entries come first and every search takes the first match.
 class ip_associations {
 public:
@@ -30,13 +56,14 @@ public:
     /// Null when there is none.
     ip_association *find(const association_key &key)
     {
-        return find_if([&](const ip_association &a) { return a.key == key; });
+        return find_if(by_key_, mark_of(key), [&](const ip_association &a) { return a.key == key; });
     }
 
     /// Null when there is none.
     ip_association *find(u64 association_handle)
     {
-        return find_if([&](const ip_association &a) { return a.association_handle == association_handle; });
+        return find_if(by_handle_, marks::of(association_handle),
+                       [&](const ip_association &a) { return a.association_handle == association_handle; });
     }
 
     /// Adds an association with one user and no binding.
@@ -45,6 +72,8 @@ public:
     {
         if (count_ == capacity)
             return false;
+        by_key_.marks[count_] = mark_of(key);
+        by_handle_.marks[count_] = marks::of(association_handle);
         entries_[count_++] = {key, association_handle, 1, 0, 0};
         return true;
     }
@@ -55,7 +84,10 @@ public:
     {
         if (--entry.user_count != 0)
             return false;
-        entry = entries_[--count_];
+        --count_;
+        for (marks *const all : {&by_key_, &by_handle_})
+            all->marks[&entry - entries_] = all->marks[count_];
+        entry = entries_[count_];
         return true;
     }
 
@@ -65,15 +97,22 @@ public:
     const ip_association &operator[](std::int32_t index) const { return entries_[index]; }
 
 private:
-    template <typename Wanted> ip_association *find_if(Wanted wanted)
+    using marks = entry_marks<capacity>;
+
+    static u8 mark_of(const association_key &key)
     {
-        for (std::int32_t i = 0; i < count_; ++i)
-            if (wanted(entries_[i]))
-                return &entries_[i];
-        return nullptr;
+        return marks::of((u64{key.local_addr} << 32 | key.remote_addr) + key.vrf_id);
+    }
+
+    template <typename Wanted> ip_association *find_if(const marks &searched, u8 mark, Wanted is_wanted)
+    {
+        const std::int32_t index =
+            searched.find_first(count_, mark, [&](std::int32_t i) { return is_wanted(entries_[i]); });
+        return index < count_ ? &entries_[index] : nullptr;
     }
 
     ip_association entries_[capacity];
+    marks by_key_, by_handle_;
     std::int32_t count_;
 };
 
