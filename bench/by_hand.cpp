@@ -222,17 +222,71 @@ bool udp_release(uint32_t slot, const zel_core_term_udp_session_cfg_t &cfg)
            call(vok_ipv6_egress_association_delete, egress.type, egress.handle);
 }
 
+namespace {
+
+vok_bind_record to_interface(const flow &ingress)
+{
+    return binding(VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP, ingress,
+                   {zel_handles->l2tpv3_flow_type, l2tp_control_ingress_interface, 0}, nullptr);
+}
+
+vok_bind_record to_egress(uint32_t id, ovlin_ids ids, const flow &egress, const uint8_t *dscp)
+{
+    return from_ovlin(VOK_SESSION_TYPE_L2TP, ovlin_flow(ids.pcep, id), egress, dscp);
+}
+
+bool remove_ipv4_ingress(const flow &ingress)
+{
+    return call(vok_ip_ingress_association_delete, ingress.type, ingress.handle);
+}
+
+bool remove_ipv4_egress(const flow &egress)
+{
+    return call(vok_ip_egress_association_delete, egress.type, egress.handle);
+}
+
+} // namespace
+
 bool connection_add(uint32_t slot, uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
                     uint32_t connection_id, ovlin_ids ids, uint8_t dscp, bool shared)
 {
     auto &[association, control] = connections[slot];
     return (shared || create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress)) &&
            create_l2tp_ingress(VOK_L2TPV3_CONTROL_CONNECTION, connection_id, control) &&
-           (shared || bind(binding(VOK_BIND_F2F, VOK_INGRESS, VOK_SESSION_TYPE_L2TP, association.ingress,
-                                   {control.type, l2tp_control_ingress_interface, 0}, nullptr))) &&
+           (shared || bind(to_interface(association.ingress))) &&
            bind(to_ovlin(VOK_SESSION_TYPE_L2TP, control, ovlin_flow(ids.pcep, ids.rat_session))) &&
            (shared || create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress)) &&
-           bind(from_ovlin(VOK_SESSION_TYPE_L2TP, ovlin_flow(ids.pcep, id), association.egress, &dscp));
+           bind(to_egress(id, ids, association.egress, &dscp));
+}
+
+bool connection_remove(uint32_t slot, uint32_t id, ovlin_ids ids, bool shared)
+{
+    const auto &[association, control] = connections[slot];
+    return unbind(to_egress(id, ids, association.egress, nullptr)) &&
+           (shared || remove_ipv4_egress(association.egress)) &&
+           unbind(to_ovlin(VOK_SESSION_TYPE_L2TP, control, ovlin_flow(ids.pcep, ids.rat_session))) &&
+           (shared || unbind(to_interface(association.ingress))) &&
+           call(vok_l2tpv3_ingress_flow_delete, control.type, control.handle) &&
+           (shared || remove_ipv4_ingress(association.ingress));
+}
+
+bool connection_modify(uint32_t slot, uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
+                       ovlin_ids ids, uint8_t dscp, uint32_t first_session, uint32_t session_count)
+{
+    flow_pair &association = connections[slot].association;
+    bool succeeds = true;
+    for (uint32_t i = 0; i < session_count; ++i)
+        succeeds = succeeds && unbind(session_to_association(l2tp_sessions[first_session + i], nullptr));
+    succeeds = succeeds && unbind(to_egress(id, ids, association.egress, nullptr)) &&
+               remove_ipv4_egress(association.egress) && unbind(to_interface(association.ingress)) &&
+               remove_ipv4_ingress(association.ingress) &&
+               create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress) &&
+               bind(to_interface(association.ingress)) &&
+               create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress) &&
+               bind(to_egress(id, ids, association.egress, &dscp));
+    for (uint32_t i = 0; i < session_count; ++i)
+        succeeds = succeeds && bind(session_to_association(l2tp_sessions[first_session + i], &dscp));
+    return succeeds;
 }
 
 bool session_add(uint32_t slot, uint32_t id, uint32_t local_session_id, ovlin_ids ids, uint8_t dscp)

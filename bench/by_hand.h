@@ -26,6 +26,12 @@ bool udp_release(std::uint32_t slot, const zel_core_term_udp_session_cfg_t &cfg)
 bool connection_add(std::uint32_t slot, std::uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
                     std::uint32_t connection_id, ovlin_ids ids, std::uint8_t dscp, bool shared);
 
+bool connection_remove(std::uint32_t slot, std::uint32_t id, ovlin_ids ids, bool shared);
+
+/// Moves a connection whose associations nothing shares, with the sessions in the slots from `first_session` on.
+bool connection_modify(std::uint32_t slot, std::uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
+                       ovlin_ids ids, std::uint8_t dscp, std::uint32_t first_session, std::uint32_t session_count);
+
 bool session_add(std::uint32_t slot, std::uint32_t id, std::uint32_t local_session_id, ovlin_ids ids,
                  std::uint8_t dscp);
 bool session_remove(std::uint32_t slot, std::uint32_t id, ovlin_ids ids);

@@ -135,6 +135,11 @@ uint32_t add_connection_by_hand(uint32_t n, bool shared)
     return !by_hand::connection_add(n, r.id, r.cfg, r.control_connection_id, {r.pcep, r.rat_session}, r.dscp, shared);
 }
 
+uint32_t remove_connection_by_hand(uint32_t n, bool shared)
+{
+    return !by_hand::connection_remove(n, connection_id(n), {request::pcep, request::rat_session}, shared);
+}
+
 uint32_t add_connection_of_its_own(uint32_t n)
 {
     return connection(connection_id(n), connection_id(n))();
@@ -207,6 +212,13 @@ uint32_t modify_connection(uint32_t n)
                                                         r.rat_session, r.dscp, r.dscp, old_place.cfg.remote_addr, 0);
 }
 
+uint32_t modify_connection_by_hand(uint32_t n)
+{
+    const request::connection_add r = connection(connection_id(n), 128 + connection_id(n));
+    return !by_hand::connection_modify(n, r.id, r.cfg, {r.pcep, r.rat_session}, r.dscp, n * sessions_per_connection,
+                                       sessions_per_connection);
+}
+
 uint32_t remove_connection_with_sessions(uint32_t n)
 {
     for (uint32_t i = 0; i < sessions_per_connection; ++i)
@@ -264,6 +276,12 @@ constexpr operation table[] = {
      [](uint32_t n) { return add_connection_by_hand(n, false); }},
     {"L2TP connection add (sharing)", &connections, add_connection_sharing, 3, nullptr, remove_connection,
      [](uint32_t n) { return add_connection_by_hand(n, true); }},
+    {"L2TP connection removal", &connections, remove_connection, 6, add_connection_of_its_own, nullptr,
+     [](uint32_t n) { return remove_connection_by_hand(n, false); }},
+    {"L2TP connection removal (sharing)", &connections, remove_connection, 3, add_connection_sharing, nullptr,
+     [](uint32_t n) { return remove_connection_by_hand(n, true); }},
+    {"L2TP connection modify (6 sessions)", &connections, modify_connection, 14, add_connection_with_sessions,
+     remove_connection_with_sessions, modify_connection_by_hand},
     {"lowest free id", &udp_queried, [](uint32_t) { return zel_core_term_udp_session_free_id_get(&got.id); }, 0,
      nullptr, nullptr, call_empty_function},
     {"fill of 70000 sessions (beside the adds alone)", &whole_udp, fill, 0, restart, restart, fill_with_known_ids},
@@ -291,10 +309,6 @@ constexpr operation table[] = {
      [](uint32_t) { return zel_core_term_udp_session_capabilities_get(&got.capabilities); }},
 
     // L2TPv3 control connections and sessions
-    {"L2TP connection modify (6 sessions)", &connections, modify_connection, 14, add_connection_with_sessions,
-     remove_connection_with_sessions},
-    {"L2TP connection removal", &connections, remove_connection, 6, add_connection_of_its_own},
-    {"L2TP connection removal (sharing)", &connections, remove_connection, 3, add_connection_sharing},
     {"L2TP session add", &sessions, add_session_to_carrier, 5, nullptr, remove_session},
     {"L2TP session unbind part", &sessions,
      [](uint32_t n) { return zel_l2tp_session_modify_unbind_part(carrier, session_id(n)); }, 1, add_session_to_carrier,

@@ -34,17 +34,24 @@ template <std::int32_t capacity> struct entry_marks {
     /// The first of `count` entries that has the mark and is the wanted one, or `count`.
     template <typename Wanted> std::int32_t find_first(std::int32_t count, u8 mark, Wanted is_wanted) const
     {
-        constexpr u64 low_bits = 0x0101'0101'0101'0101, high_bits = 0x8080'8080'8080'8080;
         for (std::int32_t first = 0; first < count; first += 8) {
-            u64 difference;
-            std::memcpy(&difference, marks + first, sizeof difference);
-            difference ^= low_bits * mark;
-            // The high bits of the bytes that are 0, and perhaps of some above the first of them.
-            for (u64 found = (difference - low_bits) & ~difference & high_bits; found != 0; found &= found - 1)
-                if (const std::int32_t index = first + __builtin_ctzll(found) / 8; index < count && is_wanted(index))
-                    return index;
+            if (!any_of_eight(marks + first, mark))
+                continue;
+            for (std::int32_t i = first; i < first + 8 && i < count; ++i)
+                if (is_wanted(i))
+                    return i;
         }
         return count;
+    }
+
+private:
+    static bool any_of_eight(const u8 *eight, u8 mark)
+    {
+        constexpr u64 low_bits = 0x0101'0101'0101'0101, high_bits = 0x8080'8080'8080'8080;
+        u64 difference;
+        std::memcpy(&difference, eight, sizeof difference);
+        difference ^= low_bits * mark;
+        return ((difference - low_bits) & ~difference & high_bits) != 0; // whether a byte is 0
     }
 };
 
@@ -99,10 +106,7 @@ public:
 private:
     using marks = entry_marks<capacity>;
 
-    static u8 mark_of(const association_key &key)
-    {
-        return marks::of((u64{key.local_addr} << 32 | key.remote_addr) + key.vrf_id);
-    }
+    static u8 mark_of(const association_key &key) { return marks::of(key.local_addr ^ key.remote_addr ^ key.vrf_id); }
 
     template <typename Wanted> ip_association *find_if(const marks &searched, u8 mark, Wanted is_wanted)
     {
