@@ -148,6 +148,12 @@ TEST_F(l2tp, rows)
     collect({"49th peer", full, request::connect(48, 48)});
     collect({"49th peer, whose association stays", {}, request::connect(48, 48), {fails(2)}});
     collect({"49th connection", {}, request::connect(48, 1)});
+    const auto first_of_full_removed = [&] {
+        full();
+        EXPECT_EQ(remove(0), 0u);
+    };
+    collect(
+        {"connection that shares the last association, now the first", first_of_full_removed, request::connect(0, 47)});
 
     // A session keeps all bits of its DSCP, which this data plane would refuse.
     const auto with_wide_dscp = [] {

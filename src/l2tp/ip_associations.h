@@ -31,15 +31,15 @@ template <std::int32_t capacity> struct entry_marks {
 
     static u8 of(u64 value) { return static_cast<u8>(value * 0x9e37'79b9'7f4a'7c15 >> 56); }
 
-    /// The first of `count` entries that has the mark and is the wanted one, or `count`.
+    /// The first of `count` entries that has the mark and is the wanted one; if there is none, `count` or more.
     template <typename Wanted> std::int32_t find_first(std::int32_t count, u8 mark, Wanted is_wanted) const
     {
         for (std::int32_t first = 0; first < count; first += 8) {
             if (!any_of_eight(marks + first, mark))
                 continue;
-            for (std::int32_t i = first; i < first + 8 && i < count; ++i)
+            for (std::int32_t i = first; i < first + 8; ++i)
                 if (is_wanted(i))
-                    return i;
+                    return i; // or more than `count`: what was live before
         }
         return count;
     }
