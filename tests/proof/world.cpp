@@ -131,7 +131,7 @@ void world::violated(const std::string &what) const
 void world::require(bool condition, const char *what, std::optional<uint64_t> which) const
 {
     if (!condition)
-        violated(what + (which ? " " + std::to_string(*which) : ""));
+        violated(std::string(what) + (which ? " " : "") + (which ? std::to_string(*which) : ""));
 }
 
 /// The end of an operation that makes no call, as of one that refuses its arguments.
