@@ -74,28 +74,35 @@ parser::parser(std::vector<command> rows) : rows_(std::move(rows)), apps_(rows_.
 }
 parser::~parser() = default;
 
+/// The words that can follow a group's name, or begin a line.
+std::vector<std::string> parser::words_below(const std::string &group) const
+{
+    const std::string beginning = group.empty() ? "" : group + " ";
+    std::vector<std::string> words;
+    for (const command &row : rows_) {
+        if (!row.name.starts_with(beginning))
+            continue;
+        const std::string rest = row.name.substr(beginning.size());
+        const std::string next = rest.substr(0, rest.find(' '));
+        if (std::ranges::find(words, next) == words.end())
+            words.push_back(next);
+    }
+    return words;
+}
+
 /// As far as the words lead.
 parser::place parser::find(const std::vector<std::string> &words) const
 {
-    place found{0, "", nullptr, {}};
-    const auto look = [&] {
-        const std::string beginning = found.name.empty() ? "" : found.name + " ";
-        found.named = nullptr;
-        found.below.clear();
-        for (const command &row : rows_) {
-            if (row.name == found.name)
-                found.named = &row;
-            if (!row.name.starts_with(beginning))
-                continue;
-            const std::string next =
-                row.name.substr(beginning.size(), row.name.find(' ', beginning.size()) - beginning.size());
-            if (std::ranges::find(found.below, next) == found.below.end())
-                found.below.push_back(next);
-        }
-    };
-    for (look(); found.depth < words.size() && std::ranges::find(found.below, words[found.depth]) != found.below.end();
-         look())
-        found.name += (found.depth == 0 ? "" : " ") + words[found.depth], ++found.depth;
+    place found{0, "", nullptr, words_below("")};
+    for (const std::string &word : words) {
+        if (std::ranges::find(found.below, word) == found.below.end())
+            break;
+        found.name += (found.depth == 0 ? "" : " ") + word;
+        ++found.depth;
+        found.below = words_below(found.name);
+    }
+    const auto row = std::ranges::find(rows_, found.name, &command::name);
+    found.named = row != rows_.end() ? &*row : nullptr;
     return found;
 }
 

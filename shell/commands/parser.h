@@ -41,6 +41,7 @@ private:
         const command *named;           ///< null: a group, or no word at all
         std::vector<std::string> below; ///< the words that can follow
     };
+    std::vector<std::string> words_below(const std::string &group) const;
     place find(const std::vector<std::string> &words) const;
     CLI::App &app_of(const command &row);
     std::string help(const place &asked);
