@@ -154,7 +154,7 @@ std::string library_test::dump(const void *bytes, std::size_t size) const
         std::memcpy(&eight, static_cast<const char *>(bytes) + at, std::min(sizeof eight, size - at));
         if (eight == 0)
             continue;
-        text.append(" ").append(hex(at, 2)).append(":"); // no "x" + text: gcc 12 warns of it at -O3
+        text.append(" ").append(hex(at, 2)).append(":");            // no "x" + text: gcc 12 warns of it at -O3
         const bool is_handle = at != 0 && numbers_.contains(eight); // the first word can be like one, but is none
         text.append(is_handle ? "#" : "").append(is_handle ? number(eight) : hex(__builtin_bswap64(eight), 16));
     }
