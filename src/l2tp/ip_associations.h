@@ -63,13 +63,13 @@ public:
     /// Null when there is none.
     ip_association *find(const association_key &key)
     {
-        return find_if(by_key_, mark_of(key), [&](const ip_association &a) { return a.key == key; });
+        return find_if(true, by_key_, mark_of(key), [&](const ip_association &a) { return a.key == key; });
     }
 
     /// Null when there is none.
     ip_association *find(u64 association_handle)
     {
-        return find_if(by_handle_, marks::of(association_handle),
+        return find_if(!has_equal_handles_, by_handle_, marks::of(association_handle),
                        [&](const ip_association &a) { return a.association_handle == association_handle; });
     }
 
@@ -79,6 +79,7 @@ public:
     {
         if (count_ == capacity)
             return false;
+        has_equal_handles_ = has_equal_handles_ || find(association_handle) != nullptr;
         by_key_.marks[count_] = mark_of(key);
         by_handle_.marks[count_] = marks::of(association_handle);
         entries_[count_++] = {key, association_handle, 1, 0, 0};
@@ -108,16 +109,28 @@ private:
 
     static u8 mark_of(const association_key &key) { return marks::of(key.local_addr ^ key.remote_addr ^ key.vrf_id); }
 
-    template <typename Wanted> ip_association *find_if(const marks &searched, u8 mark, Wanted is_wanted)
+    /// @param any_will_do no two entries are wanted, so that the first match need not be searched for
+    template <typename Wanted>
+    ip_association *find_if(bool any_will_do, const marks &searched, u8 mark, Wanted is_wanted)
     {
+        if (any_will_do && recent_ < count_ && is_wanted(entries_[recent_]))
+            return &entries_[recent_];
         const std::int32_t index =
             searched.find_first(count_, mark, [&](std::int32_t i) { return is_wanted(entries_[i]); });
-        return index < count_ ? &entries_[index] : nullptr;
+        if (index >= count_)
+            return nullptr;
+        recent_ = index;
+        return &entries_[index];
     }
+
+    /// Where the last search of any table ended: the next is often for the same connection, and the associations that
+    /// it has each way are often in the same place.
+    static inline std::int32_t recent_ = 0;
 
     ip_association entries_[capacity];
     marks by_key_, by_handle_;
     std::int32_t count_;
+    bool has_equal_handles_; ///< two entries had the same handle: a data plane that was restarted gives some again
 };
 
 /// Adds a request for an association's binding to the L2TPv3 ingress interface.
