@@ -1,4 +1,5 @@
 // The parts that can be tried by themselves: message formatting, the set of ids, the stand-in data plane's refusals.
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -22,6 +23,25 @@ TEST(message, prefix_and_body_share_a_buffer)
         EXPECT_EQ(zel_trace_internal_format_str("%s()", name.c_str(), "%s", body.c_str()),
                   cut + body.substr(0, 1023 - cut.size()));
     }
+}
+
+TEST(message, is_as_printf_has_it)
+{
+    const auto expect = [](const char *format, auto... values) {
+        char expected[1024];
+        std::snprintf(expected, sizeof expected, format, values...);
+        EXPECT_STREQ(zel_trace_internal_format_str(nullptr, nullptr, format, values...), expected) << format;
+    };
+    for (const int number : {0, 7, -1, INT_MAX, INT_MIN})
+        expect("%d %u %x %08x %% %5d|%-4x|%02x %ld %c", number, number, number, number, number, number, number,
+               static_cast<long>(number), '!');
+    for (const unsigned number : {0U, 0x9abcdefU, 0x12345678U, UINT_MAX})
+        expect("%08x: %u, %x, %d", number, number, number, number);
+    for (const std::uintptr_t handle : {std::uintptr_t{0}, std::uintptr_t{1}, UINTPTR_MAX})
+        expect("handle=%p, %s, %s", reinterpret_cast<void *>(handle), "", "text");
+    for (const std::size_t length : {1005u, 1012u, 1013u, 1014u, 1015u, 1021u, 1022u, 1023u})
+        for (const char *const format : {"%s", "%s%d", "%s%08x", "%s-literal"})
+            expect(format, std::string(length, 'b').c_str(), 1'000'000'000);
 }
 
 TEST(message, each_thread_has_a_buffer_of_its_own)

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "term/platform.h"
+#include "term/quick_format.h"
 
 namespace {
 
@@ -13,6 +14,26 @@ constexpr std::size_t prefix_size = 256;
 // In the static TLS block, so that a thread's first message does not allocate the buffer when the library
 // was loaded by dlopen().
 [[gnu::tls_model("initial-exec")]] thread_local char message[message_size];
+
+/// As vsnprintf().
+int vformat(char *text, std::size_t size, const char *fmt, va_list args)
+{
+    va_list same_args;
+    va_copy(same_args, args);
+    const int length = zel::quick_format(text, size, fmt, same_args);
+    va_end(same_args);
+    return length >= 0 ? length : std::vsnprintf(text, size, fmt, args);
+}
+
+/// As snprintf().
+int format(char *text, std::size_t size, const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    const int length = vformat(text, size, fmt, args);
+    va_end(args);
+    return length;
+}
 
 } // namespace
 
@@ -28,14 +49,10 @@ const char *zel_trace_internal_format_str(const char *prefix_fmt, const char *fu
 const char *zel_trace_internal_vformat_str(const char *prefix_fmt, const char *func, const char *fmt, va_list args)
 {
     int length = 0;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     if (func != nullptr)
-        length =
-            std::clamp(std::snprintf(message, prefix_size, prefix_fmt, func), 0, static_cast<int>(prefix_size) - 1);
-#pragma GCC diagnostic pop
+        length = std::clamp(format(message, prefix_size, prefix_fmt, func), 0, static_cast<int>(prefix_size) - 1);
     if (fmt != nullptr)
-        std::vsnprintf(message + length, message_size - static_cast<std::size_t>(length), fmt, args);
+        vformat(message + length, message_size - static_cast<std::size_t>(length), fmt, args);
     return message;
 }
 
