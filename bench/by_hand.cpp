@@ -251,12 +251,15 @@ bool connection_add(uint32_t slot, uint32_t id, const zel_core_term_l2tp_control
                     uint32_t connection_id, ovlin_ids ids, uint8_t dscp, bool shared)
 {
     auto &[association, control] = connections[slot];
-    return (shared || create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress)) &&
-           create_l2tp_ingress(VOK_L2TPV3_CONTROL_CONNECTION, connection_id, control) &&
-           (shared || bind(to_interface(association.ingress))) &&
-           bind(to_ovlin(VOK_SESSION_TYPE_L2TP, control, ovlin_flow(ids.pcep, ids.rat_session))) &&
-           (shared || create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress)) &&
-           bind(to_egress(id, ids, association.egress, &dscp));
+    const bool added = (shared || create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress)) &&
+                       create_l2tp_ingress(VOK_L2TPV3_CONTROL_CONNECTION, connection_id, control) &&
+                       (shared || bind(to_interface(association.ingress))) &&
+                       bind(to_ovlin(VOK_SESSION_TYPE_L2TP, control, ovlin_flow(ids.pcep, ids.rat_session))) &&
+                       (shared || create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress)) &&
+                       bind(to_egress(id, ids, association.egress, &dscp));
+    if (!added)
+        connection_remove(slot, id, ids, shared);
+    return added;
 }
 
 bool connection_remove(uint32_t slot, uint32_t id, ovlin_ids ids, bool shared)
@@ -270,20 +273,27 @@ bool connection_remove(uint32_t slot, uint32_t id, ovlin_ids ids, bool shared)
            (shared || remove_ipv4_ingress(association.ingress));
 }
 
+static bool move_associations(flow_pair &association, uint32_t id,
+                              const zel_core_term_l2tp_control_connection_cfg_t &cfg, ovlin_ids ids, uint8_t dscp)
+{
+    return unbind(to_egress(id, ids, association.egress, nullptr)) && remove_ipv4_egress(association.egress) &&
+           unbind(to_interface(association.ingress)) && remove_ipv4_ingress(association.ingress) &&
+           create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress) &&
+           bind(to_interface(association.ingress)) &&
+           create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress) &&
+           bind(to_egress(id, ids, association.egress, &dscp));
+}
+
 bool connection_modify(uint32_t slot, uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
-                       ovlin_ids ids, uint8_t dscp, uint32_t first_session, uint32_t session_count)
+                       const zel_core_term_l2tp_control_connection_cfg_t &old_cfg, ovlin_ids ids, uint8_t dscp,
+                       uint32_t first_session, uint32_t session_count)
 {
     flow_pair &association = connections[slot].association;
     bool succeeds = true;
     for (uint32_t i = 0; i < session_count; ++i)
         succeeds = succeeds && unbind(session_to_association(l2tp_sessions[first_session + i], nullptr));
-    succeeds = succeeds && unbind(to_egress(id, ids, association.egress, nullptr)) &&
-               remove_ipv4_egress(association.egress) && unbind(to_interface(association.ingress)) &&
-               remove_ipv4_ingress(association.ingress) &&
-               create_ipv4_ingress(cfg, 0x9C, protocol_l2tpv3, 0, 0, association.ingress) &&
-               bind(to_interface(association.ingress)) &&
-               create_ipv4_egress(cfg, 0x0E, protocol_l2tpv3, 0, 0, association.egress) &&
-               bind(to_egress(id, ids, association.egress, &dscp));
+    succeeds = succeeds && (move_associations(association, id, cfg, ids, dscp) ||
+                            move_associations(association, id, old_cfg, ids, dscp));
     for (uint32_t i = 0; i < session_count; ++i)
         succeeds = succeeds && bind(session_to_association(l2tp_sessions[first_session + i], &dscp));
     return succeeds;

@@ -2,7 +2,8 @@
 /// tick counter is read around each call, but there is no table, no check and no trace.
 ///
 /// `slot` says where a session's or connection's handles are kept, as its caller would keep them; ids are as the
-/// library's operations take them. The first call that fails ends an operation.
+/// library's operations take them. The first call that fails ends an operation, but for connections: a failed add
+/// removes what it made, and a failed modify goes back to the old configuration.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,8 @@ bool connection_remove(std::uint32_t slot, std::uint32_t id, ovlin_ids ids, bool
 
 /// Moves a connection whose associations nothing shares, with the sessions in the slots from `first_session` on.
 bool connection_modify(std::uint32_t slot, std::uint32_t id, const zel_core_term_l2tp_control_connection_cfg_t &cfg,
-                       ovlin_ids ids, std::uint8_t dscp, std::uint32_t first_session, std::uint32_t session_count);
+                       const zel_core_term_l2tp_control_connection_cfg_t &old_cfg, ovlin_ids ids, std::uint8_t dscp,
+                       std::uint32_t first_session, std::uint32_t session_count);
 
 bool session_add(std::uint32_t slot, std::uint32_t id, std::uint32_t local_session_id, ovlin_ids ids,
                  std::uint8_t dscp);

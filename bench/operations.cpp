@@ -9,6 +9,7 @@
 
 #include "by_hand.h"
 #include "requests.h"
+#include "tn_zel_tracepoints.h"
 #include "vok_cp.h"
 #include "vok_cp_null.h"
 #include "zel_core_term/zel_core_term.h"
@@ -150,6 +151,12 @@ uint32_t add_connection_sharing(uint32_t n)
     return connection(connection_id(n), carrier)();
 }
 
+/// By turns with two connections, so that what was found last is not what is wanted.
+uint32_t add_connection_sharing_by_turns(uint32_t n)
+{
+    return connection(connection_id(n), n % 2 == 0 || first_free == 0 ? carrier : first_free / 2)();
+}
+
 uint32_t remove_connection(uint32_t n)
 {
     return zel_core_term_l2tp_control_connection_rem(connection_id(n), request::pcep, request::rat_session);
@@ -178,6 +185,26 @@ uint32_t add_session_to_carrier(uint32_t n)
 uint32_t remove_session(uint32_t n)
 {
     return zel_core_term_l2tp_session_rem(carrier, session_id(n));
+}
+
+uint32_t add_and_remove_session(uint32_t n)
+{
+    return add_session_to_carrier(n) | remove_session(n);
+}
+
+uint32_t add_and_remove_session_by_hand(uint32_t n)
+{
+    const request::session_add r = request::session_of(carrier, session_id(n));
+    const by_hand::ovlin_ids ids{r.pcep, r.rat_session};
+    return !by_hand::session_add(n, r.id, r.local_session_id, ids, r.dscp) || !by_hand::session_remove(n, r.id, ids);
+}
+
+/// What the tracer takes for an event with three short strings that are there already.
+void fire_bare_events(int count)
+{
+    for (int i = 0; i < count; ++i)
+        lttng_ust_tracepoint(tn_zel_term, FN_ENTER, "zel_l2tp_session:222", "L2TP_SESSION",
+                             "zel_core_term_l2tp_session_add()");
 }
 
 void occupy_sessions(uint32_t entries)
@@ -215,8 +242,9 @@ uint32_t modify_connection(uint32_t n)
 uint32_t modify_connection_by_hand(uint32_t n)
 {
     const request::connection_add r = connection(connection_id(n), 128 + connection_id(n));
-    return !by_hand::connection_modify(n, r.id, r.cfg, {r.pcep, r.rat_session}, r.dscp, n * sessions_per_connection,
-                                       sessions_per_connection);
+    const request::connection_add old_place = connection(connection_id(n), connection_id(n));
+    return !by_hand::connection_modify(n, r.id, r.cfg, old_place.cfg, {r.pcep, r.rat_session}, r.dscp,
+                                       n * sessions_per_connection, sessions_per_connection);
 }
 
 uint32_t remove_connection_with_sessions(uint32_t n)
@@ -264,18 +292,19 @@ constexpr operation table[] = {
          return add_udp(id, *ipv4_seen) | zel_core_term_udp_session_release(id);
      },
      0, nullptr, nullptr, [](uint32_t n) { return add_and_release_by_hand(n, next_scattered_id(), *ipv4_seen); }},
-    {"L2TP session add + removal", &sessions, [](uint32_t n) { return add_session_to_carrier(n) | remove_session(n); },
-     0, nullptr, nullptr,
-     [](uint32_t n) -> uint32_t {
-         const request::session_add r = request::session_of(carrier, session_id(n));
-         const by_hand::ovlin_ids ids{r.pcep, r.rat_session};
-         return !by_hand::session_add(n, r.id, r.local_session_id, ids, r.dscp) ||
-                !by_hand::session_remove(n, r.id, ids);
-     }},
+    {"L2TP session add + removal", &sessions, add_and_remove_session, 0, nullptr, nullptr,
+     add_and_remove_session_by_hand},
+    {"the same beside 15 bare events", &sessions, add_and_remove_session, 0, nullptr, nullptr,
+     [](uint32_t n) { return fire_bare_events(15), add_and_remove_session_by_hand(n); }},
+    {"refused removal beside 3 bare events", &no_table,
+     [](uint32_t) { return zel_core_term_l2tp_session_rem(carrier, ZEL_CORE_TERM_L2TP_SESSION_ID_MAX + 1); }, 0,
+     nullptr, nullptr, [](uint32_t) { return fire_bare_events(3), 0u; }},
     {"L2TP connection add", &connections, add_connection_of_its_own, 6, nullptr, remove_connection,
      [](uint32_t n) { return add_connection_by_hand(n, false); }},
     {"L2TP connection add (sharing)", &connections, add_connection_sharing, 3, nullptr, remove_connection,
      [](uint32_t n) { return add_connection_by_hand(n, true); }},
+    {"L2TP connection add (sharing by turns)", &connections, add_connection_sharing_by_turns, 0, nullptr,
+     remove_connection, [](uint32_t n) { return add_connection_by_hand(n, true); }},
     {"L2TP connection removal", &connections, remove_connection, 6, add_connection_of_its_own, nullptr,
      [](uint32_t n) { return remove_connection_by_hand(n, false); }},
     {"L2TP connection removal (sharing)", &connections, remove_connection, 3, add_connection_sharing, nullptr,
@@ -400,7 +429,7 @@ void require_honest_measurement()
         const uint64_t calls = count_calls(measured, measured.library);
         require(calls >= uint64_t{measured.table->calls} * measured.failing_call,
                 "does not come to the call that fails", measured.name);
-        if (measured.reference != nullptr && measured.failing_call == 0)
+        if (measured.reference != nullptr)
             require(calls == count_calls(measured, measured.reference), "library and reference make different calls",
                     measured.name);
     });

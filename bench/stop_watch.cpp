@@ -52,11 +52,12 @@ void measure(benchmark::State &state, const operation &measured, std::uint32_t q
 /// Names are OPERATION/QUARTERS; an operation without a table has no quarters but 0.
 void register_operation(const operation &measured)
 {
-    if (measured.reference == nullptr || measured.failing_call != 0)
+    if (measured.reference == nullptr)
         return;
+    const std::string name = std::string(measured.name) + (measured.failing_call != 0 ? ", failing" : "");
     for (std::uint32_t quarters = 0; quarters <= (measured.table->capacity != 0 ? quarters_full : 0); ++quarters)
         benchmark::RegisterBenchmark(
-            (std::string(measured.name) + "/" + std::to_string(quarters)).c_str(),
+            (name + "/" + std::to_string(quarters)).c_str(),
             [measured, quarters](benchmark::State &state) { measure(state, measured, quarters); })
             ->UseManualTime()
             ->Iterations(10)

@@ -9,6 +9,9 @@ function within(value, limit, text) { return text ": " (value <= limit ? "met" :
 
 function target() {
     if ($1 ~ /^(UDP add \+ release( IPv6)?|L2TP session add \+ removal)$/) return within($5, 1.25, "1.25 times")
+    if ($1 ~ /^L2TP connection/) return within($5, 1.15, "1.15 times")
+    if ($1 ~ /^UDP.*all over/) return within($5, 1.25, "1.25 times")
+    if ($1 ~ /bare events/) return within($5, 1.5, "1.5 times")
     if ($1 ~ /^fill of/) return within($5, 1.3, "1.3 times")
     if ($1 == "lowest free id") return within($3, 10, "10 ns")
     if ($1 ~ /^start/) return within($3, 300000, "0.3 ms")
