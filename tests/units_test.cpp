@@ -5,6 +5,7 @@
 #include <random>
 #include <thread>
 
+#include "l2tp/ip_associations.h"
 #include "library_test.h"
 #include "udp/id_set.h"
 
@@ -96,6 +97,39 @@ TEST(id_set, finds_the_lowest_missing_as_a_search_does)
     expect_the_lowest_missing_as_a_search_finds_it<64 * 2>();
     expect_the_lowest_missing_as_a_search_finds_it<64 * 64>();
     expect_the_lowest_missing_as_a_search_finds_it<64 * 64 * 2 + 70>();
+}
+
+/// Handles are equal where a restarted data plane gives some again.
+TEST(ip_associations, gives_the_first_match_as_a_search_from_the_front_does)
+{
+    zel::ip_associations table{};
+    std::mt19937 random(1);
+    const auto below = [&](std::int32_t limit) {
+        return static_cast<zel::u32>(random() % static_cast<zel::u32>(limit));
+    };
+    const auto first = [&](const auto &is_wanted) {
+        const zel::ip_association *const begin = &table[0], *const end = begin + table.count();
+        const auto *const found = std::find_if(begin, end, is_wanted);
+        return found != end ? found : nullptr;
+    };
+    for (int i = 0; i < 200'000; ++i) {
+        const bool is_filling = i / 300 % 2 == 0, has_equal_handles = i / 600 % 2 == 0;
+        if (i % 600 == 0)
+            table.clear();
+        const zel::association_key key{below(9), below(2), below(4)};
+        const zel::u64 handle = has_equal_handles ? below(60) : random();
+        const auto *const by_key = first([&](const auto &a) { return a.key == key; });
+        ASSERT_EQ(table.find(key), by_key);
+        ASSERT_EQ(table.find(handle), first([&](const auto &a) { return a.association_handle == handle; }));
+        if (is_filling && by_key == nullptr) {
+            ASSERT_EQ(table.add(key, handle), table.count() < zel::ip_associations::capacity);
+        } else if (!is_filling && table.count() != 0) {
+            const zel::association_key last = table[table.count() - 1].key;
+            zel::ip_association &released = *table.find(table[static_cast<std::int32_t>(below(table.count()))].key);
+            ASSERT_TRUE(table.release(released));
+            ASSERT_TRUE(released.key == last); // also when that was the last
+        }
+    }
 }
 
 /// The stand-in data plane refuses what the real one must not be given.
