@@ -294,7 +294,7 @@ constexpr operation table[] = {
      0, nullptr, nullptr, [](uint32_t n) { return add_and_release_by_hand(n, next_scattered_id(), *ipv4_seen); }},
     {"L2TP session add + removal", &sessions, add_and_remove_session, 0, nullptr, nullptr,
      add_and_remove_session_by_hand},
-    {"the same beside 15 bare events", &sessions, add_and_remove_session, 0, nullptr, nullptr,
+    {"L2TP session beside 15 bare events", &sessions, add_and_remove_session, 0, nullptr, nullptr,
      [](uint32_t n) { return fire_bare_events(15), add_and_remove_session_by_hand(n); }},
     {"refused removal beside 3 bare events", &no_table,
      [](uint32_t) { return zel_core_term_l2tp_session_rem(carrier, ZEL_CORE_TERM_L2TP_SESSION_ID_MAX + 1); }, 0,

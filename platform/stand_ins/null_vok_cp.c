@@ -4,6 +4,7 @@
 static uint64_t last_handle;
 static uint64_t calls;
 static uint32_t calls_until_failure;
+static uint32_t (*asked)(void);
 
 uint64_t vok_cp_null_calls(void)
 {
@@ -15,9 +16,16 @@ void vok_cp_null_fail(uint32_t call)
     calls_until_failure = call;
 }
 
+void vok_cp_null_ask(uint32_t (*answer)(void))
+{
+    asked = answer;
+}
+
 static uint32_t answer(void)
 {
     ++calls;
+    if (asked != 0)
+        return asked();
     return calls_until_failure != 0 && --calls_until_failure == 0 ? VOK_CP_NULL_FAILED : 0;
 }
 
