@@ -149,9 +149,10 @@ udp free-id" || fail "another scenario was saved"
 grep -qx 'udp free-id' history || fail "no history is kept"
 seen() { for _ in {1..100}; do grep -qF -- "$1" said && return; sleep 0.1; done; echo "FAILED: no '$1' is seen" >&2; false; }
 true >said
-{ seen 'zel>' && printf 'udp add 1\003' && seen '^C' && printf 'start\nquit\n'; } | typed >said ||
-    fail "a conversation with ^C ends with $?"
+{ seen 'zel>' && printf 'udp add 1\001' && seen 'udp add 1' && printf '\003' && seen '^C' && printf 'start\nquit\n'; } |
+    typed >said || fail "a conversation with ^C ends with $?"
 grep -q 'start: 0' said || fail "^C does not take back a line: $(cat said)"
+! grep -q $'[\r\b]^C' said || fail "^C overprints the line: $(cat -v said)"
 true >said
 { seen 'zel>' && printf '%s\n' start 'fault vok_bind --every --ticks 1000000' 'udp fill 70000' && seen ' of 70000' &&
     printf '\003' && seen ' in use' && printf '%s\n' 'udp free-id' 'save part.zel' quit; } | typed >said

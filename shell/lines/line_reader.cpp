@@ -153,13 +153,12 @@ void line_reader::handle_signal()
         return;
     }
     rl_callback_sigcleanup();
+    rl_point = rl_end;
+    rl_redisplay();
+    std::puts(signal == SIGINT ? "^C" : ""); // before readline, leaving the terminal, moves to the line's beginning
     rl_callback_handler_remove();
-    if (signal == SIGINT) {
-        std::puts("^C");
-        prompt();
-        return;
-    }
-    std::fputc('\n', stdout);
+    if (signal == SIGINT)
+        return prompt();
     std::fflush(stdout);
     sigprocmask(SIG_UNBLOCK, &signals_, nullptr);
     std::raise(signal);
