@@ -136,7 +136,8 @@ grep -vE '^(start|stop|restart-data-plane|expect .*|faults? .*|udp (fill|clear|r
 export ZEL_TERM_SHELL_HISTORY=$temporary/history
 # shellcheck disable=SC2016 # the shell that `script` runs replaces $program, whatever characters the path has
 typed() { program=$shell script --quiet --return --command 'exec "$program"' /dev/null; }
-printf 'start\nfault vok_b\t\n%s\nudp free-id\nfly\nsave tried.zel\nquit\n' "$session" | typed >said ||
+printf '%s\n' start $'fault vok_b\t' "$session" 'udp free-id' fly 'udp modify 1' 'expect shown "lowest free id: 1"' \
+    'save tried.zel' quit | typed >said ||
     fail "the conversation ends with $?"
 grep -q 'vok_bind: call number 1 fails' said || fail "a function's name is not completed: $(cat said)"
 grep -q "unknown command 'fly'" said || fail "a conversation ends with a bad line: $(cat said)"
@@ -144,7 +145,8 @@ diff - <(sed 's/ $//' tried.zel) <<<"start
 fault vok_bind
 $session
 expect 13
-udp free-id" || fail "another scenario was saved"
+udp free-id
+expect shown \"lowest free id: 1\"" || fail "another scenario was saved"
 "$shell" tried.zel >said 2>&1 || fail "the saved scenario: $(tail -n 3 said)"
 grep -qx 'udp free-id' history || fail "no history is kept"
 seen() { for _ in {1..100}; do grep -qF -- "$1" said && return; sleep 0.1; done; echo "FAILED: no '$1' is seen" >&2; false; }
