@@ -10,6 +10,9 @@ struct trace_event {
     std::string location;
     std::string category;
     std::string message;
+
+    /// Whether something went wrong: an EXCEPTION or an ERROR.
+    bool is_trouble() const { return name.ends_with(":EXCEPTION") || name.ends_with(":ERROR"); }
 };
 
 /// Registers a probe of its own with the tracing runtime for every event of both providers, which enables them, and

@@ -21,7 +21,7 @@ shell::shell(std::ostream &real_out, bool strict, bool is_at_terminal)
     : out(real_out), shows_progress(is_at_terminal),
       watch(waiting,
             [this](const trace_event &e) {
-                if (shown_events == "on" || (shown_events == "exceptions" && e.name.ends_with(":EXCEPTION")))
+                if (shown_events == "on" || (shown_events == "exceptions" && e.is_trouble()))
                     out << "  " << e.name << "  " << e.location << "  " << e.category << "  " << e.message << '\n';
             }),
       lines(all_commands()), strict_(strict)

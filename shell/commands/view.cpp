@@ -80,9 +80,9 @@ std::vector<command> view_commands()
         {"graph", "draw the data plane", "graph graph.svg", {picture}, graph},
         {"ladder", "draw the last operation as a sequence of calls", "ladder ladder.svg", {picture}, ladder},
         {"trace",
-         "show each trace event as it fires, only the exceptions, or none",
+         "show each trace event as it fires, only what went wrong, or none",
          "trace exceptions",
-         {one_of("SWITCH", "on, exceptions (those events only) or off", {"on", "exceptions", "off"})},
+         {one_of("SWITCH", "on, exceptions (EXCEPTION and ERROR) or off", {"on", "exceptions", "off"})},
          [](shell &s, const arguments &given) { s.shown_events = given.text("SWITCH"); }},
     };
 }

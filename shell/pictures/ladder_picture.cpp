@@ -53,7 +53,7 @@ std::vector<row> all_rows(const operation_record &operation)
         const auto &event = std::get<trace_event>(entry);
         if (event.category == "SESSION_API_DELAY")
             rows.push_back({row::kind::slow, event.message});
-        else if (event.name.ends_with(":EXCEPTION") || event.name.ends_with(":ERROR"))
+        else if (event.is_trouble())
             rows.push_back({row::kind::exception, event.message});
         else if (event.name.ends_with(":API_CALL"))
             rows.push_back({row::kind::step, step_text(event.message)});
@@ -82,15 +82,24 @@ std::vector<row> rows_of(const operation_record &operation)
     return kept;
 }
 
+/// Where to cut a longer text, after at most so many bytes and not within a character.
+std::size_t cut_at(const std::string &text, std::size_t width)
+{
+    std::size_t end = width;
+    while (end > width - 4 && (static_cast<unsigned char>(text[end]) & 0xC0u) == 0x80u)
+        --end;
+    return end;
+}
+
 /// In lines, broken after blanks and commas where there are any, and not too many of them.
 std::string wrapped(std::string text, std::size_t width)
 {
     if (text.size() > 4 * width)
-        text = text.substr(0, 4 * width) + " ...";
+        text = text.substr(0, cut_at(text, 4 * width)) + " ...";
     std::string html;
     while (text.size() > width) {
         const std::size_t gap = text.find_last_of(" ,", width - 1);
-        const std::size_t end = gap == std::string::npos ? width : gap + 1;
+        const std::size_t end = gap == std::string::npos ? cut_at(text, width) : gap + 1;
         html += escaped(text.substr(0, end)) + "<br/>";
         text.erase(0, end);
     }
