@@ -2,36 +2,48 @@
 
 #include "text_table.h"
 
-/// What is wrong with one handle: its object, the bindings that it decides about, the entries that hold it.
+/// What is wrong with one handle: its object, the bindings that it decides about, the entries that hold it. Of bindings
+/// that are missing only that of a shared ingress association is wrong: a removal elsewhere can take it away, the
+/// others only their own endpoint.
 audit::findings audit::found_at(std::uint64_t handle, const ownership &owners)
 {
     struct search {
         std::uint64_t handle;
         const ownership &owners;
         findings found{};
+        bool is_bound_to_interface = false;
     } seen{handle, owners};
+    const std::vector<held_handle> holding = owners.holding(handle);
+    const auto add = [&](int what, const held_handle &held, const std::string &text) {
+        const auto kind = static_cast<std::uint64_t>(held.holder.what), field = static_cast<std::uint64_t>(held.field);
+        seen.found[{what, {kind, held.holder.id, field}}].text = text;
+    };
     vok_cp_sim_object_t object;
     if (!vok_cp_sim_find(handle, &object)) {
-        for (const held_handle &held : owners.holding(handle)) {
-            const auto what = static_cast<std::uint64_t>(held.holder.what),
-                       field = static_cast<std::uint64_t>(held.field);
-            seen.found[{2, {what, held.holder.id, field}}].text =
-                field_name(held) + " " + handle_text(handle) + " of " + to_text(held.holder) + " names nothing";
-        }
+        for (const held_handle &held : holding)
+            add(2, held,
+                field_name(held) + " " + handle_text(handle) + " of " + to_text(held.holder) + " names nothing");
         return seen.found;
     }
-    if (owners.holding(handle).empty())
+    if (holding.empty())
         seen.found[{0, {handle}}].text = to_text(data_plane::object::from(object)) + " has no owner";
     vok_cp_sim_walk_bindings_of(
         handle,
         [](void *context, const vok_cp_sim_binding_t *b) {
             auto &all = *static_cast<search *>(context);
             const auto &r = *static_cast<const vok_bind_record *>(b->record);
+            all.is_bound_to_interface |= r.destFlowHandle == l2tp_control_ingress_interface;
             if (deciding_handle(r) == all.handle && all.owners.of(r).empty())
                 all.found[{1, {r.bindKind, r.direction, r.srcFlowHandle, r.srcFlowID, r.destFlowHandle, r.dstFlowID}}]
                     .text = "binding " + to_text(r) + " has no owner";
         },
         &seen);
+    if (object.kind == VOK_CP_SIM_IPV4_INGRESS && !seen.is_bound_to_interface)
+        for (const held_handle &held : holding)
+            if (held.holder.what == owner::kind::l2tp_connection)
+                add(3, held,
+                    to_text(held.holder) + " and its sessions receive nothing: the binding of the " + field_name(held) +
+                        " " + handle_text(handle) + " is lost; remove and add all connections that share it");
     return seen.found;
 }
 

@@ -21,14 +21,15 @@ public:
     /// The same for every handle.
     void look_at_all(const std::string &operation, const ownership &owners);
 
-    /// How many objects, bindings and handles are wrong.
+    /// How many things are wrong.
     std::size_t count() const;
 
     /// Each with the operation that left it; or that nothing is wrong.
     void show(std::ostream &out) const;
 
 private:
-    /// Objects without an owner come before such bindings, and these before handles that name nothing.
+    /// Objects without an owner come before such bindings, then handles that name nothing, then connections that
+    /// receive nothing.
     struct subject {
         int what;
         std::array<std::uint64_t, 6> which;
