@@ -27,7 +27,7 @@ F2F      INGRESS    0x100000002                           0x100000001
 101  1           ovlin 0x300065  ovlin 0x300066  26    0x100000008   0x100000009
 packet ends at ovlin 0x003000c9 \(pcep 3, session 201\) through 0x100000002
 packet leaves through 0x10000000d as 192.0.2.1 -> 203.0.113.9, L2TPv3, ttl 64, vrf 0, dscp 40
-the old peer and DSCP are in force
+l2tp connection modify 1: 2 \(fell back to the old peer and DSCP\)
 LINES
 
 # Bad lines: the message, with where the line stands, and the exit status. Nothing after a bad line is carried out.

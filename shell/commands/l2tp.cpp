@@ -102,19 +102,20 @@ void modify_connection(shell &s, const arguments &given)
     c.cfg.ttl = static_cast<std::uint8_t>(given.number("--ttl", c.cfg.ttl));
     std::vector<std::uint32_t> sessions = sessions_to_move(s, given);
     const bool was_in_use = connection_is_in_use(id);
-    const std::uint32_t result = s.operate(name_of("connection modify", id), [&] {
+    const std::uint32_t result = s.record(name_of("connection modify", id), [&] {
         return zel_core_term_l2tp_control_connection_modify(
             id, sessions.data(), static_cast<std::uint32_t>(sessions.size()), &c.cfg, c.pcep, c.rat_session, c.dscp,
             old.dscp, old.cfg.remote_addr, c.session_type);
     });
     // A 2 without a connection is the hook's own.
     const bool has_fallen_back = result == ZEL_CORE_TERM_FELL_BACK && connection_is_in_use(id);
+    if (has_fallen_back) {
+        s.watch.result_means("fell back to the old peer and DSCP");
+        known->second.cfg = c.cfg; // whose peer is the old one again
+    }
+    s.show_result();
     if (result == ZEL_CORE_TERM_SUCCESS)
         known->second = c;
-    if (has_fallen_back) {
-        known->second.cfg = c.cfg; // whose peer is the old one again
-        s.out << "the old peer and DSCP are in force\n";
-    }
     if (result == ZEL_CORE_TERM_SUCCESS || has_fallen_back)
         for (const std::uint32_t session : sessions) // which send through this connection now
             if (const auto moved = s.known.l2tp_sessions.find(session); moved != s.known.l2tp_sessions.end())

@@ -40,7 +40,7 @@ public:
     /// Runs an operation of the library and shows its result.
     std::uint32_t operate(const std::string &name, const std::function<std::uint32_t()> &operation);
 
-    /// Runs one of many operations without showing its result.
+    /// The same without showing its result.
     std::uint32_t record(const std::string &name, const std::function<std::uint32_t()> &operation);
     void show_result();
 

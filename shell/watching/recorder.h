@@ -27,6 +27,9 @@ public:
     std::uint32_t run(const std::string &line, int line_number, const std::string &name,
                       const std::function<std::uint32_t()> &operation);
 
+    /// Replaces the text of the last operation's result, whose code has several meanings.
+    void result_means(const std::string &text) { last_->result_text = text; }
+
     /// What the last operation did; null before the first.
     const operation_record *last() const { return last_ ? &*last_ : nullptr; }
 
