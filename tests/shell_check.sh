@@ -16,14 +16,14 @@ while IFS= read -r line; do
     grep -qE -- "^$line\$" <<<"$tours" || fail "no tour shows: $line"
 done <<'LINES'
   tn_zel_term:FN_ENTER  zel_term:[0-9]+  GENERAL  zel_core_term_start\(\)
-2   \[2001:db8::1\]:2152  \[2001:db8:7::7\]:2152  0    1400      0
+2   \[2001:db8::1\]:2152  \[2001:db8:7::7\]:2152  0    1400      0 \(128 in force\)
 packet leaves through 0x100000004 as \[2001:db8::1\]:2152 -> \[2001:db8:7::7\]:2152, UDP, hop limit 7, path mtu 1280, vrf 0, dscp 26
 IPv4 ingress: 1 packets, 200 octets
 packet dropped: 0x100000001 matches it, but no binding leads on to a flow
 packet dropped: the flow is not bound to an egress association
 packet dropped: no ingress association matches it
 F2F      INGRESS    0x100000002                           0x100000001
-2   192.0.2.1 - 198.51.100.7  0    48    0x100000005  0x100000002  0x100000004
+2   192.0.2.1 - 198.51.100.7  0    48    32 \(64 in force\)  0x100000005  0x100000002  0x100000004
 101  1           ovlin 0x300065  ovlin 0x300066  26    0x100000008   0x100000009
 packet ends at ovlin 0x003000c9 \(pcep 3, session 201\) through 0x100000002
 packet leaves through 0x10000000d as 192.0.2.1 -> 203.0.113.9, L2TPv3, ttl 64, vrf 0, dscp 40

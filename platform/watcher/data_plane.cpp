@@ -130,6 +130,13 @@ std::string whole_header_text(const vok_cp_sim_header_t &h, std::uint32_t path_m
     return h.ip_version == 0 ? text : from_to(h) + ", " + text + ", vrf " + std::to_string(h.vrf_id);
 }
 
+std::string ttl_text(std::uint8_t given, std::uint64_t association)
+{
+    vok_cp_sim_object_t found;
+    const bool differs = vok_cp_sim_find(association, &found) && found.header.ttl != given;
+    return std::to_string(given) + (differs ? " (" + std::to_string(found.header.ttl) + " in force)" : "");
+}
+
 std::string ovlin_flow_text(std::uint32_t id)
 {
     return "ovlin " + hex(id, 8) + " (pcep " + std::to_string(id >> 20) + ", session " + std::to_string(id & 0xFFFFF) +

@@ -65,6 +65,9 @@ std::string header_text(const data_plane::object &o);
 /// Both, and the routing instance: "192.0.2.1 -> 198.51.100.7, L2TPv3, ttl 64, vrf 0".
 std::string whole_header_text(const vok_cp_sim_header_t &h, std::uint32_t path_mtu);
 
+/// A TTL or hop limit as it was given, with that of the egress association if it is another: "64", "0 (128 in force)".
+std::string ttl_text(std::uint8_t given, std::uint64_t association);
+
 /// "ovlin 0x00200005 (pcep 2, session 5)"
 std::string ovlin_flow_text(std::uint32_t id);
 

@@ -127,12 +127,13 @@ void modify_connection(shell &s, const arguments &given)
 
 void show_connections(shell &s, const arguments &)
 {
-    text_table table{{"id", "peers", "vrf", "dscp", "L2TPv3 flow", "ingress", "egress"}};
+    text_table table{{"id", "peers", "vrf", "dscp", "ttl", "L2TPv3 flow", "ingress", "egress"}};
     for (const auto &[id, c] : s.known.connections) {
         const l2tp_control_entry &entry = l2tp_control_table[id];
         table.add({std::to_string(id), address_text(4, c.cfg.local_addr) + " - " + address_text(4, c.cfg.remote_addr),
-                   std::to_string(c.cfg.vrf_id), std::to_string(c.dscp), handle_text(entry.l2tp_ingress_flow_handle),
-                   handle_text(entry.ipv4_ingress_association_handle),
+                   std::to_string(c.cfg.vrf_id), std::to_string(c.dscp),
+                   ttl_text(c.cfg.ttl, entry.ipv4_egress_association_handle),
+                   handle_text(entry.l2tp_ingress_flow_handle), handle_text(entry.ipv4_ingress_association_handle),
                    handle_text(entry.ipv4_egress_association_handle)});
     }
     s.out << count_text(s.known.connections.size(), "control connection") << '\n' << table;

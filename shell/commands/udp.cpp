@@ -125,17 +125,23 @@ void free_id(shell &s, const arguments &)
         s.out << "lowest free id: " << id << '\n';
 }
 
-void show(shell &s, const arguments &)
+void show(shell &s, const arguments &given)
 {
+    const auto &all = s.known.udp_sessions.all();
+    const auto [begin, end] = given.has("ID") ? all.equal_range(given.number("ID")) : std::pair(all.begin(), all.end());
+    if (given.has("ID") && begin == end) {
+        s.out << "UDP session " << given.number("ID") << " is not in use\n";
+        return;
+    }
     text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
-    for (const auto &[id, handles] : s.known.udp_sessions.all()) {
+    for (const auto &[id, handles] : std::ranges::subrange(begin, end)) {
         zel_core_term_udp_session_cfg_t cfg{};
         zel_core_term_udp_session_cfg_get(id, &cfg);
         sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
                       to_text(cfg.ip_version, cfg.remote_addr, cfg.remote_port), std::to_string(cfg.vrf_id),
-                      std::to_string(cfg.pmtu), std::to_string(cfg.ttl)});
+                      std::to_string(cfg.pmtu), ttl_text(cfg.ttl, handles.egress)});
     }
-    s.out << count_text(s.known.udp_sessions.all().size(), "UDP session") << '\n' << sessions;
+    s.out << count_text(static_cast<std::size_t>(std::distance(begin, end)), "UDP session") << '\n' << sessions;
 }
 
 void fill(shell &s, const arguments &given)
@@ -232,7 +238,11 @@ std::vector<command> udp_commands()
          {id, flag("--fields", "each field on a line of its own")},
          stats},
         plain("udp free-id", "the lowest free id", free_id),
-        plain("udp show", "the sessions and their configuration", show),
+        {"udp show",
+         "the sessions and their configuration",
+         "udp show 1",
+         {with_choices(number("ID", "only this session"), known_ids)},
+         show},
         {"udp fill",
          "add sessions under the lowest free ids until so many are in use",
          "udp fill 70000",
