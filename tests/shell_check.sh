@@ -78,6 +78,7 @@ expect event EXCEPTION|NAME: 'EXCEPTION' is none of tn_zel_init:EXCEPTION, tn_ze
 calls|there was no operation yet
 udp fill 70001|COUNT: '70001' is not a number from 0 to 70000
 save /nowhere/scenario.zel|/nowhere/scenario.zel: cannot be written: No such file or directory
+objects nobody|WHAT: 'nobody' is neither a handle, as 0x100000001, nor an address
 send 4096/1|FLOW: '4096/1' is not an ovlin flow ID, as 0x00100005 or 1/5 (PCEP/SESSION)
 ROWS
 
@@ -107,6 +108,8 @@ ADD|fault vok_unbind --nth 2 --status 5 --ticks 30000000|fault vok_unbind --nth 
 ADD|restart-data-plane|start|ADD|send 1/10|expect shown "0x100000002"@7: expected "0x100000002", and what was shown is|packet leaves through 0x100000004 as 192.0.2.1:1 -> 192.0.2.2:1, UDP, vrf 0, dscp 0
 l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 7 --pcep 3 --rat-session 11|l2tp connection add 2 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 8 --pcep 3 --rat-session 12|packet l2tp --from 192.0.2.2 --to 192.0.2.1 --connection 8|expect shown "(pcep 3, session 12)"|l2tp connection remove 1 --pcep 4|l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 7 --pcep 5 --rat-session 11|expect audit 0@8: expected audit 0, and there are 3
 l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 1 --pcep 3 --rat-session 1|l2tp session add 100 --connection 1 --local-session-id 5 --pcep 3 --rat-session 2|l2tp session remove 100|l2tp session remove 100@5: session 100 was not added here; --connection is required
+ADD|udp show 10|expect shown "192.0.2.2:1"|udp show 9|expect shown "9 is not in use"|objects 192.0.2.2|expect shown "2 objects, 2 bindings"|objects udp 10|expect shown "10: 2 objects, 2 bindings"|objects 2001:db8::1|expect shown "nothing"|objects udp 9|expect shown "nothing"|objects 0x3|expect shown "nothing"|objects 0x100000002|expect shown "IPv6"@18: expected "IPv6", and what was shown is|0x100000002: 1 object, 1 binding|handle       object       vrf  from -> to                  header  owner|0x100000002  IPv4 egress  0    192.0.2.1:1 -> 192.0.2.2:1  UDP     UDP session 10|binding  direction  from                                   to           dscp|ID2F     EGRESS     ovlin 0x0010000a (pcep 1, session 10)  0x100000002  0
+l2tp connection add 1 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 7 --pcep 3 --rat-session 11|l2tp connection add 2 --local 192.0.2.1 --remote 192.0.2.2 --connection-id 8 --pcep 3 --rat-session 12|objects l2tp connection 2|expect shown "L2TP connection 2: 3 objects, 4 bindings"|expect shown "L2TP connection 1, L2TP connection 2"|objects l2tp session 100|expect shown "objects"@8: expected "objects", and what was shown is|L2TP session 100: nothing in the data plane
 send 1/1|expect shown "leaves"@3: expected "leaves", and what was shown is|packet dropped: the flow is not bound to an egress association
 ROWS
 printf 'start\n%s\nudp show\n' "$session" | "$shell" | grep -q '^10 ' || fail "010 is not ten"
@@ -207,7 +210,7 @@ refuses "picture.svg exists already" <<<"save picture.svg"
 
 # A line costs what it does, however many sessions there are.
 session='udp add & --local 192.0.2.1:1 --remote 192.0.2.2:& --uplink-pcep 1 --downlink-pcep 1 --rat-session 1'
-seq 20000 | sed "s|.*|$session|" | { echo start && cat; } >many.zel
+seq 20000 | sed "s|.*|$session\nobjects udp &|" | { echo start && cat; } >many.zel
 timeout 60 "$shell" many.zel >/dev/null || fail "20,000 sessions, a line each: $?"
 
 echo "the shell: $failures failures"

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <tuple>
@@ -20,6 +21,12 @@ std::string hex(std::uint64_t value, int digits)
 std::string protocol_name(unsigned number)
 {
     return number == 17 ? "UDP" : number == 115 ? "L2TPv3" : "protocol " + std::to_string(number);
+}
+
+void keep_binding(void *bindings, const vok_cp_sim_binding_t *b)
+{
+    static_cast<std::vector<data_plane::binding> *>(bindings)->push_back(
+        {*static_cast<const vok_bind_record *>(b->record), b->has_dscp, b->dscp});
 }
 
 } // namespace
@@ -49,12 +56,21 @@ data_plane data_plane::now()
             static_cast<std::vector<object> *>(context)->push_back(object::from(*o));
         },
         &plane.objects);
-    vok_cp_sim_walk_bindings(
-        [](void *context, const vok_cp_sim_binding_t *b) {
-            static_cast<std::vector<binding> *>(context)->push_back(
-                {*static_cast<const vok_bind_record *>(b->record), b->has_dscp, b->dscp});
-        },
-        &plane.bindings);
+    vok_cp_sim_walk_bindings(keep_binding, &plane.bindings);
+    return plane;
+}
+
+data_plane data_plane::of(const std::set<std::uint64_t> &handles)
+{
+    data_plane plane;
+    for (const std::uint64_t handle : handles)
+        if (vok_cp_sim_object_t found; vok_cp_sim_find(handle, &found)) {
+            plane.objects.push_back(object::from(found));
+            vok_cp_sim_walk_bindings_of(handle, keep_binding, &plane.bindings);
+        }
+    std::ranges::sort(plane.bindings);
+    const auto repeated = std::ranges::unique(plane.bindings); // between two of the objects
+    plane.bindings.erase(repeated.begin(), repeated.end());
     return plane;
 }
 

@@ -4,6 +4,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,9 @@ struct data_plane {
     std::vector<binding> bindings; ///< ordered by kind, direction, source and destination
 
     static data_plane now();
+
+    /// Of these handles only those that name objects, and the bindings that use them.
+    static data_plane of(const std::set<std::uint64_t> &handles);
 
     bool operator==(const data_plane &) const = default;
 };

@@ -8,10 +8,10 @@
 
 namespace {
 
-std::optional<std::uint32_t> number_in(const std::string &text)
+template <typename Number = std::uint32_t> std::optional<Number> number_in(const std::string &text)
 {
     const bool hexadecimal = text.starts_with("0x");
-    std::uint32_t number = 0;
+    Number number = 0;
     const char *begin = text.data() + (hexadecimal ? 2 : 0), *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
     if (error != std::errc{} || stop != end)
@@ -62,6 +62,15 @@ endpoint parse_endpoint(const std::string &text)
 endpoint parse_ipv4(const std::string &text)
 {
     return parse_address(4, text, 0);
+}
+
+std::variant<std::uint64_t, endpoint> parse_handle_or_address(const std::string &text)
+{
+    if (const auto handle = number_in<std::uint64_t>(text))
+        return *handle;
+    if (text.find_first_of(".:") == std::string::npos)
+        throw std::invalid_argument("'" + text + "' is neither a handle, as 0x100000001, nor an address");
+    return parse_address(text.find(':') != std::string::npos ? 6 : 4, text, 0);
 }
 
 std::uint32_t parse_flow(const std::string &text)

@@ -1,4 +1,6 @@
 // The commands that look at the data plane and at the last operation.
+#include <algorithm>
+
 #include "picture.h"
 #include "shell.h"
 #include "text_table.h"
@@ -35,20 +37,57 @@ void show_calls(shell &s, const arguments &given)
           << (calls.size() == 1 ? " call\n" : " calls\n") << table;
 }
 
-void show_objects(shell &s, const arguments &)
+bool has_address(const vok_cp_sim_header_t &h, const endpoint &e)
 {
-    const data_plane plane = data_plane::now();
-    text_table objects{{"handle", "object", "vrf", "from -> to", "header"}};
+    return h.ip_version == e.ip_version &&
+           (std::ranges::equal(h.src_addr, e.address) || std::ranges::equal(h.dst_addr, e.address));
+}
+
+/// @param whose "UDP session 5: ", or nothing
+void show_objects(shell &s, const std::string &whose, const data_plane &plane)
+{
+    s.out << whose;
+    if (plane.objects.empty() && !whose.empty()) {
+        s.out << "nothing in the data plane\n";
+        return;
+    }
+    const ownership owners(s.known);
+    text_table objects{{"handle", "object", "vrf", "from -> to", "header", "owner"}};
     for (const data_plane::object &o : plane.objects) {
         const bool has_addresses = o.header.ip_version != 0;
+        std::string all_owners;
+        for (const owner &who : owners.of(o))
+            all_owners += (all_owners.empty() ? "" : ", ") + to_text(who);
         objects.add({handle_text(o.handle), kind_name(o.kind), has_addresses ? std::to_string(o.header.vrf_id) : "",
-                     has_addresses ? from_to(o.header) : "", header_text(o)});
+                     has_addresses ? from_to(o.header) : "", header_text(o), all_owners});
     }
     text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
     for (const auto &[r, has_dscp, dscp] : plane.bindings)
         bindings.add({bind_kind_text(r), direction_text(r), source_text(r), destination_text(r),
                       has_dscp ? std::to_string(dscp) : ""});
-    s.out << counts_now() << '\n' << objects << bindings;
+    s.out << count_text(plane.objects.size(), "object") << ", " << count_text(plane.bindings.size(), "binding") << '\n'
+          << objects << bindings;
+}
+
+template <owner::kind kind> void show_objects_of(shell &s, const arguments &given)
+{
+    const owner who{kind, given.number("ID")};
+    show_objects(s, to_text(who) + ": ", data_plane::of(ownership(s.known).held_by(who)));
+}
+
+void show_objects(shell &s, const arguments &given)
+{
+    if (!given.has("WHAT"))
+        return show_objects(s, "", data_plane::now());
+    const auto what = parse_handle_or_address(given.text("WHAT"));
+    std::set<std::uint64_t> handles;
+    if (const auto *const handle = std::get_if<std::uint64_t>(&what))
+        handles.insert(*handle);
+    else
+        for (const data_plane::object &o : data_plane::now().objects)
+            if (has_address(o.header, std::get<endpoint>(what)))
+                handles.insert(o.handle);
+    show_objects(s, given.text("WHAT") + ": ", data_plane::of(handles));
 }
 
 void graph(shell &s, const arguments &given)
@@ -67,9 +106,27 @@ void ladder(shell &s, const arguments &given)
 
 std::vector<command> view_commands()
 {
+    const parameter id = required(number("ID", "whose"));
+    parameter what = text("WHAT", "a handle, as 0x100000001, or an address");
+    what.check = parse_handle_or_address;
     const parameter picture = file("the picture; its extension is the format: .svg, .png, .pdf or .dot");
     return {
-        plain("objects", "the data plane's objects and bindings", show_objects),
+        {"objects",
+         "the data plane's objects and bindings, or those of a handle, an address or an endpoint",
+         "objects 192.0.2.1",
+         {what},
+         show_objects},
+        {"objects udp", "those of a UDP session", "objects udp 1", {id}, show_objects_of<owner::kind::udp_session>},
+        {"objects l2tp connection",
+         "those of a control connection",
+         "objects l2tp connection 1",
+         {id},
+         show_objects_of<owner::kind::l2tp_connection>},
+        {"objects l2tp session",
+         "those of an L2TP session",
+         "objects l2tp session 100",
+         {id},
+         show_objects_of<owner::kind::l2tp_session>},
         plain("audit", "what is wrong between the library's tables and the data plane, and who left it",
               [](shell &s, const arguments &) { s.whole_audit().show(s.out); }),
         {"calls",

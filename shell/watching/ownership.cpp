@@ -92,6 +92,18 @@ std::vector<held_handle> ownership::holding(std::uint64_t handle) const
     return all;
 }
 
+std::set<std::uint64_t> ownership::held_by(const owner &who) const
+{
+    std::set<std::uint64_t> handles;
+    const auto &sessions = known_.udp_sessions.all();
+    if (const auto session = sessions.find(who.id); who.what == kind::udp_session && session != sessions.end())
+        handles = {session->second.ingress, session->second.egress};
+    for (const held_handle &held : l2tp_)
+        if (held.holder == who)
+            handles.insert(held.handle);
+    return handles;
+}
+
 std::vector<held_handle> ownership::all() const
 {
     std::vector<held_handle> all = l2tp_;

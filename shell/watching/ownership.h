@@ -3,6 +3,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -52,6 +53,9 @@ public:
 
     /// The entries that hold a handle, in order.
     std::vector<held_handle> holding(std::uint64_t handle) const;
+
+    /// The handles that an entry holds.
+    std::set<std::uint64_t> held_by(const owner &who) const;
 
     /// All handles, and those that name no object of the data plane.
     std::vector<held_handle> all() const;
