@@ -78,15 +78,10 @@ struct command {
     void (*run)(shell &, const arguments &);
 };
 
-/// The ids in a map, for completion.
-template <typename Map> std::vector<std::string> ids_of(const Map &known)
-{
-    std::vector<std::string> ids;
-    ids.reserve(known.size());
-    for (const auto &[id, entry] : known)
-        ids.push_back(std::to_string(id));
-    return ids;
-}
+/// The ids in use, for completion.
+std::vector<std::string> udp_sessions(const shell &s);
+std::vector<std::string> l2tp_connections(const shell &s);
+std::vector<std::string> l2tp_sessions(const shell &s);
 
 /// @throws bad_line unless both are of one IP version
 void require_same_version(const char *first_name, const endpoint &first, const char *second_name,

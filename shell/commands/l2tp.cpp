@@ -177,21 +177,11 @@ void show_sessions(shell &s, const arguments &)
     s.out << count_text(s.known.l2tp_sessions.size(), "L2TP session") << '\n' << table;
 }
 
-std::vector<std::string> known_connections(const shell &s)
-{
-    return ids_of(s.known.connections);
-}
-
-std::vector<std::string> known_sessions(const shell &s)
-{
-    return ids_of(s.known.l2tp_sessions);
-}
-
 } // namespace
 
 std::vector<command> l2tp_commands()
 {
-    const parameter connection = with_choices(required(number("ID", "the control connection")), known_connections);
+    const parameter connection = with_choices(required(number("ID", "the control connection")), l2tp_connections);
     return {
         {"l2tp connection add",
          "add a control connection",
@@ -221,7 +211,7 @@ std::vector<command> l2tp_commands()
           number("--vrf", "new routing instance; a fallback keeps the new one"),
           byte("--ttl", "new TTL of the sent packets, 0: not given; a fallback keeps the new one"),
           with_choices(several(number("--sessions", "the sessions to move, if not all that it carries")),
-                       known_sessions)},
+                       l2tp_sessions)},
          modify_connection},
         plain("l2tp connection show", "the control connections", show_connections),
         {"l2tp session add",
@@ -229,7 +219,7 @@ std::vector<command> l2tp_commands()
          "l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 --rat-session 101 --dscp 46",
          {required(number(
               "ID", "tn_ovlin_session_id_session, 48 to 336; also the ovlin session id of the flow that it sends for")),
-          with_choices(required(number("--connection", "the control connection that carries it")), known_connections),
+          with_choices(required(number("--connection", "the control connection that carries it")), l2tp_connections),
           required(number("--local-session-id", "L2TPv3 session id of the received packets")),
           required(number("--pcep", "PCEP id of its ovlin flows")),
           required(number("--rat-session", "ovlin session id of the flow that it receives for")),
@@ -239,9 +229,9 @@ std::vector<command> l2tp_commands()
         {"l2tp session remove",
          "remove a session",
          "l2tp session remove 100",
-         {with_choices(required(number("ID", "the session")), known_sessions),
+         {with_choices(required(number("ID", "the session")), l2tp_sessions),
           with_choices(number("--connection", "its control connection, if not the one that it was added to"),
-                       known_connections)},
+                       l2tp_connections)},
          remove_session},
         plain("l2tp session show", "the sessions", show_sessions),
     };

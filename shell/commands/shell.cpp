@@ -15,7 +15,31 @@ std::vector<command> all_commands()
     return all;
 }
 
+template <typename Map> std::vector<std::string> ids_of(const Map &known)
+{
+    std::vector<std::string> ids;
+    ids.reserve(known.size());
+    for (const auto &[id, entry] : known)
+        ids.push_back(std::to_string(id));
+    return ids;
+}
+
 } // namespace
+
+std::vector<std::string> udp_sessions(const shell &s)
+{
+    return ids_of(s.known.udp_sessions.all());
+}
+
+std::vector<std::string> l2tp_connections(const shell &s)
+{
+    return ids_of(s.known.connections);
+}
+
+std::vector<std::string> l2tp_sessions(const shell &s)
+{
+    return ids_of(s.known.l2tp_sessions);
+}
 
 shell::shell(std::ostream &real_out, bool strict, bool is_at_terminal)
     : out(real_out), shows_progress(is_at_terminal),

@@ -198,16 +198,11 @@ void clear(shell &s, const arguments &given)
     s.out << '\n';
 }
 
-std::vector<std::string> known_ids(const shell &s)
-{
-    return ids_of(s.known.udp_sessions.all());
-}
-
 } // namespace
 
 std::vector<command> udp_commands()
 {
-    const parameter id = with_choices(required(number("ID", "the session")), known_ids);
+    const parameter id = with_choices(required(number("ID", "the session")), udp_sessions);
     return {
         {"udp add",
          "add a session",
@@ -241,7 +236,7 @@ std::vector<command> udp_commands()
         {"udp show",
          "the sessions and their configuration",
          "udp show 1",
-         {with_choices(number("ID", "only this session"), known_ids)},
+         {with_choices(number("ID", "only this session"), udp_sessions)},
          show},
         {"udp fill",
          "add sessions under the lowest free ids until so many are in use",

@@ -55,11 +55,8 @@ void show_objects(shell &s, const std::string &whose, const data_plane &plane)
     text_table objects{{"handle", "object", "vrf", "from -> to", "header", "owner"}};
     for (const data_plane::object &o : plane.objects) {
         const bool has_addresses = o.header.ip_version != 0;
-        std::string all_owners;
-        for (const owner &who : owners.of(o))
-            all_owners += (all_owners.empty() ? "" : ", ") + to_text(who);
         objects.add({handle_text(o.handle), kind_name(o.kind), has_addresses ? std::to_string(o.header.vrf_id) : "",
-                     has_addresses ? from_to(o.header) : "", header_text(o), all_owners});
+                     has_addresses ? from_to(o.header) : "", header_text(o), to_text(owners.of(o))});
     }
     text_table bindings{{"binding", "direction", "from", "to", "dscp"}};
     for (const auto &[r, has_dscp, dscp] : plane.bindings)
@@ -69,10 +66,18 @@ void show_objects(shell &s, const std::string &whose, const data_plane &plane)
           << objects << bindings;
 }
 
-template <owner::kind kind> void show_objects_of(shell &s, const arguments &given)
+template <owner::kind kind>
+command objects_of(const char *name, const char *meaning, const char *example,
+                   std::vector<std::string> (*ids)(const shell &))
 {
-    const owner who{kind, given.number("ID")};
-    show_objects(s, to_text(who) + ": ", data_plane::of(ownership(s.known).held_by(who)));
+    return {name,
+            meaning,
+            example,
+            {with_choices(required(number("ID", "whose")), ids)},
+            [](shell &s, const arguments &given) {
+                const owner who{kind, given.number("ID")};
+                show_objects(s, to_text(who) + ": ", data_plane::of(ownership(s.known).held_by(who)));
+            }};
 }
 
 void show_objects(shell &s, const arguments &given)
@@ -106,7 +111,6 @@ void ladder(shell &s, const arguments &given)
 
 std::vector<command> view_commands()
 {
-    const parameter id = required(number("ID", "whose"));
     parameter what = text("WHAT", "a handle, as 0x100000001, or an address");
     what.check = parse_handle_or_address;
     const parameter picture = file("the picture; its extension is the format: .svg, .png, .pdf or .dot");
@@ -116,17 +120,11 @@ std::vector<command> view_commands()
          "objects 192.0.2.1",
          {what},
          show_objects},
-        {"objects udp", "those of a UDP session", "objects udp 1", {id}, show_objects_of<owner::kind::udp_session>},
-        {"objects l2tp connection",
-         "those of a control connection",
-         "objects l2tp connection 1",
-         {id},
-         show_objects_of<owner::kind::l2tp_connection>},
-        {"objects l2tp session",
-         "those of an L2TP session",
-         "objects l2tp session 100",
-         {id},
-         show_objects_of<owner::kind::l2tp_session>},
+        objects_of<owner::kind::udp_session>("objects udp", "those of a UDP session", "objects udp 1", udp_sessions),
+        objects_of<owner::kind::l2tp_connection>("objects l2tp connection", "those of a control connection",
+                                                 "objects l2tp connection 1", l2tp_connections),
+        objects_of<owner::kind::l2tp_session>("objects l2tp session", "those of an L2TP session",
+                                              "objects l2tp session 100", l2tp_sessions),
         plain("audit", "what is wrong between the library's tables and the data plane, and who left it",
               [](shell &s, const arguments &) { s.whole_audit().show(s.out); }),
         {"calls",

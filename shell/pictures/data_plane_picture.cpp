@@ -60,16 +60,6 @@ struct owner_group {
     bool is_troubled = false;          ///< has to do with what nobody owns, or with a handle that names nothing
 };
 
-std::string title_of(const std::vector<owner> &owners)
-{
-    constexpr std::size_t names_at_most = 4;
-    std::string text = owners.empty() ? "owned by nobody" : owners.size() == 1 ? "" : "shared by ";
-    for (std::size_t i = 0; i < owners.size() && i < names_at_most; ++i)
-        text += (i == 0 ? "" : ", ") + to_text(owners[i]);
-    return owners.size() <= names_at_most ? text
-                                          : text + " and " + std::to_string(owners.size() - names_at_most) + " more";
-}
-
 /// The L2TPv3 ingress interface that an ingress flow was created on, or 0.
 std::uint64_t interface_of(const data_plane::object &object)
 {
@@ -124,11 +114,6 @@ bool is_udp_session(const owner_group &group)
     return !group.owners.empty() && group.owners.front().what == owner::kind::udp_session;
 }
 
-std::string name_of(const held_handle &held)
-{
-    return field_name(held) + " " + handle_text(held.handle) + " of " + to_text(held.holder);
-}
-
 class data_plane_picture {
 public:
     data_plane_picture(const data_plane &plane, const ownership &owners)
@@ -165,7 +150,7 @@ private:
         std::vector<std::string> separate;
         for (const owner_group &group : groups_)
             if (group.objects.empty())
-                separate.push_back(name_of(group.dangling.front()));
+                separate.push_back(to_text(group.dangling.front()));
             else if (is_udp_session(group))
                 separate.push_back(handle_text(group.objects.front()->handle));
         std::ranges::reverse(separate);
@@ -201,7 +186,7 @@ private:
     {
         const bool is_owned = !group.owners.empty();
         graph_ += "subgraph " + quoted("cluster " + std::to_string(++clusters_)) + " {\ngraph [label=<" +
-                  in_bold(title_of(group.owners)) + R"(>, style="rounded,filled", fillcolor=")" +
+                  in_bold(to_text(group.owners)) + R"(>, style="rounded,filled", fillcolor=")" +
                   (is_owned ? R"(#f1f3f6", color="#cdd5de"])" : style::alarm_fill + '"' + in_alarm + ']') + ";\n";
         for (const auto *object : group.objects)
             draw(*object, is_owned);
@@ -211,7 +196,7 @@ private:
             if (rank_at(object) > rank_at(*first))
                 draw_edge(end_at(**first), end_at(*object), "style=invis, weight=0");
         for (const held_handle &held : group.dangling)
-            draw_node(name_of(held),
+            draw_node(to_text(held),
                       in_bold(field_name(held)) + style::gap + handle_text(held.handle) + "<br/>not there",
                       std::string(R"(style="dashed,filled", fillcolor=white)") + in_alarm);
         graph_ += "}\n";

@@ -21,8 +21,7 @@ audit::findings audit::found_at(std::uint64_t handle, const ownership &owners)
     vok_cp_sim_object_t object;
     if (!vok_cp_sim_find(handle, &object)) {
         for (const held_handle &held : holding)
-            add(2, held,
-                field_name(held) + " " + handle_text(handle) + " of " + to_text(held.holder) + " names nothing");
+            add(2, held, to_text(held) + " names nothing");
         return seen.found;
     }
     if (holding.empty())
@@ -42,8 +41,8 @@ audit::findings audit::found_at(std::uint64_t handle, const ownership &owners)
         for (const held_handle &held : holding)
             if (held.holder.what == owner::kind::l2tp_connection)
                 add(3, held,
-                    to_text(held.holder) + " and its sessions receive nothing: the binding of the " + field_name(held) +
-                        " " + handle_text(handle) + " is lost; remove and add all connections that share it");
+                    to_text(held) + " is no longer bound: the connection and its sessions receive nothing; remove and "
+                                    "add all connections that share it");
     return seen.found;
 }
 

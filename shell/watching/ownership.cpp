@@ -19,6 +19,21 @@ std::string to_text(const owner &who)
     return "unknown";
 }
 
+std::string to_text(const std::vector<owner> &owners)
+{
+    constexpr std::size_t names_at_most = 4;
+    std::string text = owners.empty() ? "owned by nobody" : owners.size() == 1 ? "" : "shared by ";
+    for (std::size_t i = 0; i < owners.size() && i < names_at_most; ++i)
+        text += (i == 0 ? "" : ", ") + to_text(owners[i]);
+    return owners.size() <= names_at_most ? text
+                                          : text + " and " + std::to_string(owners.size() - names_at_most) + " more";
+}
+
+std::string to_text(const held_handle &held)
+{
+    return field_name(held) + " " + handle_text(held.handle) + " of " + to_text(held.holder);
+}
+
 std::string field_name(const held_handle &held)
 {
     static const std::vector<const char *> names[] = {

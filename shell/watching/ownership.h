@@ -22,6 +22,9 @@ struct owner {
 /// "UDP session 1", "L2TP connection 1", "L2TP session 100", "the library"
 std::string to_text(const owner &who);
 
+/// The same of one owner; of others "owned by nobody", or "shared by L2TP connection 1, L2TP connection 2".
+std::string to_text(const std::vector<owner> &owners);
+
 /// A handle in one of the library's tables.
 struct held_handle {
     owner holder;
@@ -33,6 +36,9 @@ struct held_handle {
 
 /// "ingress association"
 std::string field_name(const held_handle &held);
+
+/// "ingress association 0x100000001 of UDP session 1"
+std::string to_text(const held_handle &held);
 
 /// The handles in the L2TP tables, which are public, after the library's own ingress interface.
 std::vector<held_handle> l2tp_handles();
