@@ -69,8 +69,8 @@ data_plane data_plane::of(const std::set<std::uint64_t> &handles)
             vok_cp_sim_walk_bindings_of(handle, keep_binding, &plane.bindings);
         }
     std::ranges::sort(plane.bindings);
-    const auto repeated = std::ranges::unique(plane.bindings); // between two of the objects
-    plane.bindings.erase(repeated.begin(), repeated.end());
+    const auto repeated = std::unique(plane.bindings.begin(), plane.bindings.end()); // between two of the objects
+    plane.bindings.erase(repeated, plane.bindings.end());
     return plane;
 }
 

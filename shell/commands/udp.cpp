@@ -134,7 +134,8 @@ void show(shell &s, const arguments &given)
         return;
     }
     text_table sessions{{"id", "local", "remote", "vrf", "path mtu", "ttl"}};
-    for (const auto &[id, handles] : std::ranges::subrange(begin, end)) {
+    for (auto at = begin; at != end; ++at) {
+        const auto &[id, handles] = *at;
         zel_core_term_udp_session_cfg_t cfg{};
         zel_core_term_udp_session_cfg_get(id, &cfg);
         sessions.add({std::to_string(id), to_text(cfg.ip_version, cfg.local_addr, cfg.local_port),
