@@ -15,7 +15,8 @@ std::string name_of(const tracepoint_object &t)
 
 const event_listener::handler *listening; ///< the handler of the one listener
 
-void probe(void *tracepoint, const char *location, const char *category, const char *message)
+/// The runtime holds locks and blocks signals around it: an exception would leave both so, and the process hanging.
+void probe(void *tracepoint, const char *location, const char *category, const char *message) noexcept
 {
     (*listening)({name_of(*static_cast<const tracepoint_object *>(tracepoint)), location, category, message});
 }
