@@ -57,6 +57,10 @@ TEST_F(lifecycle, time_services)
     EXPECT_EQ(frequency, 256'000'000u);
     const uint64_t first = zel_core_term_time_get();
     EXPECT_GE(zel_core_term_time_get(), first);
+#if defined(__x86_64__)
+    const uint64_t before = __builtin_ia32_rdtsc(), given = zel_core_term_time_get();
+    EXPECT_TRUE(before <= given && given <= __builtin_ia32_rdtsc()); // the processor's counter as it is
+#endif
 
     EXPECT_FALSE(zel::is_delayed(1000, 1000 + 25'600'000));
     EXPECT_TRUE(zel::is_delayed(1000, 1000 + 25'600'001));
