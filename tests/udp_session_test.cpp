@@ -41,7 +41,7 @@ TEST_F(udp_session, rows)
 {
     const auto nothing = [] {};
     const auto disconnected = [](uint8_t version) { return [=] { EXPECT_EQ(add(version)() + disconnect(), 0u); }; };
-    const fault after_effect{.status = VOK_CP_SIM_INJECTED, .after_effect = true};
+    const fault after_effect{.status = 0x8000'0000, .after_effect = true}; // all 32 bits of a status count
     const auto refused_by_hook = [](uint32_t result) { return fault{.call = session_type_hook, .status = result}; };
 
     collect_failures({"add over IPv4", nothing, add(4, 0x80)}, 5);
@@ -189,9 +189,11 @@ TEST_F(udp_session, operations_refuse_what_is_no_session)
         "zel_ipv6_udp_session_get_stats",       "zel_core_term_udp_session_fmt_stats_get",
     };
     for (const uint32_t id : {0u, 1u, 70000u, 70001u, UINT32_MAX}) {
-        zel_core_term_udp_session_cfg_t cfg;
+        zel_core_term_udp_session_cfg_t cfg, untouched_cfg;
         zel_udp_session_ipv4_stats_t v4, cleared{};
         zel_udp_session_ipv6_stats_t v6, untouched;
+        std::memset(&cfg, 0xAB, sizeof cfg);
+        std::memset(&untouched_cfg, 0xAB, sizeof cfg);
         std::memset(&v4, 0xAB, sizeof v4);
         std::memset(&v6, 0xAB, sizeof v6);
         std::memset(&untouched, 0xAB, sizeof untouched);
@@ -210,6 +212,7 @@ TEST_F(udp_session, operations_refuse_what_is_no_session)
                        ", (udp_session_id)\n";
         EXPECT_EQ(std::ranges::count(results, in_range ? 4u : 3u), 8);
         EXPECT_EQ(look().lines, reports);
+        EXPECT_EQ(std::memcmp(&cfg, &untouched_cfg, sizeof cfg), 0);
         EXPECT_EQ(std::memcmp(&v4, &cleared, sizeof v4), 0);
         EXPECT_EQ(std::memcmp(&v6, &untouched, sizeof v6), 0);
         EXPECT_EQ(std::string(text, 4), std::string("\0ext", 4));
@@ -245,11 +248,19 @@ TEST_F(udp_session, queries)
 
 TEST_F(udp_session, statistics_are_formatted_in_their_order_and_in_their_buffer)
 {
-    const std::pair<uint8_t, std::string> rows[] = {
-        {4, "IPv4 ingress: 2 packets, 200 octets\nIPv4 egress: 1 packets, 1000 octets\n\n"},
-        {6, "IPv6 ingress: 2 packets, 200 octets\nIPv6 egress: 1 packets\n\n"},
+    const struct {
+        uint8_t version;
+        std::string whole;
+        std::string left[2]; ///< in the caller's record by the first and by the second reading when it fails
+    } rows[] = {
+        {4,
+         "IPv4 ingress: 2 packets, 200 octets\nIPv4 egress: 1 packets, 1000 octets\n\n",
+         {"", " 20:0200000000000000 28:c800000000000000"}},
+        {6,
+         "IPv6 ingress: 2 packets, 200 octets\nIPv6 egress: 1 packets\n\n",
+         {" 00:abababababababab 08:abababab00000000", " 00:abababab02000000 08:c800000000000000"}},
     };
-    for (const auto &[version, whole] : rows) {
+    for (const auto &[version, whole, left] : rows) {
         restart();
         ASSERT_EQ(add(version)(), 0u);
         const vok_cp_sim_header_t received = data_plane::now().objects[0].header;
@@ -264,7 +275,21 @@ TEST_F(udp_session, statistics_are_formatted_in_their_order_and_in_their_buffer)
         }
         std::string buf(200, 'x');
         EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(1, buf.data(), 200, 1), 0u);
-        EXPECT_NE(buf.find("\n  packets: 1\n"), buf.npos); // the caller's option is passed on
+        EXPECT_NE(buf.find("\n  packets: 1\n"), buf.npos); // the caller's option is passed on,
+        EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(1, buf.data(), 200, 2), 0u);
+        EXPECT_STREQ(buf.c_str(), "\n"); // also one that no formatter knows
+        for (const uint32_t nth : {1u, 2u}) {
+            others.failing.add(fails(nth));
+            EXPECT_EQ(zel_core_term_udp_session_fmt_stats_get(1, buf.data(), 200, 0), 13u);
+            EXPECT_STREQ(buf.c_str(), "");
+            others.failing.add(fails(nth));
+            zel_udp_session_ipv4_stats_t v4;
+            zel_udp_session_ipv6_stats_t v6;
+            std::memset(&v4, 0xAB, sizeof v4);
+            std::memset(&v6, 0xAB, sizeof v6);
+            EXPECT_EQ(version == 4 ? zel_udp_session_get_stats(1, &v4) : zel_ipv6_udp_session_get_stats(1, &v6), 13u);
+            EXPECT_EQ(version == 4 ? dump(&v4, sizeof v4) : dump(&v6, sizeof v6), left[nth - 1]);
+        }
     }
 }
 
