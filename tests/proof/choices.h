@@ -89,7 +89,12 @@ public:
     {
         return below(64) < failures_in_64_ ? static_cast<answer>(1 + below(2)) : answer::success;
     }
-    uint32_t next_hook_code() override { return below(64) < failures_in_64_ ? hook_codes[1 + below(3)] : 0; }
+    uint32_t next_hook_code() override
+    {
+        if (below(64) >= failures_in_64_)
+            return 0;
+        return below(2) == 0 ? hook_codes[1 + below(3)] : 4 + below(10); // any other of the library's own codes
+    }
 
 private:
     /// splitmix64
