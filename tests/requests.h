@@ -2,6 +2,9 @@
 /// alike in all else.
 #pragma once
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -39,23 +42,37 @@ struct connection_add {
     }
 };
 
+/// Four bytes at the end of what can be read.
+inline uint8_t *last_four_bytes()
+{
+    static uint8_t *const end = [] {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        void *const two = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        auto *const second = static_cast<uint8_t *>(two) + page;
+        mprotect(second, page, PROT_NONE);
+        return second;
+    }();
+    return end - 4;
+}
+
 struct connection_modify {
     uint32_t id = 0;
     std::vector<uint32_t> sessions{};
     zel_core_term_l2tp_control_connection_cfg_t cfg{};
     uint32_t pcep = 0, rat_session = 0;
     uint8_t dscp = 0, old_dscp = 0;
-    std::array<uint8_t, 16> old_remote_addr{};
+    std::array<uint8_t, 4> old_remote_addr{};
     uint8_t session_type_flag = 0;
 
     /// @param written the caller's configuration, as the library leaves it
     uint32_t operator()(zel_core_term_l2tp_control_connection_cfg_t &written) const
     {
         written = cfg;
-        auto [ids, old] = std::pair(sessions, old_remote_addr);
+        auto ids = sessions;
+        uint8_t *const old = last_four_bytes();
+        std::memcpy(old, old_remote_addr.data(), old_remote_addr.size());
         return zel_core_term_l2tp_control_connection_modify(id, ids.data(), static_cast<uint32_t>(ids.size()), &written,
-                                                            pcep, rat_session, dscp, old_dscp, old.data(),
-                                                            session_type_flag);
+                                                            pcep, rat_session, dscp, old_dscp, old, session_type_flag);
     }
 };
 
