@@ -39,7 +39,8 @@ const struct {
     {"zel_l2tp_session_modify_bind_part", [](uint32_t c, uint32_t s) { return bind_part(c, s, 1); }, true, false},
 };
 
-/// What the operations answered before the process started the library, and how many calls they made.
+/// What the operations, and an add of a UDP session, answered before the process started the library, and how many
+/// calls they made.
 const auto before_the_first_start = [] {
     std::vector<uint32_t> results;
     std::size_t calls = 0;
@@ -47,15 +48,15 @@ const auto before_the_first_start = [] {
                           [&](const watched_call &) { ++calls; });
     for (const auto &operation : operations)
         results.push_back(operation.call(0, 48));
+    results.push_back(request::udp_add{1, request::udp(1, 4).cfg, 0, 0, 0}());
     return std::pair(results, calls);
 }();
 
 class l2tp : public library_test {
 protected:
-    /// Moves connection 1. Of the caller's configuration a fallback writes four bytes, and nothing else does any.
-    static uint32_t move(uint8_t peer, const std::vector<uint32_t> &sessions, uint8_t session_type_flag = 0)
+    /// Of the caller's configuration a fallback writes four bytes, and nothing else does any.
+    static uint32_t move(request::connection_modify r)
     {
-        request::connection_modify r = request::move(1, peer, sessions, session_type_flag);
         std::memset(r.cfg.remote_addr + 4, 0xEE, 12);
         auto written = r.cfg;
         const uint32_t result = r(written);
@@ -63,6 +64,11 @@ protected:
             std::memcpy(r.cfg.remote_addr, result == 2 ? r.old_remote_addr.data() : written.remote_addr, 4);
         EXPECT_EQ(std::memcmp(&written, &r.cfg, sizeof written), 0);
         return result;
+    }
+    /// Moves connection 1.
+    static uint32_t move(uint8_t peer, const std::vector<uint32_t> &sessions, uint8_t session_type_flag = 0)
+    {
+        return move(request::move(1, peer, sessions, session_type_flag));
     }
     /// Connection 1 to peer 1, made of objects 1 to 4, and its session 100, made of 5 and 6.
     static void connected()
@@ -100,6 +106,11 @@ TEST_F(l2tp, rows)
     const request::session_add with_flow_0{.connection = 1, .id = 100};
     collect({"session add whose flow of 0 counts as not bound", only_connected, with_flow_0, {fails(3)}});
     collect({"session add without a connection", nothing, request::session_of(1, 100)});
+    const auto removed = [&] {
+        only_connected();
+        EXPECT_EQ(remove(1), 0u);
+    };
+    collect({"session add without a connection, which there was", removed, request::session_of(1, 100)});
     collect({"session removal", connected, remove_session});
     collect({"session removal, again", {}, remove_session});
     collect({"session removal with all calls failing", connected, remove_session, {all_fail_from(1)}});
@@ -111,13 +122,34 @@ TEST_F(l2tp, rows)
     collect({"modify", connected, move_typed});
     for (uint32_t n = 1; n <= 12; ++n)
         collect({"modify with failing call " + std::to_string(n), connected, move_typed, {fails(n)}});
-    for (const uint32_t n : {14u, 18u})
-        collect({"modify with failing calls 9 and " + std::to_string(n), connected, move_to(2), {fails(9), fails(n)}});
+    // The first of two failures leads to a fallback, or leaves a handle that is tried again.
+    for (const auto &[n, m] : {std::pair(9u, 14u), {9u, 18u}, {3u, 6u}, {5u, 6u}})
+        collect({"modify with failing calls " + std::to_string(n) + " and " + std::to_string(m),
+                 connected,
+                 move_to(2),
+                 {fails(n), fails(m)}});
+    const auto with_two_sessions = [] {
+        connected();
+        EXPECT_EQ(request::session_of(1, 101)(), 0u);
+    };
+    collect({"modify whose sessions cannot be bound",
+             with_two_sessions,
+             [] {
+                 return move(2, {101, 100});
+             },
+             {fails(11)}});
     collect({"modify with a hook's 2, which is no fallback",
              connected,
              move_typed,
              {{.call = session_type_hook, .every = true, .status = 2}}});
     collect({"modify with a session twice", connected, [] { return move(2, {100, 100}); }});
+    const auto unbinds_twice = [] {
+        connected();
+        others.on_unbound = [](uint32_t) { return 0; };
+    };
+    collect({"modify with a session twice, which can be unbound twice", unbinds_twice, [] {
+                 return move(2, {100, 100});
+             }});
     collect({"modify to the same peer", connected, move_to(1)});
 
     // What connections share is made by the first and taken by the last.
@@ -170,32 +202,39 @@ TEST_F(l2tp, records_byte_for_byte)
     const auto collect_with = [this](const std::string &what, const auto &entry) {
         collect(what + "; table entry" + dump(&entry, sizeof entry));
     };
-    auto connection = request::connect(1, 7, 1);
+    // Numbers that read otherwise in another format, or as another field.
+    auto connection = request::connect(41, 7, 1);
     std::memcpy(connection.cfg.local_addr + 4, " not read", 9);
-    connection.cfg.vrf_id = 0x01020304;
+    connection.cfg.vrf_id = 0x81020304;
+    connection.control_connection_id = 0xFEDCBA98;
+    connection.pcep = 19;
     EXPECT_EQ(connection(), 0u);
-    collect_with("control connection add", l2tp_control_table[1]);
-    auto session = request::session_of(1, 101, 1);
-    session.crc = 2;
+    collect_with("control connection add", l2tp_control_table[41]);
+    auto session = request::session_of(41, 101, 1);
+    session.crc = 12;
+    session.pcep = 21;
     session.rat_session = 0x112345; // of which 20 bits count
-    others.capabilities = {0x112345, 5, {}};
+    session.local_session_id = 0xFEDC0000;
+    others.capabilities = {0x112345, 21, {}};
     zel_core_ic_ovlin_capabilities_get(&ovlin_capabilities);
     EXPECT_EQ(session(), 0u);
     collect_with("session add", l2tp_session_table[53]);
-    EXPECT_EQ(request::session_of(1, 48)(), 0u);
+    EXPECT_EQ(request::session_of(41, 48)(), 0u);
     collect_with("session add without CRC", l2tp_session_table[0]);
-    EXPECT_EQ(move(9, {101, 48}), 0u);
-    collect_with("control connection modify", l2tp_control_table[1]);
-    EXPECT_EQ(zel_core_term_l2tp_session_rem(1, 101), 0u);
+    auto modify = request::move(41, 9, {101, 48});
+    modify.pcep = 19;
+    EXPECT_EQ(move(modify), 0u);
+    collect_with("control connection modify", l2tp_control_table[41]);
+    EXPECT_EQ(zel_core_term_l2tp_session_rem(41, 101), 0u);
     collect_with("session removal", l2tp_session_table[53]);
-    EXPECT_EQ(remove(1), 0u);
-    collect_with("control connection removal", l2tp_control_table[1]);
+    EXPECT_EQ(zel_core_term_l2tp_control_connection_rem(41, 19, 11), 0u);
+    collect_with("control connection removal", l2tp_control_table[41]);
     expect_collected("l2tp_records.txt");
 }
 
 TEST_F(l2tp, before_the_first_start_nothing_is_called)
 {
-    const std::pair expected(std::vector<uint32_t>{13, 0, 13, 3, 0, 13, 13}, std::size_t{0});
+    const std::pair expected(std::vector<uint32_t>{13, 0, 13, 3, 0, 13, 13, 13}, std::size_t{0});
     EXPECT_EQ(before_the_first_start, expected); // the limit of session ids is still 0
 }
 
@@ -270,7 +309,7 @@ TEST_F(l2tp, adds_check_their_limits_in_order)
     expect(session(20, 1000, 1000, 1000), "tn_ovlin_session_id_control_conn");
 }
 
-TEST_F(l2tp, a_modify_moves_all_sessions_in_their_order)
+TEST_F(l2tp, a_modify_moves_or_removes_all_sessions_in_their_order)
 {
     ASSERT_EQ(request::connect(1, 1)(), 0u);
     std::vector<uint32_t> sessions;
@@ -288,6 +327,10 @@ TEST_F(l2tp, a_modify_moves_all_sessions_in_their_order)
                                 "unbind 0x00300001 -> 4, -ip_egress 4, unbind 2 -> 1, -ip_ingress 2, "
                                 "+ip_ingress 583, bind 583 -> 1, +ip_egress 584, bind 0x00300001 -> 584 dscp 40" +
                                 binds);
+    others.failing.add({.call = "vok_ip_ingress_association_create", .every = true, .status = 1});
+    EXPECT_EQ(move(3, sessions), 13u);
+    EXPECT_EQ(counts_now(), "1 object, 0 bindings");
+    EXPECT_EQ(used(l2tp_control_table) + used(l2tp_session_table), 0);
 }
 
 } // namespace

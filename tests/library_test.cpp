@@ -1,19 +1,17 @@
 #include "library_test.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 
 #include "kiv_util.h"
 #include "zel_init.h"
-
-/// A broken build must fail, not hang.
-[[maybe_unused]] static const unsigned seconds_left_before = alarm(30);
 
 // ---- The library's collaborators: the originals, unless they are to fail
 
@@ -48,11 +46,15 @@ INTERPOSED uint32_t zel_core_ic_ovlin_capabilities_get(ovlin_capabilities_t *cap
     return result;
 }
 
-INTERPOSED uint32_t vok_bind(uint64_t instance, const vok_bind_record *record)
-{
-    const uint32_t status = original<decltype(vok_bind)>(__func__)(instance, record);
-    return others.on_bound ? others.on_bound(status) : status;
-}
+#define INTERPOSED_TO_ANSWER(function, answer)                                                                         \
+    INTERPOSED uint32_t function(uint64_t instance, const vok_bind_record *record)                                     \
+    {                                                                                                                  \
+        const uint32_t status = original<decltype(function)>(#function)(instance, record);                             \
+        return others.answer ? others.answer(status) : status;                                                         \
+    }
+
+INTERPOSED_TO_ANSWER(vok_bind, on_bound)
+INTERPOSED_TO_ANSWER(vok_unbind, on_unbound)
 
 INTERPOSED const char *kiv_util_init_rc_str_get(uint32_t result_code)
 {
@@ -86,7 +88,7 @@ library_test::~library_test()
 void library_test::restart()
 {
     others.failing.clear();
-    others.on_bound = {};
+    others.on_bound = others.on_unbound = {};
     vok_cp_sim_reset();
     watcher_.attach();
     numbers_.clear();
@@ -161,11 +163,33 @@ std::string library_test::dump(const void *bytes, std::size_t size) const
     return text;
 }
 
+using sources = std::filesystem::recursive_directory_iterator;
+
+/// The function that a "module:line" is in: the last one before it whose definition starts in the first column.
+static std::string function_at(const std::string &location)
+{
+    static std::map<std::string, std::string> known;
+    const auto [at, is_new] = known.try_emplace(location);
+    const std::size_t colon = location.find(':');
+    for (auto file = is_new ? sources(ZEL_SOURCE_DIR) : sources(); file != sources(); ++file) {
+        if (file->path().filename() != location.substr(0, colon) + ".cpp")
+            continue;
+        std::ifstream in(file->path());
+        std::string line;
+        for (int left = std::stoi(location.substr(colon + 1)); left > 0 && std::getline(in, line); --left) {
+            const std::size_t end = line.find('('), start = line.find_last_of(" :", end) + 1;
+            if (end != std::string::npos && std::isalpha(line.front()) != 0)
+                at->second = line.substr(start, end - start);
+        }
+    }
+    return at->second;
+}
+
 void library_test::on_event(const trace_event &event)
 {
     const std::size_t colon = event.location.find(':');
-    EXPECT_GT(std::stoi(event.location.substr(colon + 1)), 0);
     std::string message = event.message;
+    EXPECT_EQ(message.substr(0, message.find('(')), function_at(event.location)) << event.location;
     static const std::regex handle("0x1[0-9a-f]{8}");
     for (std::smatch found; std::regex_search(message, found, handle);)
         message = found.prefix().str() + "#" + number(std::stoull(found.str(), nullptr, 16)) + found.suffix().str();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -20,13 +21,16 @@
 #include "zel_core_ic.h"
 #include "zel_core_term/zel_core_term.h"
 
+/// A broken build must fail, not hang, even before the first test.
+[[maybe_unused]] inline const unsigned seconds_left_before = alarm(30);
+
 /// What this program's own definitions of the library's collaborators answer, and what they count. They stand in front
 /// of the originals because the library calls them through the dynamic symbol.
 struct collaborators {
     faults failing; ///< of them by their names, and of the data plane's calls
     std::optional<ovlin_capabilities_t> capabilities;
-    std::function<uint32_t(uint32_t)> on_bound; ///< gets the status of each bind, and answers in its place
-    std::map<std::string, int> asked;           ///< how often texts were asked for, by function
+    std::function<uint32_t(uint32_t)> on_bound, on_unbound; ///< get the status of each, and answer in its place
+    std::map<std::string, int> asked;                       ///< how often texts were asked for, by function
 };
 inline collaborators others;
 
