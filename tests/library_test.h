@@ -22,7 +22,7 @@
 #include "zel_core_term/zel_core_term.h"
 
 /// A broken build must fail, not hang, even before the first test.
-[[maybe_unused]] inline const unsigned seconds_left_before = alarm(30);
+[[maybe_unused]] inline const unsigned seconds_left_before = alarm(20);
 
 /// What this program's own definitions of the library's collaborators answer, and what they count. They stand in front
 /// of the originals because the library calls them through the dynamic symbol.
