@@ -71,8 +71,11 @@ template <zel::u32 capacity> void expect_the_lowest_missing_as_a_search_finds_it
     int times_full = 0;
     std::mt19937 random(1);
     for (int i = 0; i < 60'000; ++i) {
-        // mostly the lowest missing, so that the set fills up and empties around full words
-        const zel::u32 n = random() % 3 != 0 ? *missing.begin() : static_cast<zel::u32>(random() % capacity);
+        // mostly the lowest missing, so that the set fills up and empties around full words; else the first of 1, 64 or
+        // 4096 as often
+        const auto scale = 6 * (random() % 3);
+        const auto n =
+            random() % 3 != 0 ? *missing.begin() : static_cast<zel::u32>(random() % capacity >> scale << scale);
         if (n < capacity && random() % 8 != 0) {
             ids.insert(n);
             missing.erase(n);
