@@ -158,6 +158,9 @@ TEST_F(l2tp, rows)
     auto other_vrf = request::connect(4, 1);
     other_vrf.cfg.vrf_id = 1;
     collect({"fourth connection, in another routing instance", {}, other_vrf});
+    auto the_other_way = request::connect(5, 1);
+    std::swap(the_other_way.cfg.local_addr, the_other_way.cfg.remote_addr);
+    collect({"fifth connection, between the same addresses the other way", {}, the_other_way});
     collect({"modify to the same peer, which is shared", {}, [] { return move(1, {}); }});
     collect({"modify from a shared peer to another", {}, [] { return move(2, {}); }});
     collect({"modify from a shared peer to a new one", {}, [] { return move(3, {}); }});
@@ -167,7 +170,15 @@ TEST_F(l2tp, rows)
     collect({"removal in the other routing instance", {}, [] { return remove(4); }});
 
     // An add that fails before its bind takes the binding from under the other.
-    collect({"second connection whose flow fails", only_connected, request::connect(2, 1), {fails(1)}});
+    const auto beside_another = [&] {
+        EXPECT_EQ(request::connect(3, 3)(), 0u);
+        only_connected();
+    };
+    collect({"second connection whose flow fails", beside_another, request::connect(2, 1), {fails(1)}});
+    EXPECT_EQ(remove(3), 0u); // the unbound association takes its place
+    collect({"second connection, which binds again", {}, request::connect(2, 1)});
+    collect({"second connection goes", {}, remove_2});
+    collect({"second connection whose flow fails, when nothing is bound", {}, request::connect(2, 1), {fails(1)}});
     collect({"second connection, which binds again", {}, request::connect(2, 1)});
     collect({"second connection goes", {}, remove_2});
     collect({"first connection goes, whose binding went before", {}, remove_1});

@@ -76,7 +76,7 @@ extern "C" uint32_t zel_ovlin_5gc_session_stats_get(void *);
 TEST_F(lifecycle, session_handler_entry_points_do_nothing)
 {
     int anything = 1;
-    EXPECT_EQ(zel_ovlin_session_handler_set_session_type(1, 2, 3), 0u);
+    EXPECT_EQ(zel_ovlin_session_handler_set_session_type(UINT64_MAX, UINT32_MAX, UINT32_MAX), 0u);
     EXPECT_EQ(zel_ovlin_session_handler_5gc_session_enable(1, &anything), 0u);
     EXPECT_EQ(zel_ovlin_session_handler_5gc_qfi_dscp_mapping(), 0u);
     EXPECT_EQ(zel_ovlin_session_handler_5gc_qfi_dscp_mapping_remove("a", 2.0, 3ULL), 0u);
