@@ -152,6 +152,14 @@ TEST_F(l2tp, rows)
              }});
     collect({"modify to the same peer", connected, move_to(1)});
 
+    // Only adds look at the limits.
+    request::connection_modify beyond_limits = request::move(1, 2, {});
+    beyond_limits.pcep = 0x1001;
+    collect({"modify with a PCEP id beyond the limit", only_connected, [=] { return move(beyond_limits); }});
+    collect({"connection removal with ids beyond the limits", {}, [] {
+                 return zel_core_term_l2tp_control_connection_rem(1, 0x1001, 0x10000B);
+             }});
+
     // What connections share is made by the first and taken by the last.
     collect({"second connection that shares", only_connected, request::connect(2, 1)});
     collect({"third connection, to another peer", {}, request::connect(3, 2)});
