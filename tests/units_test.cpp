@@ -35,9 +35,14 @@ TEST(message, is_as_printf_has_it)
         std::snprintf(expected, sizeof expected, format, values...);
         EXPECT_STREQ(zel_trace_internal_format_str(nullptr, nullptr, format, values...), expected) << format;
     };
-    for (const int number : {0, 7, -1, INT_MAX, INT_MIN})
-        expect("%d %u %x %08x %% %5d|%-4x|%02x %ld %c", number, number, number, number, number, number, number,
-               static_cast<long>(number), '!');
+    for (const int number : {0, 7, -1, INT_MAX, INT_MIN}) {
+        for (const char *const format :
+             {"%d", "%u|", "%x", "%08x", "%%", "%5d|", "%-4x|", "%02x", "%08d", "%0 8x", "%c"})
+            expect(format, number);
+        expect("%ld %08lx", static_cast<long>(number), static_cast<long>(number));
+    }
+    for (const char *const text : {"", "text", static_cast<const char *>(nullptr)})
+        expect("<%s>", text);
     for (const unsigned number : {0U, 0x9abcdefU, 0x12345678U, UINT_MAX})
         expect("%08x: %u, %x, %d", number, number, number, number);
     for (const std::uintptr_t handle : {std::uintptr_t{0}, std::uintptr_t{1}, UINTPTR_MAX})
