@@ -20,6 +20,7 @@ TEST(message, prefix_and_body_share_a_buffer)
     EXPECT_STREQ(zel_trace_internal_format_str(nullptr, nullptr, nullptr), "8"); // unchanged
     const auto *const no_text = reinterpret_cast<const char *>(L"\x110000"); // which is no character of any encoding
     EXPECT_STREQ(zel_trace_internal_format_str("%ls", no_text, "%d", 9), "9");
+    EXPECT_STREQ(zel_trace_internal_format_str(nullptr, "f", "%d", 10), "10"); // no output error ends a program
     for (const std::size_t length : {253u, 254u, 255u, 300u}) {
         const std::string name(length, 'n'), cut = (name + "()").substr(0, 255), body(2000, 'b');
         EXPECT_EQ(zel_trace_internal_format_str("%s()", name.c_str(), nullptr), cut);

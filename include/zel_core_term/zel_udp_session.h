@@ -259,7 +259,7 @@ ZEL_CORE_TERM_API uint32_t zel_ipv6_udp_session_get_stats(uint32_t udp_session_i
  * @param buf            receives the text; must be valid and at least one byte. It is set to the empty text first, and
  *                       stays empty if the counters cannot be read
  * @param buf_size       size of `buf` in bytes, passed on to the formatters
- * @param fmt_option     passed on to the formatters (0: one line, 1: a line for each field), whose results are ignored
+ * @param fmt_option     passed on to the formatters, which give it its meaning, and whose results are ignored
  * @retval 0     the text is in `buf`
  * @retval 3     the id is outside 1 to 70,000: the text is empty
  * @retval 4     the id is free: the text is empty

@@ -1,7 +1,9 @@
 /// The IPv4 associations of one direction that control connections share, with how many use each.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 #include "term/types.h"
 
@@ -31,15 +33,15 @@ template <std::int32_t capacity> struct entry_marks {
 
     static u8 of(u64 value) { return static_cast<u8>(value * 0x9e37'79b9'7f4a'7c15 >> 56); }
 
-    /// The first of `count` entries that has the mark and is the wanted one; if there is none, `count` or more.
+    /// The first of `count` entries that has the mark and is the wanted one; if there is none, `count`.
     template <typename Wanted> std::int32_t find_first(std::int32_t count, u8 mark, Wanted is_wanted) const
     {
         for (std::int32_t first = 0; first < count; first += 8) {
             if (!any_of_eight(marks + first, mark))
                 continue;
-            for (std::int32_t i = first; i < first + 8; ++i)
+            for (std::int32_t i = first; i < std::min(first + 8, count); ++i)
                 if (is_wanted(i))
-                    return i; // or more than `count`: what was live before
+                    return i;
         }
         return count;
     }
@@ -113,19 +115,19 @@ private:
     template <typename Wanted>
     ip_association *find_if(bool any_will_do, const marks &searched, u8 mark, Wanted is_wanted)
     {
-        if (any_will_do && recent_ < count_ && is_wanted(entries_[recent_]))
-            return &entries_[recent_];
+        if (any_will_do && recent < count_ && is_wanted(entries_[recent]))
+            return &entries_[recent];
         const std::int32_t index =
             searched.find_first(count_, mark, [&](std::int32_t i) { return is_wanted(entries_[i]); });
-        if (index >= count_)
+        if (index == count_)
             return nullptr;
-        recent_ = index;
+        recent = index;
         return &entries_[index];
     }
 
     /// Where the last search of any table ended: the next is often for the same connection, and the associations that
     /// it has each way are often in the same place.
-    static inline std::int32_t recent_ = 0;
+    static inline std::int32_t recent = 0;
 
     ip_association entries_[capacity];
     marks by_key_, by_handle_;

@@ -48,6 +48,8 @@ private:
 /// @return -1 where it cannot tell what vsnprintf() would write; part of the text is then written
 inline int quick_format(char *text, std::size_t size, const char *fmt, va_list args)
 {
+    if (fmt == nullptr)
+        return -1;
     bounded_text written(text, size);
     for (;;) {
         const char *const conversion = strchrnul(fmt, '%');
@@ -66,9 +68,10 @@ inline int quick_format(char *text, std::size_t size, const char *fmt, va_list a
         case 'u': fits = written.add_number(va_arg(args, unsigned), 10); break;
         case 'x': fits = written.add_number(va_arg(args, unsigned), 16); break;
         case '0':
-            if (fmt[0] == '8' && fmt[1] == 'x')
+            if (fmt[0] == '8' && fmt[1] == 'x') {
                 fits = written.add_8_hex_digits(va_arg(args, unsigned));
-            fmt += 2;
+                fmt += 2;
+            }
             break;
         case 'p':
             if (const void *const value = va_arg(args, const void *); value != nullptr)
