@@ -25,7 +25,7 @@ int vformat(char *text, std::size_t size, const char *fmt, va_list args)
     return length >= 0 ? length : std::vsnprintf(text, size, fmt, args);
 }
 
-/// As snprintf().
+/// As snprintf(). NOLINTNEXTLINE(cert-dcl50-cpp): vformat() takes its arguments so
 int format(char *text, std::size_t size, const char *fmt, ...)
 {
     va_list args;
