@@ -1,0 +1,1 @@
+"""Turns a recorded trace of libzel-core-term into a report: what failed, what is left, what to do."""

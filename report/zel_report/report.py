@@ -1,0 +1,310 @@
+"""The report as plain data: the same for the terminal, the page and JSON."""
+
+from __future__ import annotations
+
+import datetime
+from collections import Counter
+from typing import Any
+
+from . import events as ev
+from . import knowledge as kn
+from .operations import Finished, Tracker
+from .reader import Reader
+from .summary import Group, Summary
+
+Data = dict[str, Any]
+DAY_NS = 86_400_000_000_000
+
+
+def time_text(ns: int, with_date: bool = True) -> str:
+    when = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
+    return when.strftime("%Y-%m-%d %H:%M:%S" if with_date else "%H:%M:%S") + f".{ns % 1_000_000_000 // 1000:06d}"
+
+
+def duration_text(ns: float) -> str:
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if ns >= size:
+            return f"{ns / size:.3g} {unit}" if ns < 1000 * size else f"{ns / size:,.0f} {unit}"
+    return f"{ns:.0f} ns"
+
+
+def count_text(count: int, what: str) -> str:
+    """"2 IPv4 egress associations" """
+    if count == 1:
+        return f"1 {what}"
+    head, arrow, tail = what.partition(" ->")
+    plural = head + "s" if not head.startswith("binding ") else "bindings" + head[len("binding"):]
+    return f"{count:,} {plural}{arrow}{tail}"
+
+
+def list_text(counts: Counter[str]) -> str:
+    items = [count_text(n, t) for t, n in sorted(counts.items(), key=lambda i: (i[0].startswith("binding"), i[0]))]
+    return ", ".join(items)
+
+
+def title(name: str) -> str:
+    return kn.OPERATIONS[name].title if name in kn.OPERATIONS else f"{name}() of an unknown operation"
+
+
+def failure_of(group: Group) -> str:
+    """In a sentence: which operation failed at what."""
+    out = group.outcome
+    cause = f'{out.cause}: "{out.words}"' if out.cause else f'"{out.words}"'
+    return f"{title(group.name)}: {cause}"
+
+
+def ladder(finished: Finished) -> list[Data]:
+    rows = []
+    names = {ev.ENTER: "enter", ev.LEAVE: "leave", ev.CALL: "call", ev.ARGUMENTS: "arguments", ev.FAILURE: "failed",
+             ev.PASSED_ON: "passed on", ev.ERROR: "error", ev.SLOW: "slow"}
+    for event in finished.events:
+        rows.append({"after_us": round((event.ns - finished.begin) / 1000, 3), "kind": names[event.kind],
+                     "function": event.function, "text": event.text, "location": event.location})
+    return rows
+
+
+def operation_data(finished: Finished) -> Data:
+    out = finished.outcome
+    return {
+        "number": finished.number,
+        "title": title(finished.name),
+        "function": finished.name,
+        "time": time_text(finished.begin),
+        "begin_ns": finished.begin,
+        "duration": duration_text(finished.end - finished.begin),
+        "process": str(finished.process),
+        "subject": out.subject,
+        "result": out.result,
+        "left": out.left,
+        "possibly": out.possibly,
+        "handles": out.handles,
+        "failures": [{"call": c, "words": w, "verdict": v} for c, w, v in out.failures],
+        "notes": out.notes,
+        "caller": finished.caller,
+        "steps": ladder(finished),
+    }
+
+
+def group_data(group: Group) -> Data:
+    out = group.outcome
+    data = {
+        "title": title(group.name),
+        "function": group.name,
+        "count": group.count,
+        "result": out.result,
+        "step": out.step,
+        "cause": out.cause,
+        "words": out.words,
+        "failures": [{"call": c, "words": w, "verdict": v} for c, w, v in out.failures],
+        "left": out.left,
+        "possibly": out.possibly,
+        "kept": {True: "the id stays in use", None: "the id stays in use if the hook returned 3 (UDP: also 5)"}.get(
+            out.kept, ""),
+        "notes": list(dict.fromkeys(out.notes)),
+        "advice": list(dict.fromkeys(out.advice)),
+        "first": time_text(group.first),
+        "last": time_text(group.last),
+        "first_number": group.first_number,
+        "last_number": group.last_number,
+        "examples": [operation_data(f) for f in group.examples],
+    }
+    if group.meaning is not None:
+        data["means"] = group.meaning.means
+    return data
+
+
+def operation_rows(summary: Summary) -> list[Data]:
+    rows = []
+    names = {*summary.durations, *summary.results, *summary.refused}
+    for name in sorted(names, key=lambda n: (n not in kn.OPERATIONS, list(kn.OPERATIONS).index(n)
+                                             if n in kn.OPERATIONS else 0)):
+        durations, results = summary.durations.get(name), summary.results.get(name, Counter())
+        rows.append({
+            "title": title(name),
+            "function": name,
+            "count": durations.count if durations else None,
+            "failed": sum(results.values()),
+            "results": dict(sorted(results.items())),
+            "refused": summary.refused[name],
+            "median": duration_text(durations.quantile(0.5)) if durations else "",
+            "p99": duration_text(durations.quantile(0.99)) if durations else "",
+            "worst": duration_text(durations.worst) if durations else "",
+            "worst_number": durations.worst_number if durations else 0,
+        })
+    return rows
+
+
+def slow_rows(summary: Summary) -> list[Data]:
+    rate = summary.ticks_per_second()
+    rows = []
+    for call, slow in sorted(summary.slow.items(), key=lambda i: -i[1].count):
+        worst = f"{slow.worst_ticks:,} ticks" + (f", about {duration_text(slow.worst_ticks / rate * 1e9)}" if rate else "")
+        rows.append({"call": call, "count": slow.count, "worst": worst, "worst_time": time_text(slow.worst_ns),
+                     "number": slow.number, "first": time_text(slow.first), "last": time_text(slow.last)})
+    return rows
+
+
+def error_rows(summary: Summary) -> list[Data]:
+    rows = []
+    for text, error in summary.errors.items():
+        means, to_do = kn.ERRORS.get(text, ("an event that this report does not know", "see docs/tracing.md"))
+        rows.append({"text": text, "count": error.count, "means": means, "to_do": to_do,
+                     "first": time_text(error.first), "last": time_text(error.last), "number": error.number})
+    return rows
+
+
+def timeline(summary: Summary, end: int) -> Data:
+    bins = summary.bins
+    used = bins.used(end)
+    counts = {name: values[:used] for name, values in bins.bins.items()}
+    return {"begin": time_text(bins.begin) if used else "", "begin_ns": bins.begin, "width": duration_text(bins.width),
+            "width_ns": bins.width, "first_operation": bins.first[:used], **{
+                name: counts.get(name, [0] * used) for name in ("failures", "slow calls")}}
+
+
+def trend(counts: list[int]) -> str:
+    """Whether it got worse: both halves of the time beside each other."""
+    half = len(counts) // 2
+    before, after = sum(counts[:half]), sum(counts[half:])
+    if len(counts) < 8 or before + after < 8:
+        return ""
+    change = "got worse" if after > 1.5 * before else "became less" if before > 1.5 * after else "stayed much the same"
+    return f"over the time of the trace they {change}: {before:,} in the first half, {after:,} in the second"
+
+
+def unknowns(reader: Reader, tracker: Tracker, damage: list[str]) -> list[str]:
+    summary, names = tracker.summary, reader.names
+    lines = list(damage)
+    if reader.broken:
+        lines.append(f"The trace cannot be read to its end: {reader.broken}. What follows is about what comes before.")
+    if reader.lost_events or reader.lost_packets:
+        lost = [count_text(n, w) for n, w in ((reader.lost_events, "event"), (reader.lost_packets, "packet")) if n]
+        lines.append(f"The tracer lost {' and '.join(lost)}: what follows is incomplete, and what was there before a "
+                     "loss is not known.")
+    if summary.incomplete:
+        lines.append(f"{count_text(summary.incomplete, 'operation')} without end: the trace ends within, or events are "
+                     "missing.")
+    missing = [n.partition(":")[2] for n in ("tn_zel_term:FN_ENTER", "tn_zel_term:API_CALL") if n not in names]
+    if missing:
+        lines.append(f"{' and '.join(missing)} events were not recorded: L2TP operations are seen only when they fail, "
+                     "and their ids, steps and durations are not known.")
+    for name in ("tn_zel_term:EXCEPTION", "tn_zel_init:EXCEPTION", "tn_zel_term:ERROR"):
+        if name not in names:
+            lines.append(f"{name} was not recorded: {'bookkeeping errors' if 'ERROR' in name else 'failures'} that only "
+                         "it tells are not seen.")
+    lines.append("UDP operations that succeed leave no event, so how many there were is not known. Failures of UDP "
+                 "operations carry no id" + (": the caller's own events before them are shown instead."
+                                             if reader.other_events else ". " + kn.OWN_EVENT))
+    if not reader.threads_recorded:
+        lines.append("Processes were not recorded: if there were several, their failures may be mixed up. "
+                     "'lttng add-context --userspace --type=vpid --type=vtid --type=procname' adds them.")
+    lines.append("A call that reported failure may have taken effect: what is left is left unless it did. The library "
+                 "does not notice a restart of the data plane, after which nothing is left.")
+    if reader.unknown:
+        lines.append(f"Events that this report does not know: {', '.join(sorted(reader.unknown))}.")
+    if summary.dropped_groups:
+        lines.append(f"{count_text(summary.dropped_groups, 'failure')} too different from the others are only counted.")
+    if summary.udp_stops:
+        lines.append(f"The library was stopped {count_text(summary.udp_stops, 'time')}: UDP sessions that were not "
+                     "released before stay in the data plane without an owner, and no event tells of them.")
+    return lines
+
+
+def answer(summary: Summary, data: Data) -> Data:
+    """What failed, what is left and what to do, in plain English."""
+    failed = sum(sum(r.values()) for r in summary.results.values())
+    refused = sum(summary.refused.values())
+    l2tp = sum(d.count for n, d in summary.durations.items() if "l2tp" in n and "_st" not in n)
+    sentences = []
+    if failed:
+        l2tp_failed = sum(sum(r.values()) for n, r in summary.results.items() if "l2tp" in n)
+        parts = []
+        for name, results in summary.results.items():
+            count = sum(results.values())
+            parts.append((count, f"{count:,} {title(name)}" + ("s" if count > 1 else "")))
+        kinds = ", ".join(text for _, text in sorted(parts, reverse=True)[:6])
+        of = f" {l2tp_failed:,} of {l2tp:,} L2TP operations failed." if l2tp and l2tp_failed else ""
+        sentences.append(f"{count_text(failed, 'operation')} failed, or failed in part: {kinds}.{of}")
+        causes = sorted(summary.failures.values(), key=lambda g: -g.count)
+        sentences += [f"{g.count:,} times {failure_of(g)}" for g in causes[:3]]
+        if len(causes) > 3:
+            sentences.append(f"... and {len(causes) - 3} other kinds of failure, below.")
+    else:
+        sentences.append("No operation failed, as far as the recorded events tell.")
+    if refused:
+        reasons = Counter({(g.outcome.words, g.outcome.cause): g.count for g in summary.refusals.values()})
+        sentences.append(f"{count_text(refused, 'operation')} refused because of an argument or the state, with nothing "
+                         "done: " + ", ".join(f"{n:,} times \"{t}, {w}\"" for (t, w), n in reasons.most_common(3)) + ".")
+    slow = sum(s.count for s in summary.slow.values())
+    if slow:
+        sentences.append(f"{count_text(slow, 'data-plane call')} slow: " + ", ".join(
+            f"{r['count']:,} {r['call']} (worst {r['worst']})" for r in data["slow"][:3]) + ".")
+    for what in ("failures", "slow calls"):
+        text = trend(data["timeline"][what])
+        if text:
+            sentences.append(f"{what.capitalize()}: {text}.")
+    left = summary.left + summary.forgotten
+    advice = Counter()
+    for group in summary.failures.values():
+        for line in group.outcome.advice:
+            advice[line] += group.count
+    order = [kn.REMOVE_LEFT, kn.REPAIR_LOST, kn.AFTER_REMOVE_ALL, kn.AFTER_FALLBACK, kn.RELEASE_KEPT]
+    lines = sorted((a for a in advice if a != kn.NOTHING_LEFT), key=lambda a: order.index(a) if a in order else 9)
+    if summary.forgotten:
+        lines.append(kn.FORGOTTEN)
+    if left and kn.REMOVE_LEFT not in lines:
+        lines.insert(0, kn.REMOVE_LEFT)
+    if failed:
+        common = max(summary.failures.values(), key=lambda g: g.count) if summary.failures else None
+        if common is not None and common.outcome.cause:
+            lines.append(f"Find the cause: why the data plane answered \"{common.outcome.words}\" to "
+                         f"{common.outcome.cause}." if common.outcome.cause.startswith("vok_") else
+                         f"Find the cause: {common.outcome.cause} answered \"{common.outcome.words}\".")
+    for group in summary.refusals.values():
+        lines += [f"{text.capitalize()} ({group.outcome.words})." for text in group.outcome.advice]
+    if slow:
+        lines.append(kn.SLOW_CALLS)
+    kept = [count_text(n, f"L2TP {k}") for k, n in summary.kept.items()]
+    if summary.kept_udp:
+        kept.append(f"{count_text(summary.kept_udp, 'UDP session')} (unless released since)")
+    return {
+        "failed": failed,
+        "refused": refused,
+        "sentences": sentences,
+        "left": dict(left),
+        "left_text": list_text(left) or "nothing" + (", as far as the events tell" if failed else ""),
+        "possibly": dict(summary.possibly),
+        "possibly_text": list_text(summary.possibly),
+        "kept_text": ", ".join(kept),
+        "what_to_do": list(dict.fromkeys(lines)) or ["Nothing."],
+    }
+
+
+def build(reader: Reader, tracker: Tracker, traces: list[str], damage: list[str]) -> Data:
+    summary = tracker.summary
+    processes = {id(t.process): t.process for t in tracker.threads}.values()
+    data: Data = {
+        "traces": traces,
+        "begin": time_text(reader.first_ns) if reader.first_ns else "",
+        "end": time_text(reader.last_ns) if reader.last_ns else "",
+        "span": duration_text(reader.last_ns - reader.first_ns),
+        "hosts": sorted({p.host for p in processes if p.host}),
+        "processes": [str(p) for p in processes],
+        "events": reader.events,
+        "events_of_others": reader.other_events,
+        "lost_events": reader.lost_events,
+        "lost_packets": reader.lost_packets,
+        "recorded": sorted(n for n in reader.names if n.startswith(ev.PROVIDERS)),
+        "providers": sorted({n.partition(":")[0] for n in reader.names}),
+        "unknown": unknowns(reader, tracker, damage),
+        "operations": operation_rows(summary),
+        "failures": [group_data(g) for g in sorted(summary.failures.values(), key=lambda g: (-g.count, g.first))],
+        "refusals": [group_data(g) for g in sorted(summary.refusals.values(), key=lambda g: (-g.count, g.first))],
+        "slow": slow_rows(summary),
+        "errors": error_rows(summary),
+        "timeline": timeline(summary, reader.last_ns),
+        "forgotten": dict(summary.forgotten),
+    }
+    data["answer"] = answer(summary, data)
+    data["shown"] = operation_data(tracker.shown) if tracker.shown is not None else None
+    return data
