@@ -15,6 +15,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 from zel_report.operations import Tracker  # noqa: E402
 from zel_report.reader import Reader  # noqa: E402
+from zel_report.page import page  # noqa: E402
 from zel_report.report import build  # noqa: E402
 from zel_report.summary import Summary  # noqa: E402
 from zel_report.terminal import Terminal  # noqa: E402
@@ -93,6 +94,9 @@ class report(bt2._UserSinkComponent):
             with (open(self.json, "w", encoding="utf-8") if self.json != "-" else os.fdopen(os.dup(1), "w")) as out:
                 json.dump(data, out, indent=1)
                 out.write("\n")
+        if self.html:
+            with open(self.html, "w", encoding="utf-8", errors="backslashreplace") as out:
+                out.write(page(data))
         if self.json == "-":
             return
         coloured = sys.stdout.isatty() and not os.environ.get("NO_COLOR") and os.environ.get("TERM") != "dumb"

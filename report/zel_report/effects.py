@@ -112,7 +112,8 @@ class _Endpoint:
                 return f"possibly left: {self.text(part)}, if the call took effect anyway"
             return "nothing is left"
         if self.state(part) == PRESENT and (self.kind == "session" or part in self.not_removed):
-            self.leave(part)
+            for old in [part, *self.bindings_on(part)]:
+                self.leave(old)
         if part in self.doubtful:
             self.leave(part)
         self.parts[part] = PRESENT

@@ -86,6 +86,8 @@ class Reader:
                 known = self.learn(message)
             self.events += 1
             ns = ns_of(clock_of(message))[1]
+            if not self.first_ns:
+                self.first_ns = ns
             number = integer_of(member_of(context_of(event), known.thread_field)) if known.thread_field >= 0 else -1
             thread = known.trace.threads.get(number)
             if thread is None:
@@ -105,8 +107,6 @@ class Reader:
                 payload = payload_of(event)
                 self.take_failure(known.kind, thread, ns, [text_of(member_of(payload, i)) for i in range(3)])
                 release(message)
-        if ns and not self.first_ns:
-            self.first_ns = ns
         self.last_ns = ns
 
     # ---- What is rare

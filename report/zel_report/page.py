@@ -1,0 +1,201 @@
+"""The report as one page that needs nothing else."""
+
+from __future__ import annotations
+
+from html import escape
+from typing import Any
+
+from .report import Data
+
+STYLE = """
+:root { --ink: #1c2330; --dim: #5f6b7c; --line: #d9dee6; --bad: #b3261e; --warn: #8a5a00; --paper: #fff; --tint: #f4f6f9 }
+@media (prefers-color-scheme: dark) { :root { --ink: #e6e9ee; --dim: #9aa5b5; --line: #3a4352; --bad: #ff8a80;
+  --warn: #f0b860; --paper: #14181f; --tint: #1d232d } }
+* { box-sizing: border-box }
+body { margin: 0 auto; padding: 1rem; max-width: 64rem; color: var(--ink); background: var(--paper);
+  font: 16px/1.5 system-ui, sans-serif; overflow-wrap: anywhere }
+h1 { font-size: 1.3rem; margin: 0 } h2 { font-size: 1.1rem; margin: 2rem 0 .5rem; border-bottom: 1px solid var(--line) }
+h3 { font-size: 1rem; margin: 0 } p { margin: .3rem 0 } ul, ol { margin: .3rem 0; padding-left: 1.3rem }
+code { font: .86em/1.4 ui-monospace, monospace } small, .dim { color: var(--dim) }
+.bad { color: var(--bad) } .warn { color: var(--warn) }
+.answer { background: var(--tint); border-left: 5px solid var(--line); border-radius: 4px; padding: .2rem 1rem .8rem }
+.answer.failed { border-color: var(--bad) } .answer h2 { border: 0; margin: .8rem 0 0; font-size: 1rem }
+.scroll { overflow-x: auto } table { border-collapse: collapse; width: 100%; font-size: .9rem }
+th, td { text-align: left; padding: .25rem .6rem .25rem 0; border-bottom: 1px solid var(--line); vertical-align: top }
+th { color: var(--dim); font-weight: normal; white-space: nowrap } .number { text-align: right; white-space: nowrap }
+details, .card { border: 1px solid var(--line); border-radius: 4px; margin: .6rem 0; padding: .5rem .8rem }
+summary { cursor: pointer } details details { background: var(--tint) }
+:target { outline: 3px solid var(--warn) }
+.ladder td { border: 0; padding: .1rem .6rem .1rem 0 } .ladder .failed td { color: var(--bad) }
+.ladder .passed td, .ladder .error td, .ladder .slow td { color: var(--warn) }
+svg { width: 100%; height: auto; display: block } svg text { fill: var(--dim); font: 13px system-ui, sans-serif }
+.f { fill: var(--bad) } .s { fill: var(--warn) } a:hover rect { opacity: .6 } .axis { stroke: var(--line) }
+@media (max-width: 40rem) { body { font-size: 15px; padding: .7rem } .answer { padding: .2rem .7rem .6rem }
+  table.stack thead { display: none } table.stack tr { display: block; border-bottom: 1px solid var(--line);
+  padding: .3rem 0 } table.stack td { display: inline-block; border: 0; padding: 0 .8rem 0 0; text-align: left }
+  table.stack td:first-child { display: block; font-weight: 600 } table.stack td:empty { display: none }
+  table.stack td[data-is]:before { content: attr(data-is) " "; color: var(--dim) }
+  .ladder tr { display: block; padding: .15rem 0 } .ladder td { display: inline } }
+@media print { :root { --ink: #000; --dim: #444; --line: #bbb; --bad: #a00; --warn: #740; --paper: #fff; --tint: #fff }
+  body { font-size: 10pt; max-width: none; padding: 0 } .card, tr, li { break-inside: avoid } h2 { break-after: avoid }
+  a { color: inherit; text-decoration: none } }
+"""
+
+# A link to an operation opens it, and before it is printed all are.
+SCRIPT = """
+function open_target() {
+  for (let e = document.getElementById(location.hash.slice(1)); e; e = e.parentElement)
+    if (e.tagName === "DETAILS") e.open = true;
+  const target = location.hash && document.getElementById(location.hash.slice(1));
+  if (target) target.scrollIntoView();
+}
+addEventListener("hashchange", open_target);
+addEventListener("load", open_target);
+addEventListener("beforeprint", () => document.querySelectorAll("details").forEach(d => d.open = true));
+"""
+
+
+def items(lines: list[str], tag: str = "ul") -> str:
+    return f"<{tag}>" + "".join(f"<li>{escape(t)}</li>" for t in lines) + f"</{tag}>" if lines else ""
+
+
+def code(text: str) -> str:
+    return f"<code>{escape(text)}</code>"
+
+
+def table(columns: list[str], rows: list[list[str]]) -> str:
+    """Of cells that are HTML already; on a narrow screen each row becomes a block with its columns' names."""
+    if not rows:
+        return ""
+    head = "".join(f"<th>{escape(c)}</th>" for c in columns)
+    body = "".join("<tr>" + "".join(f'<td{f" data-is={chr(34)}{escape(c)}{chr(34)}" if i else ""}>{cell}</td>'
+                                    for i, (c, cell) in enumerate(zip(columns, row))) + "</tr>" for row in rows)
+    return f'<div class="scroll"><table class="stack"><thead><tr>{head}</tr></thead><tbody>{body}</tbody></table></div>'
+
+
+def link(number: int, shown: set[int]) -> str:
+    return f'<a href="#operation-{number}">#{number}</a>' if number in shown else f"#{number}" if number else ""
+
+
+def timeline(data: Data, shown: dict[int, int]) -> str:
+    """`shown`: by the number of an operation, that of the operation to which a click leads."""
+    line = data["timeline"]
+    parts = []
+    for what, style in (("failures", "f"), ("slow calls", "s")):
+        counts = line[what]
+        if not sum(counts):
+            continue
+        most, width = max(counts), 960 / len(counts)
+        bars = []
+        for place, count in enumerate(counts):
+            if count:
+                height = max(3, 70 * count / most)
+                bar = (f'<rect class="{style}" x="{place * width:.1f}" y="{100 - height:.1f}" width="{width * 0.9:.1f}" '
+                       f'height="{height:.1f}"><title>{count:,} {what}</title></rect>')
+                number = line["first_operation"][place]
+                bars.append(f'<a href="#operation-{shown[number]}">{bar}</a>' if number in shown else bar)
+        parts.append(f'<svg viewBox="0 0 960 122" role="img" aria-label="{what} over time"><text x="0" y="18">'
+                     f'{what}, at most {most:,} in {escape(line["width"])}</text><path class="axis" d="M0 100.5H960"/>'
+                     f'{"".join(bars)}<text x="0" y="118">{escape(line["begin"])}</text><text x="960" y="118" '
+                     f'text-anchor="end">{escape(data["end"])}</text></svg>')
+    return "<h2>Over time</h2>" + "".join(parts) if parts else ""
+
+
+def ladder(steps: list[Data]) -> str:
+    rows, depth = [], 0
+    for step in steps:
+        depth -= step["kind"] == "leave"
+        rows.append(f'<tr class="{step["kind"].split()[0]}"><td class="number"><small>{step["after_us"]:,.1f} us</small>'
+                    f'</td><td>{step["kind"]}</td><td style="padding-left:{depth}rem">'
+                    f'{code(step["function"] + "() " + step["text"])} <small>{escape(step["location"])}</small></td></tr>')
+        depth += step["kind"] == "enter"
+    return f'<div class="scroll"><table class="ladder"><tbody>{"".join(rows)}</tbody></table></div>'
+
+
+def left(what: Data) -> str:
+    out = f'<p class="bad">Left: {escape(", ".join(what["left"]))}</p>' if what["left"] else "<p>Left: nothing</p>"
+    if what["possibly"]:
+        out += f'<p class="warn">Possibly left: {escape(", ".join(what["possibly"]))}</p>'
+    return out
+
+
+def operation(data: Data, is_open: bool = False) -> str:
+    caller = "".join(f"<p class=dim>before it: {code(c)}</p>" for c in data["caller"])
+    handles = f', handles {", ".join(dict.fromkeys(data["handles"]))}' if data["handles"] else ""
+    return (f'<details id="operation-{data["number"]}"{" open" if is_open else ""}><summary>#{data["number"]}, '
+            f'{escape(data["time"])}: {escape((data["subject"] or "id not told") + handles)}, '
+            f'{escape(data["process"])}, took {escape(data["duration"])}</summary>'
+            f'{caller}{ladder(data["steps"])}{items(data["notes"])}</details>')
+
+
+def group(data: Data) -> str:
+    times = f"{data['count']:,} times" if data["count"] > 1 else "once"
+    when = data["first"] if data["count"] == 1 else f"first {data['first']}, last {data['last']}"
+    out = [f'<div class="card"><h3>{escape(data["title"])}, {times}</h3><p class="dim">{escape(when)}, result '
+           f'{escape(data["result"])}</p>']
+    if "means" in data:
+        out.append(f'<p class="warn">"{escape(data["words"])}", {code(data["cause"])}: {escape(data["means"])}; nothing '
+                   "was done.</p>")
+    else:
+        out.append(f'<p class="bad">Failed at {code(data["step"] + "()")}: {code(data["cause"])}: '
+                   f'"{escape(data["words"])}"</p>')
+        out.append("<ol>" + "".join(f'<li>{code(f["call"])}: "{escape(f["words"])}"; {escape(f["verdict"])}</li>'
+                                    for f in data["failures"]) + "</ol>" if len(data["failures"]) > 1 else "")
+        out.append(left(data))
+    if data["kept"]:
+        out.append(f'<p class="warn">{escape(data["kept"])}</p>')
+    out.append(items(data["notes"]))
+    out += [f"<p><b>To do:</b> {escape(a)}</p>" for a in data["advice"]]
+    out += [operation(e) for e in data["examples"]]
+    return "".join(out) + "</div>"
+
+
+def page(data: Data) -> str:
+    answer: dict[str, Any] = data["answer"]
+    groups = data["failures"] + data["refusals"]
+    shown = {e["number"] for g in groups for e in g["examples"]}
+    # An operation that is not among the examples leads to the first of its group.
+    leads = {n: n for n in shown} | {n: g["examples"][0]["number"] for g in groups if g["examples"]
+                                     for n in (g["first_number"], g["last_number"]) if n not in shown}
+    others = [n for n in data["timeline"]["first_operation"] if n and n not in leads]
+    for number in others:
+        within = [g for g in groups if g["examples"] and g["first_number"] <= number <= g["last_number"]]
+        if within:
+            leads[number] = within[0]["examples"][0]["number"]
+    parts = [
+        "<!doctype html><html lang=en><head><meta charset=utf-8><meta name=viewport content='width=device-width, "
+        f"initial-scale=1'><title>{'Failures' if answer['failed'] else 'Report'}: {escape(', '.join(data['traces']))}"
+        f"</title><style>{STYLE}</style></head><body><h1>libzel-core-term: what the trace tells</h1>",
+        f"<p class=dim>{escape(', '.join(data['traces']))}: {escape(data['begin'])} to {escape(data['end'])} "
+        f"({escape(data['span'])}), {data['events']:,} events of {escape(', '.join(data['processes']))}"
+        f"{escape(' on ' + ', '.join(data['hosts'])) if data['hosts'] else ''}</p>",
+        f"<div class='answer{' failed' if answer['failed'] or answer['left'] else ''}'><h2>What failed</h2>",
+        "".join(f"<p{' class=bad' if i == 0 and answer['failed'] else ''}>{escape(s)}</p>"
+                for i, s in enumerate(answer["sentences"])),
+        f"<h2>What is left in the data plane without an owner</h2><p{' class=bad' if answer['left'] else ''}>"
+        f"{escape(answer['left_text'])}.</p>",
+        f"<p class=warn>Possibly left: {escape(answer['possibly_text'])}.</p>" if answer["possibly_text"] else "",
+        f"<p class=warn>In use although their add failed: {escape(answer['kept_text'])}.</p>"
+        if answer["kept_text"] else "",
+        f"<h2>What to do</h2>{items(answer['what_to_do'])}</div>",
+        timeline(data, leads),
+        f"<h2>What this trace cannot tell</h2>{items(data['unknown'])}",
+        "<h2>Operations</h2>" + table(
+            ["operation", "seen", "failed", "with result", "refused", "median", "99 %", "worst", "of"],
+            [[escape(o["title"]), f"{o['count']:,}" if o["count"] is not None else "failures only", f"{o['failed']:,}",
+              escape(", ".join(f"{r}: {n:,}" for r, n in o["results"].items())), f"{o['refused']:,}", o["median"],
+              o["p99"], o["worst"], link(o["worst_number"], shown)] for o in data["operations"]])
+        if data["operations"] else "",
+        "<h2>Failures</h2>" + "".join(group(g) for g in data["failures"]) if data["failures"] else "",
+        "<h2>Refused</h2>" + "".join(group(g) for g in data["refusals"]) if data["refusals"] else "",
+        "<h2>Slow data-plane calls</h2>" + table(
+            ["call", "count", "worst", "at", "of", "first", "last"],
+            [[code(s["call"]), f"{s['count']:,}", escape(s["worst"]), s["worst_time"], link(s["number"], shown),
+              s["first"], s["last"]] for s in data["slow"]]) if data["slow"] else "",
+        "<h2>Errors of the bookkeeping</h2>" + "".join(
+            f"<div class=card><h3>{escape(e['text'])}, {e['count']:,} times</h3><p>Means: {escape(e['means'])}.</p><p><b>To "
+            f"do:</b> {escape(e['to_do'])}.</p><p class=dim>first {e['first']}, last {e['last']}</p></div>"
+            for e in data["errors"]) if data["errors"] else "",
+        f"<script>{SCRIPT}</script></body></html>\n",
+    ]
+    return "".join(parts)
