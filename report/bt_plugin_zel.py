@@ -2,9 +2,7 @@
 
 from __future__ import annotations
 
-import json
 import os
-import shutil
 import sys
 import time
 from typing import Any
@@ -13,33 +11,32 @@ import bt2
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+from zel_report.deliver import NoReport, deliver  # noqa: E402
 from zel_report.operations import Tracker  # noqa: E402
 from zel_report.reader import Reader  # noqa: E402
-from zel_report.page import page  # noqa: E402
 from zel_report.report import build  # noqa: E402
 from zel_report.summary import Summary  # noqa: E402
-from zel_report.terminal import Terminal  # noqa: E402
 
 PROGRESS_AFTER_S = 2.0
+BATCHES = 100  # before the graph's turn, in which it can be interrupted
 
 
 @bt2.plugin_component_class
 class report(bt2._UserSinkComponent):
     """Reports what failed, what is left in the data plane, and what to do.
 
-    Parameters: html=FILE and json=FILE write the report there, operation=N shows that operation step by step.
+    Parameters: html=FILE and json=FILE write the report there too, operation=N shows that operation step by step.
     """
 
-    def __init__(self, config: Any, params: Any, options: Any) -> None:
-        options = options or {}
+    def __init__(self, config: Any, params: Any, command: dict[str, Any] | None) -> None:
+        """`command` is that of the program that runs the graph itself: what it knows of the trace, and where it wants
+        the report."""
+        self.command = command
+        if command is not None:
+            command["component"] = self
         self.port = self._add_input_port("in")
-        self.html = str(params.get("html", ""))
-        self.json = str(params.get("json", ""))
+        self.html, self.json = str(params.get("html", "")), str(params.get("json", ""))
         self.operation = int(params.get("operation", 0))
-        self.traces: list[str] = options.get("traces", [])
-        self.damage: list[str] = options.get("damage", [])
-        self.span_ns: int = options.get("span_ns", 0)
-        self.status = options.get("status", {})
         self.tracker = Tracker(Summary(), self.operation)
         self.reader = Reader(self.tracker)
         self.finished = False
@@ -50,11 +47,8 @@ class report(bt2._UserSinkComponent):
 
     def _user_consume(self) -> None:
         try:
-            for _ in range(100):
+            for _ in range(BATCHES):
                 self.reader.consume(self.iterator._ptr)
-            self.show_progress()
-        except bt2.TryAgain:
-            raise
         except bt2.Stop:
             self.finish()
             raise
@@ -62,6 +56,7 @@ class report(bt2._UserSinkComponent):
             self.reader.broken = str(error).strip().splitlines()[-1].strip()
             self.finish()
             raise bt2.Stop from None
+        self.show_progress()
 
     def _user_finalize(self) -> None:
         self.finish()  # interrupted
@@ -71,8 +66,9 @@ class report(bt2._UserSinkComponent):
         if not sys.stderr.isatty() or now - self.started < PROGRESS_AFTER_S or now - self.shown < 0.2:
             return
         self.shown = now
-        share = (self.reader.last_ns - self.reader.first_ns) / self.span_ns if self.span_ns else 0
-        bar = f"[{'#' * int(share * 40):<40}] {share:4.0%} " if self.span_ns else ""
+        span_ns = self.command["span_ns"] if self.command else 0
+        share = min(1.0, (self.reader.last_ns - self.reader.first_ns) / span_ns) if span_ns else 0
+        bar = f"[{'#' * int(share * 40):<40}] {share:4.0%} " if span_ns else ""
         sys.stderr.write(f"\r{bar}{self.reader.events:,} events ")
         sys.stderr.flush()
 
@@ -84,31 +80,13 @@ class report(bt2._UserSinkComponent):
             sys.stderr.write("\r\033[K")
         self.tracker.end()
         self.reader.end()
-        data = build(self.reader, self.tracker, self.traces, self.damage)
-        if not self.reader.events - self.reader.other_events:
-            providers = ", ".join(data["providers"]) or "none"
-            print(f"no event of libzel-core-term in the trace (its providers: {providers})", file=sys.stderr)
-            self.status["failed"] = True
+        if self.command is not None:
+            self.command["data"] = build(self.reader, self.tracker, self.command["traces"], self.command["damage"])
             return
-        if self.json:
-            with (open(self.json, "w", encoding="utf-8") if self.json != "-" else os.fdopen(os.dup(1), "w")) as out:
-                json.dump(data, out, indent=1)
-                out.write("\n")
-        if self.html:
-            with open(self.html, "w", encoding="utf-8", errors="backslashreplace") as out:
-                out.write(page(data))
-        if self.json == "-":
-            return
-        coloured = sys.stdout.isatty() and not os.environ.get("NO_COLOR") and os.environ.get("TERM") != "dumb"
-        terminal = Terminal(sys.stdout, coloured, shutil.get_terminal_size().columns if sys.stdout.isatty() else 120)
-        if self.operation:
-            if data["shown"] is None:
-                print(f"the trace has no operation number {self.operation}", file=sys.stderr)
-                self.status["failed"] = True
-                return
-            terminal.show_operation(data["shown"])
-        else:
-            terminal.show(data)
+        try:
+            deliver(build(self.reader, self.tracker, [], []), self.html, self.json, self.operation)
+        except NoReport as reason:
+            print(reason, file=sys.stderr)
 
 
 bt2.register_plugin(__name__, "zel", "reports on libzel-core-term", version=(1, 0, 0))

@@ -63,6 +63,7 @@ class Outcome:
     left: list[str] = field(default_factory=list)
     possibly: list[str] = field(default_factory=list)
     handles: list[str] = field(default_factory=list)  # of what is left
+    lost: str = ""  # what others need and have no more
     kept: bool | None = False  # whether an add's id stays in use; None: unknown
     notes: list[str] = field(default_factory=list)
     advice: list[str] = field(default_factory=list)
@@ -110,7 +111,7 @@ class _Endpoint:
             if self.kind == "connection" and part in ("ingress", "egress"):
                 self.doubtful.add(part)  # not entered, so no undo deletes it
                 return f"possibly left: {self.text(part)}, if the call took effect anyway"
-            return "nothing is left"
+            return "nothing is left of it"
         if self.state(part) == PRESENT and (self.kind == "session" or part in self.not_removed):
             for old in [part, *self.bindings_on(part)]:
                 self.leave(old)
@@ -172,6 +173,7 @@ class _Evaluation:
         if arguments and self.connection_id is None:
             self.connection_id = int(arguments[0][1])
         self.after = ""  # the last failed create of an association
+        self.failed: list[tuple[_Endpoint | None, str]] = []  # the part that each failed call was about
 
     # ---- Which endpoint
 
@@ -210,7 +212,7 @@ class _Evaluation:
                 last = self.endpoint(step.kind, call.message)
                 verdict = last.follow(step, failure is not None)
                 if failure is not None:
-                    self.add_failure(failure, verdict)
+                    self.add_failure(failure, verdict, last, step.part)
                     if verdict.startswith("left"):
                         self.outcome.handles += _HANDLE.findall(call.message)
                     if step.verb == "create":
@@ -288,14 +290,32 @@ class _Evaluation:
             endpoint.parts.update(dict.fromkeys(order[:at], PRESENT) | dict.fromkeys(order[at:], ABSENT))
         if step.verb == "create":
             self.after = step.part
-        self.add_failure(event, endpoint.follow(step, True))
+        self.add_failure(event, endpoint.follow(step, True), endpoint, step.part)
 
-    def add_failure(self, event: ev.Event, verdict: str) -> None:
+    def add_failure(self, event: ev.Event, verdict: str, endpoint: _Endpoint | None = None, part: str = "") -> None:
         words, call = ev.failed_call(event)
         if call:
             self.outcome.failures.append((call, words, verdict))
+            self.failed.append((endpoint, part))
         else:
             self.outcome.notes.append(event.text)
+
+    def judge(self) -> None:
+        """What is known of failed calls only in the end: while a binding exists, its object cannot be deleted."""
+        for place, (endpoint, part) in enumerate(self.failed):
+            call, words, verdict = self.outcome.failures[place]
+            text = endpoint.text(part) if endpoint is not None else ""
+            if endpoint is None:
+                continue
+            if not verdict:
+                maybe = text in endpoint.possibly or part in endpoint.doubtful
+                verdict = f"possibly left: {text}, if the call took effect anyway" if maybe else "nothing is left of it"
+            elif self.name == kn.UDP_DISCONNECT:
+                verdict = (f"{text} stays with the session, unless the unbind took effect anyway or the session was "
+                           "disconnected before")
+            elif verdict.startswith("left: ") and text not in endpoint.left:
+                verdict = "possibly " + verdict if text in endpoint.possibly else "removed later"
+            self.outcome.failures[place] = (call, words, verdict)
 
     def take_error(self, event: ev.Event) -> None:
         self.outcome.notes.append(event.text)
@@ -311,9 +331,9 @@ class _Evaluation:
         """An add that fails before it has requested its binding to the interface releases a request all the same."""
         if self.name == kn.CONNECTION_ADD and (step.verb, step.part) == ("unbind", "to interface") and not failure:
             if not any("l2tp_control_bind_ipv4_to_l2tp" in e.message for e in self.recorded):
-                self.outcome.notes.append(
-                    "The undo removed the binding IPv4 ingress -> interface that other connections between these "
-                    "addresses use: they receive nothing now."
+                self.outcome.lost = (
+                    "The undo removed the binding IPv4 ingress -> interface, which other connections between the same "
+                    "addresses use: since then they receive nothing."
                 )
                 self.outcome.advice.append(kn.REPAIR_LOST)
 
@@ -418,16 +438,15 @@ class _Evaluation:
             lost = endpoint.failures == endpoint.calls >= 2 and endpoint.removed
             if endpoint.left and lost and (endpoint.kind != "udp" or after_failed_disconnect):
                 endpoint.possibly, endpoint.left = endpoint.left + endpoint.possibly, []
-                out.notes.append("Every call of the removal failed, as after a restart of the data plane.")
+                out.notes.append("every call of the removal failed, as after a restart of the data plane")
                 out.advice.append(kn.RESTART)
             out.left += endpoint.left
             out.possibly += endpoint.possibly
-        if self.name == kn.UDP_DISCONNECT:
-            udp = next(iter(self.followed.values()), None)
-            if udp is not None and udp.not_removed:
-                out.notes += [f"{udp.text(p)} stays with the session unless the unbind took effect anyway, or "
-                              "the session was disconnected before" for p in sorted(udp.not_removed)]
-                out.advice.append(kn.STILL_BOUND)
+        if self.name == kn.UDP_DISCONNECT and out.failures:
+            out.advice.append(kn.STILL_BOUND)
+        if not out.left and not out.possibly:
+            out.handles.clear()
+        self.judge()
         self.find_cause()
         self.find_result()
         self.find_subject()
@@ -465,6 +484,8 @@ class _Evaluation:
             advice.append(kn.OVERWRITTEN)
         if out.possibly and kn.RESTART not in advice:
             advice.append(kn.CHECK_POSSIBLE)
+        if self.name == kn.UDP_RELEASE and out.failures and kn.RESTART not in advice:
+            advice.append(kn.DISCONNECT_FIRST)
         if out.kept:
             advice.append(kn.RELEASE_KEPT)
         if self.name == kn.CONNECTION_MODIFY:

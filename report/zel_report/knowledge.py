@@ -196,6 +196,7 @@ RESULT_TEXTS = {
     "data-plane call failed": DATA_PLANE_FAILED,
     "bad formatter argument": "20",
     "text cut": "21",
+    "unknown result code": "other",  # than the library's own
 }
 
 
@@ -253,6 +254,7 @@ REMOVE_LEFT = "Remove what has no owner directly in the data plane: the library 
 CHECK_POSSIBLE = "Look in the data plane for what is possibly left, and remove it there if no session owns it."
 RELEASE_KEPT = "Release (UDP) or remove (L2TP) the ids that a failed add kept in use."
 REPAIR_LOST = "Remove all connections that share these addresses and add them again: they receive nothing now."
+DISCONNECT_FIRST = "Disconnect a UDP session before it is released: otherwise its bindings hold its associations."
 STILL_BOUND = "Release the sessions whose disconnect failed, and watch whether their release fails too."
 AFTER_FALLBACK = (
     "The old remote address and DSCP are in force: modify again once the data plane takes the new configuration."

@@ -70,6 +70,7 @@ class Finished:
     events: list[Event]
     outcome: Outcome
     caller: list[str]
+    chained: bool  # when it began and ended is not known
 
 
 class Tracker:
@@ -269,11 +270,12 @@ class Tracker:
         told = bool(reported) or bool(outcome.left) or bool(outcome.possibly)
         if not told and running.number != self.wanted:
             return
-        finished = Finished(running.number, name, running.begin, end, process, recorded, outcome, self.callers(thread))
+        finished = Finished(running.number, name, running.begin, end, process, recorded, outcome, self.callers(thread),
+                            running.chained)
         if running.number == self.wanted:
             self.shown = finished
         if told:
-            self.summary.add_failure(finished, running.chained)
+            self.summary.add_failure(finished)
 
     def refuse(self, thread: Thread, running: Running, text: str, what: str, recorded: list[Event]) -> None:
         refusal = kn.refusal_of(what)
@@ -281,8 +283,9 @@ class Tracker:
         result = refusal.result or kn.RESULT_TEXTS.get(text, kn.UNKNOWN)
         returned = "0" if kn.OPERATIONS[running.name].removes and running.name.endswith("_rem") else result
         finished = Finished(running.number, running.name, running.begin, recorded[-1].ns, thread.process, recorded,
-                            Outcome(returned, running.name, what, text, advice=[refusal.to_do]), self.callers(thread))
-        self.summary.add_refusal(finished, refusal, running.chained)
+                            Outcome(returned, running.name, what, text, advice=[refusal.to_do]), self.callers(thread),
+                            running.chained)
+        self.summary.add_refusal(finished, refusal)
         if running.number == self.wanted:
             self.shown = finished
 

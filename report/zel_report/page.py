@@ -5,7 +5,7 @@ from __future__ import annotations
 from html import escape
 from typing import Any
 
-from .report import Data
+from .report import Data, times_text
 
 STYLE = """
 :root { --ink: #1c2330; --dim: #5f6b7c; --line: #d9dee6; --bad: #b3261e; --warn: #8a5a00; --paper: #fff; --tint: #f4f6f9 }
@@ -28,7 +28,7 @@ summary { cursor: pointer } details details { background: var(--tint) }
 :target { outline: 3px solid var(--warn) }
 .ladder td { border: 0; padding: .1rem .6rem .1rem 0 } .ladder .failed td { color: var(--bad) }
 .ladder .passed td, .ladder .error td, .ladder .slow td { color: var(--warn) }
-svg { width: 100%; height: auto; display: block } svg text { fill: var(--dim); font: 13px system-ui, sans-serif }
+svg { width: 100%; height: 6.5rem; display: block } .ends { display: flex; justify-content: space-between; gap: 1rem }
 .f { fill: var(--bad) } .s { fill: var(--warn) } a:hover rect { opacity: .6 } .axis { stroke: var(--line) }
 @media (max-width: 40rem) { body { font-size: 15px; padding: .7rem } .answer { padding: .2rem .7rem .6rem }
   table.stack thead { display: none } table.stack tr { display: block; border-bottom: 1px solid var(--line);
@@ -94,10 +94,10 @@ def timeline(data: Data, shown: dict[int, int]) -> str:
                        f'height="{height:.1f}"><title>{count:,} {what}</title></rect>')
                 number = line["first_operation"][place]
                 bars.append(f'<a href="#operation-{shown[number]}">{bar}</a>' if number in shown else bar)
-        parts.append(f'<svg viewBox="0 0 960 122" role="img" aria-label="{what} over time"><text x="0" y="18">'
-                     f'{what}, at most {most:,} in {escape(line["width"])}</text><path class="axis" d="M0 100.5H960"/>'
-                     f'{"".join(bars)}<text x="0" y="118">{escape(line["begin"])}</text><text x="960" y="118" '
-                     f'text-anchor="end">{escape(data["end"])}</text></svg>')
+        parts.append(f'<p class="dim">{what}, at most {most:,} in {escape(line["width"])}</p><svg viewBox="0 0 960 102" '
+                     f'preserveAspectRatio="none" role="img" aria-label="{what} over time"><path class="axis" '
+                     f'd="M0 101H960"/>{"".join(bars)}</svg><p class="dim ends"><span>{escape(data["begin"])}</span>'
+                     f'<span>{escape(data["end"])}</span></p>')
     return "<h2>Over time</h2>" + "".join(parts) if parts else ""
 
 
@@ -121,17 +121,18 @@ def left(what: Data) -> str:
 
 def operation(data: Data, is_open: bool = False) -> str:
     caller = "".join(f"<p class=dim>before it: {code(c)}</p>" for c in data["caller"])
+    took = f", took {data['duration']}" if data["duration"] else ""
     handles = f', handles {", ".join(dict.fromkeys(data["handles"]))}' if data["handles"] else ""
     return (f'<details id="operation-{data["number"]}"{" open" if is_open else ""}><summary>#{data["number"]}, '
             f'{escape(data["time"])}: {escape((data["subject"] or "id not told") + handles)}, '
-            f'{escape(data["process"])}, took {escape(data["duration"])}</summary>'
+            f'{escape(data["process"])}{escape(took)}</summary>'
             f'{caller}{ladder(data["steps"])}{items(data["notes"])}</details>')
 
 
-def group(data: Data) -> str:
-    times = f"{data['count']:,} times" if data["count"] > 1 else "once"
+def group(data: Data, name: str) -> str:
     when = data["first"] if data["count"] == 1 else f"first {data['first']}, last {data['last']}"
-    out = [f'<div class="card"><h3>{escape(data["title"])}, {times}</h3><p class="dim">{escape(when)}, result '
+    times = times_text(data["count"])
+    out = [f'<div class="card"><h3>{name}: {escape(data["title"])}, {times}</h3><p class="dim">{escape(when)}, result '
            f'{escape(data["result"])}</p>']
     if "means" in data:
         out.append(f'<p class="warn">"{escape(data["words"])}", {code(data["cause"])}: {escape(data["means"])}; nothing '
@@ -142,6 +143,8 @@ def group(data: Data) -> str:
         out.append("<ol>" + "".join(f'<li>{code(f["call"])}: "{escape(f["words"])}"; {escape(f["verdict"])}</li>'
                                     for f in data["failures"]) + "</ol>" if len(data["failures"]) > 1 else "")
         out.append(left(data))
+    if data["lost"]:
+        out.append(f'<p class="bad">{escape(data["lost"])}</p>')
     if data["kept"]:
         out.append(f'<p class="warn">{escape(data["kept"])}</p>')
     out.append(items(data["notes"]))
@@ -177,6 +180,7 @@ def page(data: Data) -> str:
         f"<p class=warn>Possibly left: {escape(answer['possibly_text'])}.</p>" if answer["possibly_text"] else "",
         f"<p class=warn>In use although their add failed: {escape(answer['kept_text'])}.</p>"
         if answer["kept_text"] else "",
+        f"<p class=bad>{escape(answer['lost_text'])}</p>" if answer["lost_text"] else "",
         f"<h2>What to do</h2>{items(answer['what_to_do'])}</div>",
         timeline(data, leads),
         f"<h2>What this trace cannot tell</h2>{items(data['unknown'])}",
@@ -186,14 +190,14 @@ def page(data: Data) -> str:
               escape(", ".join(f"{r}: {n:,}" for r, n in o["results"].items())), f"{o['refused']:,}", o["median"],
               o["p99"], o["worst"], link(o["worst_number"], shown)] for o in data["operations"]])
         if data["operations"] else "",
-        "<h2>Failures</h2>" + "".join(group(g) for g in data["failures"]) if data["failures"] else "",
-        "<h2>Refused</h2>" + "".join(group(g) for g in data["refusals"]) if data["refusals"] else "",
+        "<h2>Failures</h2>" + "".join(group(g, f"Failure {i}") for i, g in enumerate(data["failures"], 1)) if data["failures"] else "",
+        "<h2>Refused</h2>" + "".join(group(g, "Refused") for g in data["refusals"]) if data["refusals"] else "",
         "<h2>Slow data-plane calls</h2>" + table(
             ["call", "count", "worst", "at", "of", "first", "last"],
             [[code(s["call"]), f"{s['count']:,}", escape(s["worst"]), s["worst_time"], link(s["number"], shown),
               s["first"], s["last"]] for s in data["slow"]]) if data["slow"] else "",
         "<h2>Errors of the bookkeeping</h2>" + "".join(
-            f"<div class=card><h3>{escape(e['text'])}, {e['count']:,} times</h3><p>Means: {escape(e['means'])}.</p><p><b>To "
+            f"<div class=card><h3>{escape(e['text'])}, {escape(times_text(e['count']))}</h3><p>Means: {escape(e['means'])}.</p><p><b>To "
             f"do:</b> {escape(e['to_do'])}.</p><p class=dim>first {e['first']}, last {e['last']}</p></div>"
             for e in data["errors"]) if data["errors"] else "",
         f"<script>{SCRIPT}</script></body></html>\n",

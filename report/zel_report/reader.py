@@ -87,7 +87,7 @@ class Reader:
             self.events += 1
             ns = ns_of(clock_of(message))[1]
             if not self.first_ns:
-                self.first_ns = ns
+                self.first_ns = self.tracker.summary.bins.begin = ns
             number = integer_of(member_of(context_of(event), known.thread_field)) if known.thread_field >= 0 else -1
             thread = known.trace.threads.get(number)
             if thread is None:

@@ -46,13 +46,6 @@ def title(name: str) -> str:
     return kn.OPERATIONS[name].title if name in kn.OPERATIONS else f"{name}() of an unknown operation"
 
 
-def failure_of(group: Group) -> str:
-    """In a sentence: which operation failed at what."""
-    out = group.outcome
-    cause = f'{out.cause}: "{out.words}"' if out.cause else f'"{out.words}"'
-    return f"{title(group.name)}: {cause}"
-
-
 def ladder(finished: Finished) -> list[Data]:
     rows = []
     names = {ev.ENTER: "enter", ev.LEAVE: "leave", ev.CALL: "call", ev.ARGUMENTS: "arguments", ev.FAILURE: "failed",
@@ -71,7 +64,7 @@ def operation_data(finished: Finished) -> Data:
         "function": finished.name,
         "time": time_text(finished.begin),
         "begin_ns": finished.begin,
-        "duration": duration_text(finished.end - finished.begin),
+        "duration": "" if finished.chained else duration_text(finished.end - finished.begin),
         "process": str(finished.process),
         "subject": out.subject,
         "result": out.result,
@@ -100,6 +93,7 @@ def group_data(group: Group) -> Data:
         "possibly": out.possibly,
         "kept": {True: "the id stays in use", None: "the id stays in use if the hook returned 3 (UDP: also 5)"}.get(
             out.kept, ""),
+        "lost": out.lost,
         "notes": list(dict.fromkeys(out.notes)),
         "advice": list(dict.fromkeys(out.advice)),
         "first": time_text(group.first),
@@ -210,60 +204,86 @@ def unknowns(reader: Reader, tracker: Tracker, damage: list[str]) -> list[str]:
     return lines
 
 
+def times_text(count: int) -> str:
+    return "once" if count == 1 else f"{count:,} times"
+
+
+def causes(summary: Summary) -> list[str]:
+    """A sentence for each: what failed at which call, and whether undos failed too."""
+    merged: dict[tuple[str, str, str], list[Group]] = {}
+    for group in summary.failures.values():
+        merged.setdefault((title(group.name), group.outcome.cause, group.outcome.words), []).append(group)
+    sentences = []
+    for (what, cause, words), groups in sorted(merged.items(), key=lambda i: -sum(g.count for g in i[1])):
+        answered = f'the data plane answered "{words}" to {cause}' if cause.startswith("vok_") else (
+            f'{cause}: "{words}"' if cause else f'"{words}"' if words else "it was done, but left something behind")
+        text = f"{times_text(sum(g.count for g in groups)).capitalize()} {what}: {answered}."
+        undos = sum(g.count for g in groups if kn.OPERATIONS.get(g.name) and kn.OPERATIONS[g.name].makes
+                    and len(g.outcome.failures) > 1 and (g.outcome.left or g.outcome.possibly))
+        sentences.append(text + (f" {times_text(undos).capitalize()} the undo failed too." if undos else ""))
+    return sentences
+
+
+def failed_sentence(summary: Summary, failed: int) -> str:
+    """"3 operations failed: 2 UDP session adds, 1 of 8 L2TP session adds." """
+    kinds = []
+    for name, results in sorted(summary.results.items(), key=lambda i: -sum(i[1].values())):
+        count, seen = sum(results.values()), summary.durations.get(name)
+        of = f"{count:,} of {seen.count:,} {title(name)}s" if seen else count_text(count, title(name))
+        kinds.append(of + (" (in part: it returned 0)" if set(results) == {"0"} else ""))
+    without = any(n not in summary.durations for n in summary.results)
+    all_seen = sum(d.count for d in summary.durations.values())
+    of = "" if without else f" of {all_seen:,}"
+    return f"{failed:,}{of} operation{'s' if failed > 1 or of else ''} failed: {', '.join(kinds)}."
+
+
+def what_to_do(summary: Summary, slow: int) -> list[str]:
+    order = [kn.REMOVE_LEFT, kn.REPAIR_LOST, kn.RESTART, kn.AFTER_REMOVE_ALL, kn.AFTER_FALLBACK, kn.RELEASE_KEPT]
+    wanted = {line for group in summary.failures.values() for line in group.outcome.advice} - {kn.NOTHING_LEFT}
+    if summary.forgotten:
+        wanted |= {kn.REMOVE_LEFT, kn.FORGOTTEN}
+    lines = sorted(wanted, key=lambda line: order.index(line) if line in order else len(order))
+    if summary.failures:
+        out = max(summary.failures.values(), key=lambda g: g.count).outcome
+        if out.cause:
+            lines.append(f'Find the cause: why {"the data plane" if out.cause.startswith("vok_") else "it"} answered '
+                         f'"{out.words}" to {out.cause}.')
+    for group in summary.refusals.values():
+        lines += [f"{text[:1].upper()}{text[1:]} ({group.outcome.words})." for text in group.outcome.advice]
+    if slow:
+        lines.append(kn.SLOW_CALLS)
+    return list(dict.fromkeys(lines)) or ["Nothing."]
+
+
 def answer(summary: Summary, data: Data) -> Data:
     """What failed, what is left and what to do, in plain English."""
     failed = sum(sum(r.values()) for r in summary.results.values())
     refused = sum(summary.refused.values())
-    l2tp = sum(d.count for n, d in summary.durations.items() if "l2tp" in n and "_st" not in n)
-    sentences = []
-    if failed:
-        l2tp_failed = sum(sum(r.values()) for n, r in summary.results.items() if "l2tp" in n)
-        parts = []
-        for name, results in summary.results.items():
-            count = sum(results.values())
-            parts.append((count, f"{count:,} {title(name)}" + ("s" if count > 1 else "")))
-        kinds = ", ".join(text for _, text in sorted(parts, reverse=True)[:6])
-        of = f" {l2tp_failed:,} of {l2tp:,} L2TP operations failed." if l2tp and l2tp_failed else ""
-        sentences.append(f"{count_text(failed, 'operation')} failed, or failed in part: {kinds}.{of}")
-        causes = sorted(summary.failures.values(), key=lambda g: -g.count)
-        sentences += [f"{g.count:,} times {failure_of(g)}" for g in causes[:3]]
-        if len(causes) > 3:
-            sentences.append(f"... and {len(causes) - 3} other kinds of failure, below.")
-    else:
-        sentences.append("No operation failed, as far as the recorded events tell.")
+    slow = sum(s.count for s in summary.slow.values())
+    sentences = [failed_sentence(summary, failed) if failed else
+                 "No operation failed, as far as the recorded events tell."]
+    all_causes = causes(summary)
+    sentences += all_causes[:4]
+    if len(all_causes) > 4:
+        sentences.append(f"... and {len(all_causes) - 4} other kinds of failure, below.")
     if refused:
         reasons = Counter({(g.outcome.words, g.outcome.cause): g.count for g in summary.refusals.values()})
         sentences.append(f"{count_text(refused, 'operation')} refused because of an argument or the state, with nothing "
-                         "done: " + ", ".join(f"{n:,} times \"{t}, {w}\"" for (t, w), n in reasons.most_common(3)) + ".")
-    slow = sum(s.count for s in summary.slow.values())
+                         "done: " + ", ".join(f'{times_text(n)} "{t}, {w}"' for (t, w), n in reasons.most_common(3)) + ".")
     if slow:
-        sentences.append(f"{count_text(slow, 'data-plane call')} slow: " + ", ".join(
-            f"{r['count']:,} {r['call']} (worst {r['worst']})" for r in data["slow"][:3]) + ".")
+        sentences.append(f"{count_text(slow, 'data-plane call')} too slow: " + ", ".join(
+            f"{times_text(r['count'])} {r['call']} (worst {r['worst']})" for r in data["slow"][:3]) + ".")
     for what in ("failures", "slow calls"):
         text = trend(data["timeline"][what])
         if text:
             sentences.append(f"{what.capitalize()}: {text}.")
     left = summary.left + summary.forgotten
-    advice = Counter()
-    for group in summary.failures.values():
-        for line in group.outcome.advice:
-            advice[line] += group.count
-    order = [kn.REMOVE_LEFT, kn.REPAIR_LOST, kn.AFTER_REMOVE_ALL, kn.AFTER_FALLBACK, kn.RELEASE_KEPT]
-    lines = sorted((a for a in advice if a != kn.NOTHING_LEFT), key=lambda a: order.index(a) if a in order else 9)
+    leaving = [i for i, g in enumerate(data["failures"], 1) if g["left"]]
+    where = [f"by failure{'s' if len(leaving) > 1 else ''} {', '.join(map(str, leaving))} below"] if leaving else []
     if summary.forgotten:
-        lines.append(kn.FORGOTTEN)
-    if left and kn.REMOVE_LEFT not in lines:
-        lines.insert(0, kn.REMOVE_LEFT)
-    if failed:
-        common = max(summary.failures.values(), key=lambda g: g.count) if summary.failures else None
-        if common is not None and common.outcome.cause:
-            lines.append(f"Find the cause: why the data plane answered \"{common.outcome.words}\" to "
-                         f"{common.outcome.cause}." if common.outcome.cause.startswith("vok_") else
-                         f"Find the cause: {common.outcome.cause} answered \"{common.outcome.words}\".")
-    for group in summary.refusals.values():
-        lines += [f"{text.capitalize()} ({group.outcome.words})." for text in group.outcome.advice]
-    if slow:
-        lines.append(kn.SLOW_CALLS)
+        where.append(f"by the stop or start #{summary.forgotten_number}")
+    left_text = list_text(left) + f" (left {' and '.join(where)})" if left else "Nothing" + (
+        ", as far as the events tell" if failed else "")
     kept = [count_text(n, f"L2TP {k}") for k, n in summary.kept.items()]
     if summary.kept_udp:
         kept.append(f"{count_text(summary.kept_udp, 'UDP session')} (unless released since)")
@@ -272,11 +292,12 @@ def answer(summary: Summary, data: Data) -> Data:
         "refused": refused,
         "sentences": sentences,
         "left": dict(left),
-        "left_text": list_text(left) or "nothing" + (", as far as the events tell" if failed else ""),
+        "left_text": left_text,
         "possibly": dict(summary.possibly),
         "possibly_text": list_text(summary.possibly),
         "kept_text": ", ".join(kept),
-        "what_to_do": list(dict.fromkeys(lines)) or ["Nothing."],
+        "lost_text": " ".join(dict.fromkeys(g["lost"] for g in data["failures"] if g["lost"])),
+        "what_to_do": what_to_do(summary, slow),
     }
 
 

@@ -52,14 +52,12 @@ class TimeBins:
     COUNT = 64
 
     def __init__(self) -> None:
-        self.begin = 0
-        self.width = 1_000_000
+        self.begin = 0  # of the trace
+        self.width = 1000
         self.bins: dict[str, list[int]] = {}
         self.first: list[int] = [0] * self.COUNT  # the first operation of a bin that failed or was slow
 
     def add(self, what: str, ns: int, number: int = 0) -> None:
-        if not self.begin:
-            self.begin = ns
         place = max(0, (ns - self.begin) // self.width)
         while place >= self.COUNT:
             self.width *= 2
@@ -114,7 +112,6 @@ class Summary:
     durations: dict[str, Durations] = field(default_factory=dict)
     results: dict[str, Counter[str]] = field(default_factory=dict)
     refused: Counter[str] = field(default_factory=Counter)
-    seen_by_failure: Counter[str] = field(default_factory=Counter)  # operations without FN_ENTER
     failures: dict[tuple[object, ...], Group] = field(default_factory=dict)
     refusals: dict[tuple[object, ...], Group] = field(default_factory=dict)
     dropped_groups: int = 0
@@ -145,9 +142,8 @@ class Summary:
             return Group(finished.name, finished.outcome)
         return groups.setdefault(key, Group(finished.name, finished.outcome))
 
-    def add_failure(self, finished: "Finished", by_failure: bool) -> None:
+    def add_failure(self, finished: "Finished") -> None:
         name, outcome = finished.name, finished.outcome
-        self.seen_by_failure[name] += by_failure
         self.results.setdefault(name, Counter())[outcome.result] += 1
         self.left.update(outcome.left)
         self.possibly.update(outcome.possibly)
@@ -157,8 +153,7 @@ class Summary:
                tuple(outcome.left), tuple(outcome.possibly), outcome.kept)
         self.group(self.failures, key, finished).add(finished)
 
-    def add_refusal(self, finished: "Finished", meaning: kn.Refusal, by_failure: bool) -> None:
-        self.seen_by_failure[finished.name] += by_failure
+    def add_refusal(self, finished: "Finished", meaning: kn.Refusal) -> None:
         self.refused[finished.name] += 1
         key = (finished.name, finished.outcome.cause, finished.outcome.words)
         group = self.group(self.refusals, key, finished)

@@ -6,7 +6,7 @@ import textwrap
 from collections.abc import Iterable
 from typing import TextIO
 
-from .report import Data
+from .report import Data, times_text
 
 COLOURS = {"bad": "31", "warn": "33", "head": "1", "dim": "2"}
 BARS = " ▁▂▃▄▅▆▇█"
@@ -57,10 +57,11 @@ class Terminal:
         self.head("What is left in the data plane without an owner")
         self.line(answer["left_text"] + ".", "bad" if answer["left"] else "", "  ")
         if answer["possibly_text"]:
-            self.line(f"Possibly left, if a call that reported failure took effect anyway: {answer['possibly_text']}.",
-                      "warn", "  ", "    ")
+            self.line(f"Possibly left: {answer['possibly_text']}.", "warn", "  ", "    ")
         if answer["kept_text"]:
             self.line(f"In use although their add failed: {answer['kept_text']}.", "warn", "  ", "    ")
+        if answer["lost_text"]:
+            self.line(answer["lost_text"], "bad", "  ")
         self.head("What to do")
         self.items(answer["what_to_do"])
         self.head("What this trace cannot tell")
@@ -72,7 +73,7 @@ class Terminal:
             self.group(group, "Refused")
         self.slow(data)
         for error in data["errors"]:
-            self.head(f"Error, {error['count']:,} times")
+            self.head(f"Error, {times_text(error['count'])}")
             self.line(error["text"], "warn", "  ")
             self.line(f"Means: {error['means']}. To do: {error['to_do']}.", "", "  ")
             self.line(f"First {error['first']}, last {error['last']}.", "", "  ")
@@ -92,7 +93,7 @@ class Terminal:
         numbers = f"operation #{group['first_number']}"
         if group["count"] > 1:
             numbers = f"operations #{group['first_number']} to #{group['last_number']}"
-        self.head(f"{name}: {group['title']}, {group['count']:,} times ({numbers})".replace("1 times", "once"))
+        self.head(f"{name}: {group['title']}, {times_text(group['count'])} ({numbers})")
         times = group["first"] if group["count"] == 1 else f"first {group['first']}, last {group['last']}"
         self.line(f"{times}; result {group['result']}", "", "  ")
         if "means" in group:
@@ -101,7 +102,7 @@ class Terminal:
             self.line(f"failed at {group['step']}(): {group['cause']}: \"{group['words']}\"", "bad", "  ", "    ")
         for failure in group["failures"]:
             if failure["verdict"] or len(group["failures"]) > 1:
-                self.line(f"{failure['call']}: \"{failure['words']}\"; {failure['verdict'] or 'undone'}", "", "  - ",
+                self.line(f"{failure['call']}: \"{failure['words']}\"; {failure['verdict']}", "", "  - ",
                           "    ")
         if "means" not in group:
             self.line("left: " + (", ".join(group["left"]) or "nothing"), "bad" if group["left"] else "", "  ")
@@ -109,6 +110,8 @@ class Terminal:
             self.line("possibly left: " + ", ".join(group["possibly"]), "warn", "  ")
         if group["kept"]:
             self.line(group["kept"], "warn", "  ")
+        if group["lost"]:
+            self.line(group["lost"], "bad", "  ")
         self.items(group["notes"])
         for line in group["advice"]:
             self.line("To do: " + line, "", "  ", "    ")
@@ -139,8 +142,8 @@ class Terminal:
                 self.out.write("  " + bars + "|\n")
 
     def show_operation(self, operation: Data) -> None:
-        self.line(f"Operation #{operation['number']}: {operation['title']}, {operation['time']}, took "
-                  f"{operation['duration']}, result {operation['result']}", "head")
+        self.line(f"Operation #{operation['number']}: {operation['title']}, {operation['time']}, "
+                  f"{'took ' + operation['duration'] + ', ' if operation['duration'] else ''}result {operation['result']}", "head")
         self.line(", ".join(t for t in (operation["subject"], operation["process"]) if t), "", "  ")
         for caller in operation["caller"]:
             self.line("before it: " + caller, "dim", "  ", "    ")
