@@ -30,6 +30,44 @@ as_private_user() { # HOME [VARIABLE=VALUE...]
     as_user+=(--)
 }
 
+# Starts a session daemon that is not the machine's, which ends with this script, and copies what is recorded to where
+# its user may read it. Programs wait at their start until their events are enabled. Sets `home`, `as_user`, `shell`.
+private_tracer() { # SHELL PROJECT_FOLDER
+    home=$(mktemp -d)
+    as_private_user "$home" LTTNG_UST_REGISTER_TIMEOUT=-1
+    mkdir "$home/bin"
+    cp "$1" "$home/bin/zel-term-shell"
+    cp -r "$(dirname "$1")/../lib" "$2/examples" "$home"
+    chmod -R a+rX "$home"/{bin,lib,examples}
+    shell=$home/bin/zel-term-shell
+
+    "${as_user[@]}" lttng-sessiond --no-kernel >"$home/log" 2>&1 &
+    daemon=$!
+    trap 'kill "$daemon" 2>/dev/null && wait "$daemon" || true; rm -rf "$home"' EXIT
+    for _ in {1..300}; do
+        ! "${as_user[@]}" lttng --no-sessiond list >/dev/null 2>&1 || break
+        kill -0 "$daemon" 2>/dev/null || fail "no session daemon: $(cat "$home/log")"
+        sleep 0.1
+    done
+    tracer list
+}
+
+tracer() { "${as_user[@]}" lttng --no-sessiond "$@" >>"$home/log" 2>&1 || fail "lttng $*: $(cat "$home/log")"; }
+
+# start_session NAME EVENTS [EVENT_OPTION...]; `channel_options` and `context` are options of the commands of that name.
+channel_options=()
+context=()
+start_session() {
+    tracer create "$1" --output="$home/$1"
+    tracer enable-channel --userspace --session "$1" "${channel_options[@]}" all
+    tracer enable-event --userspace --session "$1" --channel all "${@:2}"
+    [ ${#context[@]} -eq 0 ] || tracer add-context --userspace --session "$1" --channel all "${context[@]}"
+    tracer start "$1"
+}
+
+# The tracer's own count of the events that did not fit into the buffers.
+lost_events() { "${as_user[@]}" lttng --no-sessiond list "$1" | sed -n 's/^ *Discarded events: //p'; }
+
 # A document without its fenced blocks.
 prose() { awk '/^ *```/ { fenced = !fenced; next } !fenced' "$1"; }
 anchors() { prose "$1" | sed -n 's/^#\{1,6\} //p' | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }

@@ -5,36 +5,11 @@ shell=$1
 project=$2
 expected=$project/tests/expected
 
-# Everything runs as a user whose session daemon is not the machine's, and ends with this script. Programs wait at their
-# start until their events are enabled.
-home=$(mktemp -d)
-as_private_user "$home" LTTNG_UST_REGISTER_TIMEOUT=-1
+# Everything runs as a user whose session daemon is not the machine's, and ends with this script.
+private_tracer "$shell" "$project"
+library_events='tn_zel_term:*,tn_zel_init:*'
 
-# Copies, as that user may not be let into the project's folders.
-mkdir "$home/bin"
-cp "$shell" "$home/bin/zel-term-shell"
-cp -r "$(dirname "$shell")/../lib" "$project/examples" "$home"
-chmod -R a+rX "$home"/{bin,lib,examples}
-shell=$home/bin/zel-term-shell
-
-"${as_user[@]}" lttng-sessiond --no-kernel >"$home/log" 2>&1 &
-daemon=$!
-trap 'kill "$daemon" 2>/dev/null && wait "$daemon" || true; rm -rf "$home"' EXIT
-
-tracer() { "${as_user[@]}" lttng --no-sessiond "$@" >>"$home/log" 2>&1 || fail "lttng $*: $(cat "$home/log")"; }
-
-# start_session NAME CHANNEL_OPTION...
-start_session() {
-    tracer create "$1" --output="$home/$1"
-    tracer enable-channel --userspace --session "$1" "${@:2}" all
-    tracer enable-event --userspace --session "$1" --channel all 'tn_zel_term:*,tn_zel_init:*'
-    tracer start "$1"
-}
-
-# The tracer's own count of the events that did not fit into the buffers.
-lost_events() { "${as_user[@]}" lttng --no-sessiond list "$1" | sed -n 's/^ *Discarded events: //p'; }
-
-# Sets `lost` to that count, and `losses_in_trace` to what the trace tells of lost events and packets.
+# Sets `lost` to the tracer's count, and `losses_in_trace` to what the trace tells of lost events and packets.
 end_session() {
     tracer stop "$1"
     lost=$(lost_events "$1")
@@ -42,14 +17,8 @@ end_session() {
     losses_in_trace=$(babeltrace2 "$home/$1" 2>&1 >/dev/null) || true
 }
 
-for _ in {1..300}; do
-    ! "${as_user[@]}" lttng --no-sessiond list >/dev/null 2>&1 || break
-    kill -0 "$daemon" 2>/dev/null || fail "no session daemon: $(cat "$home/log")"
-    sleep 0.1
-done
-tracer list
-
-start_session tour --subbuf-size 1M --num-subbuf 4
+channel_options=(--subbuf-size 1M --num-subbuf 4)
+start_session tour "$library_events"
 "${as_user[@]}" "$shell" "$home/examples/tour.zel" >/dev/null
 end_session tour
 [ "$lost" = 0 ] || fail "the trace lost ${lost:-an unknown number of} events"
@@ -68,7 +37,8 @@ babeltrace2 --output-format=ctf-metadata "$home"/tour/ust/uid/*/*-bit |
     sort | compare "event definitions" "$expected/trace_events.txt"
 
 # A session whose small buffers are emptied twice a second at the most loses some of a storm of events, and says so.
-start_session storm --subbuf-size "$(getconf PAGESIZE)" --num-subbuf 2 --read-timer 500000
+channel_options=(--subbuf-size "$(getconf PAGESIZE)" --num-subbuf 2 --read-timer 500000)
+start_session storm "$library_events"
 printf 'start\n%.0s' {1..1000} | "${as_user[@]}" "$shell" >/dev/null
 end_session storm
 [[ $lost -gt 0 && -n $losses_in_trace ]] || fail "losses are not told"

@@ -46,7 +46,7 @@ class Reader:
         self.tracker = tracker
         tracker.caller_text = self.caller_text
         self.classes: dict[int, _Class] = {}
-        self.traces: dict[int, _Trace] = {}
+        self.traces: dict[str, _Trace] = {}
         self.names: set[str] = set()  # of all event classes that the trace describes
         self.events = self.other_events = 0
         self.lost_events = self.lost_packets = 0
@@ -159,7 +159,7 @@ class Reader:
         return len(members) >= 3 and all(isinstance(m.field_class, bt2._StringFieldClassConst) for m in members[:3])
 
     def trace_of(self, trace: Any) -> _Trace:
-        key = int(trace.addr) if hasattr(trace, "addr") else id(trace)
+        key = str(trace.uuid) if trace.uuid is not None else str(trace.addr)  # the parts of one that was rotated or cut
         if key not in self.traces:
             environment = {n: trace.environment[n] for n in trace.environment}
             pid = environment.get("vpid")

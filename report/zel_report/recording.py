@@ -13,6 +13,10 @@ _MAGIC = 0xC1FC1FC1
 # the trace's clock, then the sizes of the content and of the packet in bits.
 _PACKET = struct.Struct("<I16sIQQQQQ")
 
+# The same of the metadata: magic, uuid, checksum, sizes of the content and of the packet in bits.
+_METADATA_MAGIC = 0x75D11D57
+_METADATA_PACKET = struct.Struct("<I16sIII")
+
 
 class NotATrace(Exception):
     """There is nothing to read; the text says why."""
@@ -23,6 +27,7 @@ class Recording:
     """What babeltrace2 can read, by trace: the folders of one that was rotated belong together."""
 
     traces: list[list[str]] = field(default_factory=list)
+    cut_packets: list[str] = field(default_factory=list)  # each in a folder, to be read as far as it goes
     damage: list[str] = field(default_factory=list)
     span_ns: int = 0  # 0: unknown
     repaired: tempfile.TemporaryDirectory[str] | None = None
@@ -59,31 +64,62 @@ def _scan(path: Path) -> _Stream:
 
 
 def _uuid_of(metadata: Path) -> bytes:
-    """In the text, or in the header of packets of text."""
-    text = metadata.read_bytes()
-    found = text.partition(b'uuid = "')[2][:36]
-    if not found:
-        raise NotATrace(f"{metadata.parent} is not a trace, or its metadata is damaged")
-    return found
+    """From the first of its packets. All must be whole: babeltrace2 does not end on metadata that was cut."""
+    content = metadata.read_bytes()
+    uuid, at = b"", 0
+    while at + _METADATA_PACKET.size <= len(content):
+        magic, uuid, _, _, packet = _METADATA_PACKET.unpack_from(content, at)
+        if magic != _METADATA_MAGIC or packet < _METADATA_PACKET.size * 8:
+            break
+        at += packet // 8
+    if at != len(content) or not at:
+        raise NotATrace(f"{metadata} is damaged, or not of a trace that lttng recorded")
+    return uuid
 
 
 def _streams_in(folder: Path) -> list[Path]:
     return sorted(p for p in folder.iterdir() if p.is_file() and p.name != "metadata" and not p.name.startswith("."))
 
 
-def _repair(folder: Path, streams: list[_Stream], into: Path) -> str:
-    """A folder with the whole packets of a trace; only damaged files are copied."""
+def _copy(source_path: Path, begin: int, end: int, to: Path, header: bytes = b"") -> None:
+    with source_path.open("rb") as source, to.open("wb") as copy:
+        copy.write(header)
+        copy.flush()
+        at = begin + len(header)
+        while at < end:
+            at += os.sendfile(copy.fileno(), source.fileno(), at, end - at)
+
+
+def _folder_beside(folder: Path, into: Path) -> Path:
     into.mkdir()
     (into / "metadata").symlink_to((folder / "metadata").resolve())
-    for stream in streams:
+    return into
+
+
+def _repair(folder: Path, streams: list[_Stream], recording: Recording, into: Path) -> str:
+    """A folder with the whole packets of a trace, and one for each packet that was cut. Only damaged files are
+    copied."""
+    whole = _folder_beside(folder, Path(f"{into}-whole"))
+    for number, stream in enumerate(streams):
         if not stream.is_damaged:
-            (into / stream.path.name).symlink_to(stream.path.resolve())
-        elif stream.whole:
-            with stream.path.open("rb") as source, (into / stream.path.name).open("wb") as copy:
-                at = 0
-                while at < stream.whole:
-                    at += os.sendfile(copy.fileno(), source.fileno(), at, stream.whole - at)
-    return str(into)
+            (whole / stream.path.name).symlink_to(stream.path.resolve())
+            continue
+        size = stream.path.stat().st_size
+        recording.damage.append(f"{stream.path} is cut or damaged after {stream.whole:,} of {size:,} bytes: what comes "
+                                "after that is in this report only as far as it can be read.")
+        if stream.whole:
+            _copy(stream.path, 0, stream.whole, whole / stream.path.name)
+        with stream.path.open("rb") as source:
+            source.seek(stream.whole)
+            header = source.read(_PACKET.size)
+        if len(header) == _PACKET.size and _PACKET.unpack(header)[0] == _MAGIC:
+            bits = (size - stream.whole) * 8
+            fields = _PACKET.unpack(header)
+            cut = _folder_beside(folder, Path(f"{into}-cut-{number}"))
+            _copy(stream.path, stream.whole, size, cut / stream.path.name,
+                  _PACKET.pack(*fields[:6], min(bits, fields[6]), bits))
+            recording.cut_packets.append(str(cut))
+    return str(whole)
 
 
 def find(arguments: list[str]) -> Recording:
@@ -118,16 +154,11 @@ def find(arguments: list[str]) -> Recording:
         begins += [s.begin for s in streams if s.whole]
         ends += [s.end for s in streams if s.whole]
         readable = str(folder)
-        damaged = [s for s in streams if s.is_damaged]
-        if damaged:
+        if any(s.is_damaged for s in streams):
             if recording.repaired is None:
                 recording.repaired = tempfile.TemporaryDirectory(prefix="zel-term-report-")
-            into = Path(recording.repaired.name, str(len(recording.damage)) + "-" + folder.name)
-            readable = _repair(folder, streams, into)
-            for stream in damaged:
-                recording.damage.append(
-                    f"{stream.path} is damaged or cut after {stream.whole:,} of {stream.path.stat().st_size:,} bytes: "
-                    "what comes after that is not in this report.")
+            into = Path(recording.repaired.name, str(len(recording.damage)))
+            readable = _repair(folder, streams, recording, into)
         by_trace.setdefault(uuid, []).append(readable)
     recording.traces += by_trace.values()
     recording.span_ns = max(ends) - min(begins) if begins else 0

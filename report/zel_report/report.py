@@ -13,7 +13,7 @@ from .reader import Reader
 from .summary import Group, Summary
 
 Data = dict[str, Any]
-DAY_NS = 86_400_000_000_000
+MOST_WORDS = 160  # letters of a text in the first part of the report
 
 
 def time_text(ns: int, with_date: bool = True) -> str:
@@ -208,6 +208,10 @@ def times_text(count: int) -> str:
     return "once" if count == 1 else f"{count:,} times"
 
 
+def short(text: str) -> str:
+    return text if len(text) <= MOST_WORDS else text[:MOST_WORDS] + " ..."
+
+
 def causes(summary: Summary) -> list[str]:
     """A sentence for each: what failed at which call, and whether undos failed too."""
     merged: dict[tuple[str, str, str], list[Group]] = {}
@@ -215,6 +219,7 @@ def causes(summary: Summary) -> list[str]:
         merged.setdefault((title(group.name), group.outcome.cause, group.outcome.words), []).append(group)
     sentences = []
     for (what, cause, words), groups in sorted(merged.items(), key=lambda i: -sum(g.count for g in i[1])):
+        cause, words = short(cause), short(words)
         answered = f'the data plane answered "{words}" to {cause}' if cause.startswith("vok_") else (
             f'{cause}: "{words}"' if cause else f'"{words}"' if words else "it was done, but left something behind")
         text = f"{times_text(sum(g.count for g in groups)).capitalize()} {what}: {answered}."
@@ -247,7 +252,7 @@ def what_to_do(summary: Summary, slow: int) -> list[str]:
         out = max(summary.failures.values(), key=lambda g: g.count).outcome
         if out.cause:
             lines.append(f'Find the cause: why {"the data plane" if out.cause.startswith("vok_") else "it"} answered '
-                         f'"{out.words}" to {out.cause}.')
+                         f'"{short(out.words)}" to {short(out.cause)}.')
     for group in summary.refusals.values():
         lines += [f"{text[:1].upper()}{text[1:]} ({group.outcome.words})." for text in group.outcome.advice]
     if slow:
