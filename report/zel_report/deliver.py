@@ -40,6 +40,7 @@ def deliver(data: Data, html: str, json_name: str, operation: int) -> None:
         return
     if json_name:
         _write(json_name, as_json)
+    sys.stdout.reconfigure(errors="replace")
     on_terminal = sys.stdout.isatty()
     coloured = on_terminal and not os.environ.get("NO_COLOR") and os.environ.get("TERM") != "dumb"
     terminal = Terminal(sys.stdout, coloured, shutil.get_terminal_size().columns if on_terminal else 120)

@@ -109,6 +109,8 @@ class _Endpoint:
     def _create(self, part: str, failed: bool) -> str:
         if failed:
             if self.kind == "connection" and part in ("ingress", "egress"):
+                if part in self.doubtful:
+                    self.leave(part)
                 self.doubtful.add(part)  # not entered, so no undo deletes it
                 return f"possibly left: {self.text(part)}, if the call took effect anyway"
             return "nothing is left of it"
@@ -149,6 +151,16 @@ class _Endpoint:
         for kept in [part, *self.bindings_on(part)]:
             self.leave(kept)
         return ("left: " if state == PRESENT else "possibly left: ") + self.text(part)
+
+    def remove_silently(self, part: str) -> None:
+        """The part was removed, or needed no removal; if others share it, they may still have it."""
+        if kn.PARTS[self.kind][part].on:
+            self.follow(kn.Step(self.kind, "unbind", part), False)
+        elif kn.PARTS[self.kind][part].shared:
+            self.calls += 1
+            self.parts[part] = ABSENT
+        else:
+            self.follow(kn.Step(self.kind, "delete", part), False)
 
     def clear(self) -> None:
         """The library clears the endpoint's entry in its table."""
@@ -195,6 +207,10 @@ class _Evaluation:
                 parts.update(dict.fromkeys(("ingress", "egress", "to interface"), PRESENT))
             if not known and self.name in (kn.UDP_RELEASE, kn.CONNECTION_REMOVE, kn.CONNECTION_MODIFY):
                 parts.update(dict.fromkeys(("ingress", "egress", "flow"), PRESENT))  # deleted only if the table has them
+            if not known and self.name == kn.CONNECTION_MODIFY and kind == "session":
+                passed = {e.function for e in self.recorded if e.kind == ev.PASSED_ON}
+                if not passed & {"remove_sessions_for_modify", "add_sessions_for_modify"}:
+                    parts["to egress"] = ABSENT  # the modify had unbound it, and not bound it again
             self.followed[key] = _Endpoint(kind, parts, default)
         return self.followed[key]
 
@@ -254,15 +270,15 @@ class _Evaluation:
                     self.add_failure(event, "")
             elif event.kind == ev.PASSED_ON and ev.passed_on(event)[1] == kn.SESSION_TYPE_HOOK:
                 failures.append((kn.STEPS[event.function], event))
-            elif event.kind == ev.ERROR:
+        if self.operation.makes:
+            self.follow_add(failures)
+        else:
+            self.follow_removal(failures)
+        for event in self.recorded:
+            if event.kind == ev.ERROR:
                 self.take_error(event)
-        if not self.operation.makes:
-            silent = [p for p in self.operation.removes if p not in {s.part for s, _ in failures}]
-            for step, event in failures:
-                self.follow_failure(step, event)
-            if failures:
-                self.endpoint(failures[0][0].kind).calls += len(silent)
-            return
+
+    def follow_add(self, failures: list[tuple[kn.Step, ev.Event]]) -> None:
         made = failures[0][0].part if failures and failures[0][0].verb in ("create", "bind") else ""
         endpoint = self.endpoint(self.operation.kind)
         for part in self.operation.makes[: self.operation.makes.index(made) if made in self.operation.makes else 0]:
@@ -275,15 +291,34 @@ class _Evaluation:
         for part in self.operation.removes:
             if part in failed_undos:
                 self.follow_failure(*failed_undos[part])
-            elif endpoint.state(part) == PRESENT or part in endpoint.doubtful:
-                is_binding = bool(kn.PARTS[endpoint.kind][part].on)
-                if not is_binding or endpoint.state(part) == PRESENT:
-                    endpoint.follow(kn.Step(endpoint.kind, "unbind" if is_binding else "delete", part), False)
+            elif endpoint.kind != "udp":
+                endpoint.remove_silently(part)
+            elif endpoint.state(part) == PRESENT:
+                verb = "unbind" if kn.PARTS["udp"][part].on else "delete"
+                endpoint.follow(kn.Step("udp", verb, part), False)
+
+    def follow_removal(self, failures: list[tuple[kn.Step, ev.Event]]) -> None:
+        """Also of an operation of which only the failures are known."""
+        if not failures:
+            return
+        failed = {s.part: (s, e) for s, e in failures if s.kind == self.operation.kind}
+        for part in self.operation.removes:
+            if part in failed:
+                self.follow_failure(*failed[part])
+            else:
+                self.endpoint(self.operation.kind).remove_silently(part)
+        for step, event in failures:
+            if step.kind != self.operation.kind or step.part not in self.operation.removes:
+                self.follow_failure(step, event)
 
     def follow_failure(self, step: kn.Step, event: ev.Event) -> None:
         endpoint = self.endpoint(step.kind)
         if event.kind == ev.PASSED_ON:
             return
+        if self.name == kn.CONNECTION_MODIFY and step.verb == "delete":
+            for part in endpoint.bindings_on(step.part):  # its unbind came before
+                if step.kind == "connection" and part not in endpoint.not_removed:
+                    endpoint.parts[part] = ABSENT
         if self.name == kn.CONNECTION_MODIFY and step.verb in ("create", "bind"):
             order = ("ingress", "to interface", "egress", "from ovlin")
             at = order.index(step.part) if step.part in order else len(order)
@@ -432,8 +467,8 @@ class _Evaluation:
                 self.tables.of(kind)[ident] = endpoint.parts
             elif endpoint is own and self.name == kn.CONNECTION_MODIFY and not endpoint.removed and ident is not None:
                 self.tables.of(kind)[ident] = endpoint.parts
-            if endpoint.kind == "connection" and self.name == kn.CONNECTION_MODIFY and not endpoint.removed:
-                for part in sorted(endpoint.doubtful):
+            if self.name == kn.CONNECTION_MODIFY and not endpoint.removed:
+                for part in sorted(endpoint.doubtful | (set() if self.explicit else endpoint.not_removed)):
                     endpoint.leave(part)
             lost = endpoint.failures == endpoint.calls >= 2 and endpoint.removed
             if endpoint.left and lost and (endpoint.kind != "udp" or after_failed_disconnect):

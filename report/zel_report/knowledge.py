@@ -125,6 +125,7 @@ _UDP_MADE = ("ingress", "egress", "uplink", "downlink")
 _UDP_UNDONE = ("downlink", "uplink", "ingress", "egress")
 _CONNECTION_MADE = ("interface", "ingress", "flow", "to interface", "to ovlin", "egress", "from ovlin")
 _CONNECTION_UNDONE = ("from ovlin", "egress", "to ovlin", "flow", "to interface", "ingress")
+_CONNECTION_REMOVED = ("from ovlin", "egress", "to ovlin", "to interface", "flow", "ingress")
 _SESSION_MADE = ("ingress", "to ovlin", "egress", "from ovlin", "to egress")
 _SESSION_UNDONE = ("to egress", "from ovlin", "egress", "to ovlin", "ingress")
 
@@ -151,7 +152,7 @@ OPERATIONS = {
     "zel_core_term_udp_session_free_id_get": Operation("UDP free id query", "udp"),
     "zel_core_term_udp_session_capabilities_get": Operation("UDP capabilities query", "udp"),
     CONNECTION_ADD: Operation("L2TP connection add", "connection", _CONNECTION_MADE, _CONNECTION_UNDONE),
-    CONNECTION_REMOVE: Operation("L2TP connection removal", "connection", (), _CONNECTION_UNDONE),
+    CONNECTION_REMOVE: Operation("L2TP connection removal", "connection", (), _CONNECTION_REMOVED),
     CONNECTION_MODIFY: Operation("L2TP connection modify", "connection"),
     SESSION_ADD: Operation("L2TP session add", "session", _SESSION_MADE, _SESSION_UNDONE),
     SESSION_REMOVE: Operation("L2TP session removal", "session", (), _SESSION_UNDONE),

@@ -136,7 +136,7 @@ class Tracker:
         if running.name == kn.SESSION_ADD:
             session = int(events[0][2].rpartition("=")[2]) if events and events[0][1] == ARGUMENTS else -1
             if session < 0 or session in endpoints.sessions:
-                return session < 0
+                return False
             endpoints.sessions[session] = WHOLE_SESSION
             return True
         if running.name == kn.SESSION_REMOVE:
@@ -154,11 +154,12 @@ class Tracker:
             thread.running.failed = True
             thread.running.events.append(event)
             return
-        chain = thread.chain
-        if event.kind == SLOW or event.kind == ERROR:
-            if thread.running is not None:
+        if event.kind == ERROR:
+            self.end_chain(thread)
+            if thread.running is not None and event.ns - thread.running.last_ns < SAME_OPERATION_NS:
                 thread.running.events.append(event)
             return
+        chain = thread.chain
         if event.kind == PASSED_ON and chain and passed_on(event)[1] == chain[-1].function:
             chain.append(event)
             return
@@ -193,7 +194,7 @@ class Tracker:
         step = kn.step_of(first.function, failed_call(first)[1] if first.kind == FAILURE else "")
         name = top if top in kn.OPERATIONS else kn.CONNECTION_MODIFY if top in kn.MODIFY_FUNCTIONS else ""
         running = thread.running
-        if running is None or not self.continues(running, name, step, first):
+        if running is None or not self.continues(running, name, top, step, first):
             self.end_running(thread)
             self.numbers += 1
             running = thread.running = Running(name or first.function, self.numbers, first.ns, True)
@@ -208,12 +209,17 @@ class Tracker:
             return 0
         return removes.index(step.part) + 1
 
-    def continues(self, running: Running, name: str, step: kn.Step | None, first: Event) -> bool:
+    def continues(self, running: Running, name: str, top: str, step: kn.Step | None, first: Event) -> bool:
         if first.ns - running.last_ns > SAME_OPERATION_NS:
             return False
         if running.name == kn.CONNECTION_MODIFY:
-            ended = any(e.function == running.name for e in running.events if e.kind == PASSED_ON)
-            return name in ("", kn.CONNECTION_REMOVE, kn.SESSION_REMOVE) or (name == running.name and not ended)
+            passed = {e.function for e in running.events if e.kind == PASSED_ON}
+            ended = running.name in passed
+            if name in kn.NESTED[running.name]:
+                return ended
+            begins = top == "remove_sessions_for_modify" or (
+                top == "add_control_connection_for_modify" and top in passed)
+            return not ended and not begins and name in ("", running.name)
         if name == running.name == kn.START:
             return True
         if name not in ("", running.name):

@@ -10,11 +10,13 @@ from .report import Data, times_text
 
 COLOURS = {"bad": "31", "warn": "33", "head": "1", "dim": "2"}
 BARS = " ▁▂▃▄▅▆▇█"
+ASCII_BARS = " .:-=+*#"
 
 
 class Terminal:
     def __init__(self, out: TextIO, coloured: bool, width: int) -> None:
         self.out, self.coloured, self.width = out, coloured, max(width, 40)
+        self.bars = BARS if (out.encoding or "").lower().startswith("utf") else ASCII_BARS
 
     def paint(self, text: str, colour: str) -> str:
         return f"\033[{COLOURS[colour]}m{text}\033[0m" if self.coloured and text else text
@@ -136,7 +138,7 @@ class Terminal:
             counts = line[what]
             if sum(counts) > 1:
                 most = max(counts)
-                bars = "".join(BARS[-(-c * (len(BARS) - 1) // most)] for c in counts)
+                bars = "".join(self.bars[-(-c * (len(self.bars) - 1) // most)] for c in counts)
                 self.head(f"{what} over time")
                 self.line(f"from {line['begin']}, {line['width']} a bar, at most {most:,}", "", "  ")
                 self.out.write("  " + bars + "|\n")
