@@ -22,22 +22,22 @@ code { font: .86em/1.4 ui-monospace, monospace } small, .dim { color: var(--dim)
 .answer.failed { border-color: var(--bad) } .answer h2 { border: 0; margin: .8rem 0 0; font-size: 1rem }
 .scroll { overflow-x: auto } table { border-collapse: collapse; width: 100%; font-size: .9rem }
 th, td { text-align: left; padding: .25rem .6rem .25rem 0; border-bottom: 1px solid var(--line); vertical-align: top }
-th { color: var(--dim); font-weight: normal; white-space: nowrap } .number { text-align: right; white-space: nowrap }
+table.stack td + td { white-space: nowrap } th { color: var(--dim); font-weight: normal; white-space: nowrap } .number { text-align: right; white-space: nowrap }
 details, .card { border: 1px solid var(--line); border-radius: 4px; margin: .6rem 0; padding: .5rem .8rem }
 summary { cursor: pointer } details details { background: var(--tint) }
 :target { outline: 3px solid var(--warn) }
-.ladder td { border: 0; padding: .1rem .6rem .1rem 0 } .ladder .failed td { color: var(--bad) }
+.ladder td { border: 0; padding: .1rem .6rem .1rem 0 } .ladder td:nth-child(2) { white-space: nowrap } .ladder .failed td { color: var(--bad) }
 .ladder .passed td, .ladder .error td, .ladder .slow td { color: var(--warn) }
 svg { width: 100%; height: 6.5rem; display: block } .ends { display: flex; justify-content: space-between; gap: 1rem }
 .f { fill: var(--bad) } .s { fill: var(--warn) } a:hover rect { opacity: .6 } .axis { stroke: var(--line) }
 @media (max-width: 40rem) { body { font-size: 15px; padding: .7rem } .answer { padding: .2rem .7rem .6rem }
   table.stack thead { display: none } table.stack tr { display: block; border-bottom: 1px solid var(--line);
   padding: .3rem 0 } table.stack td { display: inline-block; border: 0; padding: 0 .8rem 0 0; text-align: left }
-  table.stack td:first-child { display: block; font-weight: 600 } table.stack td:empty { display: none }
+  table.stack td:first-child { display: block; font-weight: 600; white-space: normal } table.stack td:empty { display: none }
   table.stack td[data-is]:before { content: attr(data-is) " "; color: var(--dim) }
   .ladder tr { display: block; padding: .15rem 0 } .ladder td { display: inline } }
 @media print { :root { --ink: #000; --dim: #444; --line: #bbb; --bad: #a00; --warn: #740; --paper: #fff; --tint: #fff }
-  body { font-size: 10pt; max-width: none; padding: 0 } .card, tr, li { break-inside: avoid } h2 { break-after: avoid }
+  body { font-size: 10pt; max-width: none; padding: 0 } tr, li, p { break-inside: avoid } h3 { break-after: avoid } h2 { break-after: avoid }
   a { color: inherit; text-decoration: none } }
 """
 

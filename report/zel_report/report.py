@@ -30,11 +30,13 @@ def duration_text(ns: float) -> str:
 
 def count_text(count: int, what: str) -> str:
     """"2 IPv4 egress associations" """
-    if count == 1:
-        return f"1 {what}"
-    head, arrow, tail = what.partition(" ->")
-    plural = head + "s" if not head.startswith("binding ") else "bindings" + head[len("binding"):]
-    return f"{count:,} {plural}{arrow}{tail}"
+    return f"{count:,} {what if count == 1 else plural(what)}"
+
+
+def plural(what: str) -> str:
+    if what.startswith("binding "):
+        return what.replace("binding", "bindings", 1)
+    return what[:-1] + "ies" if what.endswith("y") else what + "s"
 
 
 def list_text(counts: Counter[str]) -> str:
@@ -234,7 +236,7 @@ def failed_sentence(summary: Summary, failed: int) -> str:
     kinds = []
     for name, results in sorted(summary.results.items(), key=lambda i: -sum(i[1].values())):
         count, seen = sum(results.values()), summary.durations.get(name)
-        of = f"{count:,} of {seen.count:,} {title(name)}s" if seen else count_text(count, title(name))
+        of = f"{count:,} of {seen.count:,} {plural(title(name))}" if seen else count_text(count, title(name))
         kinds.append(of + (" (in part: it returned 0)" if set(results) == {"0"} else ""))
     without = any(n not in summary.durations for n in summary.results)
     all_seen = sum(d.count for d in summary.durations.values())
@@ -274,7 +276,7 @@ def answer(summary: Summary, data: Data) -> Data:
     if refused:
         reasons = Counter({(g.outcome.words, g.outcome.cause): g.count for g in summary.refusals.values()})
         sentences.append(f"{count_text(refused, 'operation')} refused because of an argument or the state, with nothing "
-                         "done: " + ", ".join(f'{times_text(n)} "{t}, {w}"' for (t, w), n in reasons.most_common(3)) + ".")
+                         "done: " + ", ".join(times_text(n) + f' "{t}' + (f', {w}"' if w else '"') for (t, w), n in reasons.most_common(3)) + ".")
     if slow:
         sentences.append(f"{count_text(slow, 'data-plane call')} too slow: " + ", ".join(
             f"{times_text(r['count'])} {r['call']} (worst {r['worst']})" for r in data["slow"][:3]) + ".")
@@ -289,6 +291,9 @@ def answer(summary: Summary, data: Data) -> Data:
         where.append(f"by the stop or start #{summary.forgotten_number}")
     left_text = list_text(left) + f" (left {' and '.join(where)})" if left else "Nothing" + (
         ", as far as the events tell" if failed else "")
+    clean = sum(g.count for g in summary.failures.values() if not g.outcome.left and not g.outcome.possibly)
+    if left and clean:
+        left_text += f"; {clean:,} of the {failed:,} failures left nothing"
     kept = [count_text(n, f"L2TP {k}") for k, n in summary.kept.items()]
     if summary.kept_udp:
         kept.append(f"{count_text(summary.kept_udp, 'UDP session')} (unless released since)")
