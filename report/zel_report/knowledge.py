@@ -249,6 +249,11 @@ ERRORS = {
     ),
 }
 
+LOST_BINDING = (
+    "The undo removed the binding IPv4 ingress -> interface, which other connections between the same addresses use: "
+    "since then they receive nothing."
+)
+
 # ---- What to do
 
 REMOVE_LEFT = "Remove what has no owner directly in the data plane: the library no longer knows it."

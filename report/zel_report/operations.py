@@ -12,7 +12,7 @@ from collections.abc import Callable
 from dataclasses import dataclass, field
 
 from . import knowledge as kn
-from .effects import WHOLE_SESSION, Endpoints, Outcome, evaluate
+from .effects import WHOLE_SESSION, Outcome, Tables, evaluate
 from .events import ARGUMENTS, CALL, ENTER, ERROR, FAILURE, LEAVE, PASSED_ON, SLOW, Event, failed_call, passed_on
 from .summary import Summary
 
@@ -26,7 +26,7 @@ class Process:
     name: str = ""
     pid: int | None = None
     host: str = ""
-    endpoints: Endpoints = field(default_factory=Endpoints)
+    tables: Tables = field(default_factory=Tables)
 
     def __str__(self) -> str:
         who = self.name or "process"
@@ -123,7 +123,7 @@ class Tracker:
         thread.running = None
         if name != running.name:
             self.summary.incomplete += 1
-            thread.process.endpoints = Endpoints()
+            thread.process.tables = Tables()
             return
         self.summary.add_duration(name, ns, ns - running.begin, running.number)
         if running.failed or running.number == self.wanted or not self.is_plain_success(thread, running):
@@ -131,19 +131,19 @@ class Tracker:
 
     def is_plain_success(self, thread: Thread, running: Running) -> bool:
         """Takes the successes that are frequent, and change nothing but one entry, into account at once."""
-        endpoints = thread.process.endpoints
+        tables = thread.process.tables
         events = running.events
         if running.name == kn.SESSION_ADD:
             session = int(events[0][2].rpartition("=")[2]) if events and events[0][1] == ARGUMENTS else -1
-            if session < 0 or session in endpoints.sessions:
+            if session < 0 or session in tables.sessions:
                 return False
-            endpoints.sessions[session] = WHOLE_SESSION
+            tables.sessions[session] = WHOLE_SESSION
             return True
         if running.name == kn.SESSION_REMOVE:
             if events:
                 session = int(events[0][2].rpartition("=")[2]) + kn.FIRST_L2TP_SESSION
-                endpoints.sessions.pop(session, None)
-                endpoints.kept.discard(("session", session))
+                tables.sessions.pop(session, None)
+                tables.kept.discard(("session", session))
             return True
         return False
 
@@ -246,7 +246,7 @@ class Tracker:
         running, thread.running = thread.running, None
         if running is not None:
             self.summary.incomplete += 1
-            thread.process.endpoints = Endpoints()
+            thread.process.tables = Tables()
             if running.failed or running.number == self.wanted:
                 self.finish(thread, running, running.begin)
 
@@ -263,12 +263,12 @@ class Tracker:
                 self.refuse(thread, running, text, what, recorded)
                 return
         if name in kn.FORGETS_L2TP or name == kn.START:
-            known = name != "zel_l2tp_stop"
-            self.summary.add_forgotten(process.endpoints.forget(known), running.number, end)
+            self.summary.add_forgotten(process.tables.all_parts(), running.number, end)
+            process.tables = Tables(known=True)
         if name in kn.FORGETS_UDP:
             self.summary.udp_stops += name == "zel_udp_session_stop"
         after = end - thread.last_disconnect < SAME_OPERATION_NS
-        outcome = evaluate(name, recorded, process.endpoints, after)
+        outcome = evaluate(name, recorded, process.tables, after)
         if name == kn.UDP_DISCONNECT and len(outcome.failures) == 2:
             thread.last_disconnect = end
         elif name != kn.UDP_RELEASE:
@@ -301,7 +301,7 @@ class Tracker:
     def events_were_lost(self) -> None:
         """What was there before is not known any more."""
         for thread in self.threads:
-            thread.process.endpoints = Endpoints()
+            thread.process.tables = Tables()
 
     def end(self) -> None:
         for thread in self.threads:
@@ -311,4 +311,4 @@ class Tracker:
                 self.end_chains(thread)
         self.summary.kept = Counter()
         for process in {id(t.process): t.process for t in self.threads}.values():
-            self.summary.kept.update(kind for kind, _ in process.endpoints.kept)
+            self.summary.kept.update(kind for kind, _ in process.tables.kept)
