@@ -1,9 +1,11 @@
-/* A caller that fires an event of its own before an operation, with text that would break a page or a terminal. */
+/* A caller that fires an event of its own before an operation and after it, with text that would break a page or a terminal. */
 #include <lttng/tracef.h>
 #include <zel_core_term/zel_core_term.h>
 
 int main(int count, char **arguments)
 {
     lttng_ust_tracef("id 7 <script>alert(1)</script> \033[31m %s", count > 1 ? arguments[1] : "");
-    return count > 1 ? 0 : zel_core_term_udp_session_release(7) == 0;
+    uint32_t result = count > 1 ? 1 : zel_core_term_udp_session_release(7);
+    lttng_ust_tracef("of the next operation");
+    return result == 0;
 }

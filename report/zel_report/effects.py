@@ -190,7 +190,8 @@ class _Evaluation:
 
     def follow_add(self, failures: list[tuple[kn.Step, ev.Event]]) -> None:
         endpoint = self.endpoint(self.operation.kind)
-        made = kn.STEPS[self.hook.function].part if self.hook else failures[0][0].part if failures else ""
+        hooked = kn.STEPS.get(self.hook.function) if self.hook else None
+        made = hooked.part if hooked else failures[0][0].part if failures else ""
         if made in self.operation.makes:
             endpoint.parts.update(dict.fromkeys(self.operation.makes[: self.operation.makes.index(made)], PRESENT))
         undos = {s.part: (s, e) for s, e in failures if s.verb in ("unbind", "delete")}
@@ -223,7 +224,7 @@ class _Evaluation:
             if step.verb == "delete":  # what is bound to it was unbound before
                 silent = set(endpoint.bindings_on(step.part)) - endpoint.not_removed
                 endpoint.parts.update(dict.fromkeys(silent, ABSENT))
-            elif step.verb in ("create", "bind"):
+            elif step.verb in ("create", "bind") and step.part in _MODIFY_MAKES:
                 at = _MODIFY_MAKES.index(step.part)
                 endpoint.parts.update(dict.fromkeys(_MODIFY_MAKES[:at], PRESENT))
                 endpoint.parts.update(dict.fromkeys(_MODIFY_MAKES[at:], ABSENT))

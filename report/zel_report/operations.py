@@ -36,24 +36,27 @@ class Process:
 class Running:
     """An operation that has begun."""
 
-    __slots__ = ("name", "number", "begin", "events", "failed", "depth", "chained", "last_ns", "position")
+    __slots__ = ("name", "number", "begin", "events", "failed", "depth", "chained", "last_ns", "position",
+                 "caller")
 
-    def __init__(self, name: str, number: int, begin: int, chained: bool) -> None:
+    def __init__(self, name: str, number: int, begin: int, caller: list[str] | None = None) -> None:
         self.name, self.number, self.begin, self.last_ns = name, number, begin, begin
         self.events: list[Event] = []
         self.failed = False
         self.depth = 1
-        self.chained = chained  # put together from chains of failures
+        self.chained = caller is not None  # put together from chains of failures
+        self.caller = caller  # the caller's events before it
         self.position = 0  # in the undo
 
 
 class Thread:
-    __slots__ = ("process", "running", "chain", "caller", "last_disconnect")
+    __slots__ = ("process", "running", "chain", "caller", "before_chain", "last_disconnect")
 
     def __init__(self, process: Process) -> None:
         self.process = process
         self.running: Running | None = None
         self.chain: list[Event] = []
+        self.before_chain: list[str] = []  # the caller's events
         self.caller: deque[object] = deque(maxlen=CALLER_EVENTS)
         self.last_disconnect = 0  # when a disconnect failed on both sides
 
@@ -82,7 +85,6 @@ class Tracker:
         self.shown: Finished | None = None
         self.caller_text = caller_text
         self.numbers = 0
-        self.calls_recorded = self.entries_recorded = True
         self.threads: list[Thread] = []
 
     # ---- The hot path: a call for each event
@@ -99,7 +101,7 @@ class Tracker:
         elif running is not None or thread.chain:
             self.end_chains(thread)
         self.numbers += 1
-        thread.running = Running(name, self.numbers, ns, False)
+        thread.running = Running(name, self.numbers, ns)
 
     def call(self, thread: Thread, ns: int, message: str) -> None:
         running = thread.running
@@ -133,17 +135,17 @@ class Tracker:
         """Takes the successes that are frequent, and change nothing but one entry, into account at once."""
         tables = thread.process.tables
         events = running.events
-        if running.name == kn.SESSION_ADD:
-            session = int(events[0][2].rpartition("=")[2]) if events and events[0][1] == ARGUMENTS else -1
-            if session < 0 or session in tables.sessions:
+        last_number = events[0][2].rpartition("=")[2] if events else ""
+        if not last_number.isdigit():
+            return False
+        if running.name == kn.SESSION_ADD and events[0][1] == ARGUMENTS:
+            session = int(last_number)
+            if session in tables.sessions:
                 return False
             tables.sessions[session] = WHOLE_SESSION
             return True
         if running.name == kn.SESSION_REMOVE:
-            if events:
-                session = int(events[0][2].rpartition("=")[2]) + kn.FIRST_L2TP_SESSION
-                tables.sessions.pop(session, None)
-                tables.kept.discard(("session", session))
+            tables.remove("session", int(last_number) + kn.FIRST_L2TP_SESSION)
             return True
         return False
 
@@ -165,16 +167,17 @@ class Tracker:
             return
         self.end_chain(thread)
         thread.chain = [event]
+        thread.before_chain = self.callers(thread)
 
     def slow(self, thread: Thread, event: Event) -> None:
-        number = thread.running.number if thread.running is not None else 0
-        self.summary.add_slow(event, number, str(thread.process))
-        if thread.running is not None:
-            thread.running.events.append(event)
+        running = thread.running if thread.running is not None and not thread.running.chained else None
+        self.summary.add_slow(event, running.number if running is not None else 0, str(thread.process))
+        if running is not None:
+            running.events.append(event)
 
     def error(self, thread: Thread, event: Event) -> None:
-        number = thread.running.number if thread.running is not None else 0
-        self.summary.add_error(event, number)
+        is_inside = thread.running is not None and not thread.running.chained
+        self.summary.add_error(event, thread.running.number if is_inside else 0)
         self.failure(thread, event)
 
     def end_chain(self, thread: Thread) -> None:
@@ -189,7 +192,7 @@ class Tracker:
             if refusal is not None:
                 self.end_running(thread)
                 self.numbers += 1
-                self.refuse(thread, Running(top, self.numbers, first.ns, True), text, what, chain)
+                self.refuse(thread, Running(top, self.numbers, first.ns, thread.before_chain), text, what, chain)
                 return
         step = kn.step_of(first.function, failed_call(first)[1] if first.kind == FAILURE else "")
         name = top if top in kn.OPERATIONS else kn.CONNECTION_MODIFY if top in kn.MODIFY_FUNCTIONS else ""
@@ -197,7 +200,8 @@ class Tracker:
         if running is None or not self.continues(running, name, top, step, first):
             self.end_running(thread)
             self.numbers += 1
-            running = thread.running = Running(name or first.function, self.numbers, first.ns, True)
+            running = thread.running = Running(name or first.function, self.numbers, first.ns,
+                                               thread.before_chain)
             running.position = self.position(running.name, step)
         running.events += chain
         running.last_ns = chain[-1].ns
@@ -276,7 +280,8 @@ class Tracker:
         told = bool(reported) or bool(outcome.left) or bool(outcome.possibly)
         if not told and running.number != self.wanted:
             return
-        finished = Finished(running.number, name, running.begin, end, process, recorded, outcome, self.callers(thread),
+        caller = self.callers(thread) if running.caller is None else running.caller
+        finished = Finished(running.number, name, running.begin, end, process, recorded, outcome, caller,
                             running.chained)
         if running.number == self.wanted:
             self.shown = finished
@@ -287,9 +292,10 @@ class Tracker:
         refusal = kn.refusal_of(what)
         assert refusal is not None
         result = refusal.result or kn.RESULT_TEXTS.get(text, kn.UNKNOWN)
-        returned = "0" if kn.OPERATIONS[running.name].removes and running.name.endswith("_rem") else result
+        returned = "0" if running.name in (kn.SESSION_REMOVE, kn.CONNECTION_REMOVE) else result
+        caller = self.callers(thread) if running.caller is None else running.caller
         finished = Finished(running.number, running.name, running.begin, recorded[-1].ns, thread.process, recorded,
-                            Outcome(returned, running.name, what, text, advice=[refusal.to_do]), self.callers(thread),
+                            Outcome(returned, running.name, what, text, advice=[refusal.to_do]), caller,
                             running.chained)
         self.summary.add_refusal(finished, refusal)
         if running.number == self.wanted:
