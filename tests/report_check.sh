@@ -33,7 +33,8 @@ done
 
 # Two processes at once, a caller's own events, a program that is not ours, and more events than there is room for.
 start_session two 'tn_zel_*'
-run "$shell" "$home/examples/scenarios/double-fault.zel" >/dev/null &
+{ echo start && sleep 1 && sed '1,/^start$/d' "$home/examples/scenarios/double-fault.zel"; } | run "$shell" >/dev/null &
+sleep 0.5 # the second one begins and ends while the first one waits
 run "$shell" "$home/examples/scenarios/removal-that-fails.zel" >/dev/null
 wait $!
 end_sessions two
