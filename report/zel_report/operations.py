@@ -26,6 +26,7 @@ class Process:
     name: str = ""
     pid: int | None = None
     host: str = ""
+    is_ours: bool = False  # an event of the library was seen in it
     tables: Tables = field(default_factory=Tables)
 
     def __str__(self) -> str:
@@ -101,6 +102,7 @@ class Tracker:
         elif running is not None or thread.chain:
             self.end_chains(thread)
         self.numbers += 1
+        thread.process.is_ours = True
         thread.running = Running(name, self.numbers, ns)
 
     def call(self, thread: Thread, ns: int, message: str) -> None:
@@ -152,6 +154,7 @@ class Tracker:
     # ---- Failures
 
     def failure(self, thread: Thread, event: Event) -> None:
+        thread.process.is_ours = True
         if thread.running is not None and not thread.running.chained:
             thread.running.failed = True
             thread.running.events.append(event)
@@ -170,6 +173,7 @@ class Tracker:
         thread.before_chain = self.callers(thread)
 
     def slow(self, thread: Thread, event: Event) -> None:
+        thread.process.is_ours = True
         running = thread.running if thread.running is not None and not thread.running.chained else None
         self.summary.add_slow(event, running.number if running is not None else 0, str(thread.process))
         if running is not None:

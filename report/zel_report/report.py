@@ -13,6 +13,8 @@ from .reader import Reader
 from .summary import Group, Summary
 
 Data = dict[str, Any]
+MOST_PROCESSES = 8  # that are named
+MOST_HANDLES = 8
 MOST_WORDS = 160  # letters of a text in the first part of the report
 
 
@@ -237,7 +239,7 @@ def failed_sentence(summary: Summary, failed: int) -> str:
     for name, results in sorted(summary.results.items(), key=lambda i: -sum(i[1].values())):
         count, seen = sum(results.values()), summary.durations.get(name)
         of = f"{count:,} of {seen.count:,} {plural(title(name))}" if seen else count_text(count, title(name))
-        kinds.append(of + (" (in part: it returned 0)" if set(results) == {"0"} else ""))
+        kinds.append(of + (" (in part, with result 0)" if set(results) == {"0"} else ""))
     without = any(n not in summary.durations for n in summary.results)
     all_seen = sum(d.count for d in summary.durations.values())
     of = "" if without else f" of {all_seen:,}"
@@ -289,7 +291,10 @@ def answer(summary: Summary, data: Data) -> Data:
     where = [f"by failure{'s' if len(leaving) > 1 else ''} {', '.join(map(str, leaving))} below"] if leaving else []
     if summary.forgotten:
         where.append(f"by the stop or start #{summary.forgotten_number}")
-    left_text = list_text(left) + f" (left {' and '.join(where)})" if left else "Nothing" + (
+    handles = list(dict.fromkeys(h for g in data["failures"] if g["left"] for e in g["examples"] for h in e["handles"]))
+    if handles:
+        where.append(f"handles {', '.join(handles[:MOST_HANDLES])}" + (" ..." if len(handles) > MOST_HANDLES else ""))
+    left_text = list_text(left) + f" (left {'; '.join(where)})" if left else "Nothing" + (
         ", as far as the events tell" if failed else "")
     clean = sum(g.count for g in summary.failures.values() if not g.outcome.left and not g.outcome.possibly)
     if left and clean:
@@ -313,14 +318,17 @@ def answer(summary: Summary, data: Data) -> Data:
 
 def build(reader: Reader, tracker: Tracker, traces: list[str], damage: list[str]) -> Data:
     summary = tracker.summary
-    processes = {id(t.process): t.process for t in tracker.threads}.values()
+    processes = [p for p in {id(t.process): t.process for t in tracker.threads}.values() if p.is_ours]
+    names = [str(p) for p in processes[:MOST_PROCESSES]]
+    if len(processes) > MOST_PROCESSES:
+        names.append(f"{len(processes) - MOST_PROCESSES} others")
     data: Data = {
         "traces": traces,
         "begin": time_text(reader.first_ns) if reader.first_ns else "",
         "end": time_text(reader.last_ns) if reader.last_ns else "",
         "span": duration_text(reader.last_ns - reader.first_ns),
         "hosts": sorted({p.host for p in processes if p.host}),
-        "processes": [str(p) for p in processes],
+        "processes": names,
         "events": reader.events,
         "events_of_others": reader.other_events,
         "lost_events": reader.lost_events,
