@@ -88,6 +88,7 @@ class _Evaluation:
         self.followed: dict[tuple[str, int | None], Endpoint] = {}
         self.failed: list[tuple[Endpoint | None, str]] = []  # the part that each failed call was about
         self.last_create = ""  # that failed
+        self.delete_failed = False
         self.out = Outcome()
         self.connection_id = _first(_CONNECTION_ID, recorded)
         self.session_id = _first(_SESSION_ID, recorded)
@@ -236,6 +237,7 @@ class _Evaluation:
 
     def add_failure(self, event: ev.Event, verdict: str, endpoint: Endpoint | None = None, part: str = "") -> None:
         words, call = ev.failed_call(event)
+        self.delete_failed |= call.endswith("_delete")
         if call:
             self.out.failures.append((call, words, verdict))
             self.failed.append((endpoint, part))
@@ -246,7 +248,8 @@ class _Evaluation:
         self.out.notes.append(event.text)
         endpoint = self.followed.get(self.key("connection"))
         if "Couldn't locate" in event.message and not event.message.endswith("(nil)") and endpoint is not None:
-            if self.last_create in endpoint.doubtful:  # it gave a handle, so it took effect
+            # It gave a handle, so it took effect; unless that is the handle of one that could not be deleted before.
+            if self.last_create in endpoint.doubtful and not self.delete_failed:
                 endpoint.parts[self.last_create] = PRESENT
                 endpoint.leave(self.last_create)
                 self.out.handles.append(event.message.rpartition(" ")[2])
