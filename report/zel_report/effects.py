@@ -345,7 +345,9 @@ class _Evaluation:
         elif not endpoint.cleared and key[1] is not None:
             self.tables.of(key[0])[key[1]] = endpoint.parts
         if self.name == kn.CONNECTION_MODIFY and not endpoint.cleared:
-            for part in sorted(endpoint.doubtful | (set() if self.explicit else endpoint.not_removed)):
+            for part in sorted(endpoint.doubtful):
+                endpoint.leave_doubtful(part)
+            for part in () if self.explicit else sorted(endpoint.not_removed):
                 endpoint.leave(part)
         all_failed = endpoint.cleared and endpoint.failures == endpoint.calls >= 2
         if endpoint.left and all_failed and (endpoint.kind != "udp" or after_failed_disconnect):

@@ -59,6 +59,12 @@ class Endpoint:
             self.possibly.append(self.text(part))
         self.doubtful.discard(part)
 
+    def leave_doubtful(self, part: str) -> None:
+        """The same of what a call made that reported failure, if it did, beside what may be there."""
+        if part in self.doubtful:
+            self.doubtful.discard(part)
+            self.possibly.append(self.text(part))
+
     def clear(self) -> None:
         """The library clears the endpoint's entry in its table."""
         for name, part in kn.PARTS[self.kind].items():
@@ -70,15 +76,13 @@ class Endpoint:
         if self.state(part) == PRESENT and (self.kind == "session" or part in self.not_removed):
             for old in [part, *self.bindings_on(part)]:  # it was there before, and is replaced in the table
                 self.leave(old)
-        if part in self.doubtful:
-            self.leave(part)
+        self.leave_doubtful(part)
         self.parts[part] = PRESENT
 
     def _not_created(self, part: str) -> str:
         if self.kind != "connection" or part not in ("ingress", "egress"):
             return "nothing is left of it"  # with a handle it is deleted, without one it is not there
-        if part in self.doubtful:
-            self.leave(part)
+        self.leave_doubtful(part)
         self.doubtful.add(part)  # not entered, so no undo deletes it
         return f"possibly left: {self.text(part)}, if the call took effect anyway"
 
