@@ -39,6 +39,7 @@ private_tracer() { # SHELL PROJECT_FOLDER
     cp "$1" "$home/bin/zel-term-shell"
     cp -r "$(dirname "$1")/../lib" "$2/examples" "$home"
     chmod -R a+rX "$home"/{bin,lib,examples}
+    # shellcheck disable=SC2034 # for the checks
     shell=$home/bin/zel-term-shell
 
     "${as_user[@]}" lttng-sessiond --no-kernel >"$home/log" 2>&1 &

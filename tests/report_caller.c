@@ -1,4 +1,4 @@
-/* A caller that fires an event of its own before an operation and after it, with text that would break a page or a terminal. */
+/* A caller with events of its own around an operation, with text that would break a page or a terminal. */
 #include <lttng/tracef.h>
 #include <zel_core_term/zel_core_term.h>
 

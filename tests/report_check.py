@@ -122,8 +122,8 @@ expect("two processes", len(both["processes"]) == 2, both["processes"])
 by_process = {(g["title"], g["examples"][0]["process"]) for g in both["failures"]}
 expect("whose failure", {t for t, _ in by_process} == {"UDP session add", "L2TP connection removal"}
        and len({p for _, p in by_process}) == 2, by_process)
-expect("both are left", both["answer"]["left"] == {"binding ovlin flow -> IPv4 egress": 2, "IPv4 egress association": 2},
-       both["answer"]["left"])
+left = both["answer"]["left"]
+expect("both are left", left == {"binding ovlin flow -> IPv4 egress": 2, "IPv4 egress association": 2}, left)
 storm = report_of("storm")
 expect("lost events", storm["lost_events"] > 0 and "incomplete" in storm["unknown"][0], storm["unknown"])
 

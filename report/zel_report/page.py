@@ -3,56 +3,12 @@
 from __future__ import annotations
 
 from html import escape
+from pathlib import Path
 from typing import Any
 
 from .report import Data, times_text
 
-STYLE = """
-:root { --ink: #1c2330; --dim: #5f6b7c; --line: #d9dee6; --bad: #b3261e; --warn: #8a5a00; --paper: #fff; --tint: #f4f6f9 }
-@media (prefers-color-scheme: dark) { :root { --ink: #e6e9ee; --dim: #9aa5b5; --line: #3a4352; --bad: #ff8a80;
-  --warn: #f0b860; --paper: #14181f; --tint: #1d232d } }
-* { box-sizing: border-box }
-body { margin: 0 auto; padding: 1rem; max-width: 64rem; color: var(--ink); background: var(--paper);
-  font: 16px/1.5 system-ui, sans-serif; overflow-wrap: anywhere }
-h1 { font-size: 1.3rem; margin: 0 } h2 { font-size: 1.1rem; margin: 2rem 0 .5rem; border-bottom: 1px solid var(--line) }
-h3 { font-size: 1rem; margin: 0 } p { margin: .3rem 0 } ul, ol { margin: .3rem 0; padding-left: 1.3rem }
-code { font: .86em/1.4 ui-monospace, monospace } small, .dim { color: var(--dim) }
-.bad { color: var(--bad) } .warn { color: var(--warn) }
-.answer { background: var(--tint); border-left: 5px solid var(--line); border-radius: 4px; padding: .2rem 1rem .8rem }
-.answer.failed { border-color: var(--bad) } .answer h2 { border: 0; margin: .8rem 0 0; font-size: 1rem }
-.scroll { overflow-x: auto } table { border-collapse: collapse; width: 100%; font-size: .9rem }
-th, td { text-align: left; padding: .25rem .6rem .25rem 0; border-bottom: 1px solid var(--line); vertical-align: top }
-table.stack td + td { white-space: nowrap } th { color: var(--dim); font-weight: normal; white-space: nowrap } .number { text-align: right; white-space: nowrap }
-details, .card { border: 1px solid var(--line); border-radius: 4px; margin: .6rem 0; padding: .5rem .8rem }
-summary { cursor: pointer } details details { background: var(--tint) }
-:target { outline: 3px solid var(--warn) }
-.ladder td { border: 0; padding: .1rem .6rem .1rem 0 } .ladder td:nth-child(2) { white-space: nowrap } .ladder .failed td { color: var(--bad) }
-.ladder .passed td, .ladder .error td, .ladder .slow td { color: var(--warn) }
-svg { width: 100%; height: 6.5rem; display: block } .ends { display: flex; justify-content: space-between; gap: 1rem }
-.f { fill: var(--bad) } .s { fill: var(--warn) } a:hover rect { opacity: .6 } .axis { stroke: var(--line) }
-@media (max-width: 40rem) { body { font-size: 15px; padding: .7rem } .answer { padding: .2rem .7rem .6rem }
-  table.stack thead { display: none } table.stack tr { display: block; border-bottom: 1px solid var(--line);
-  padding: .3rem 0 } table.stack td { display: inline-block; border: 0; padding: 0 .8rem 0 0; text-align: left }
-  table.stack td:first-child { display: block; font-weight: 600; white-space: normal } table.stack td:empty { display: none }
-  table.stack td[data-is]:before { content: attr(data-is) " "; color: var(--dim) }
-  .ladder tr { display: block; padding: .15rem 0 } .ladder td { display: inline } }
-@media print { :root { --ink: #000; --dim: #444; --line: #bbb; --bad: #a00; --warn: #740; --paper: #fff; --tint: #fff }
-  body { font-size: 10pt; max-width: none; padding: 0 } tr, li, p { break-inside: avoid } h3 { break-after: avoid } h2 { break-after: avoid }
-  a { color: inherit; text-decoration: none } }
-"""
-
-# A link to an operation opens it, and before it is printed all are.
-SCRIPT = """
-function open_target() {
-  for (let e = document.getElementById(location.hash.slice(1)); e; e = e.parentElement)
-    if (e.tagName === "DETAILS") e.open = true;
-  const target = location.hash && document.getElementById(location.hash.slice(1));
-  if (target) target.scrollIntoView();
-}
-addEventListener("hashchange", open_target);
-addEventListener("load", open_target);
-addEventListener("beforeprint", () => document.querySelectorAll("details").forEach(d => d.open = true));
-"""
+HERE = Path(__file__).parent
 
 
 def items(lines: list[str], tag: str = "ul") -> str:
@@ -86,15 +42,16 @@ def timeline(data: Data, shown: dict[int, int]) -> str:
         if not sum(counts):
             continue
         most, width = max(counts), 960 / len(counts)
+        head = f"{what}, at most {most:,} in {escape(line['width'])}"
         bars = []
         for place, count in enumerate(counts):
             if count:
                 height = max(3, 70 * count / most)
-                bar = (f'<rect class="{style}" x="{place * width:.1f}" y="{100 - height:.1f}" width="{width * 0.9:.1f}" '
-                       f'height="{height:.1f}"><title>{count:,} {what}</title></rect>')
+                bar = (f'<rect class="{style}" x="{place * width:.1f}" y="{100 - height:.1f}" '
+                       f'width="{width * 0.9:.1f}" height="{height:.1f}"><title>{count:,} {what}</title></rect>')
                 number = line["first_operation"][place]
                 bars.append(f'<a href="#operation-{shown[number]}">{bar}</a>' if number in shown else bar)
-        parts.append(f'<p class="dim">{what}, at most {most:,} in {escape(line["width"])}</p><svg viewBox="0 0 960 102" '
+        parts.append(f'<p class="dim">{head}</p><svg viewBox="0 0 960 102" '
                      f'preserveAspectRatio="none" role="img" aria-label="{what} over time"><path class="axis" '
                      f'd="M0 101H960"/>{"".join(bars)}</svg><p class="dim ends"><span>{escape(data["begin"])}</span>'
                      f'<span>{escape(data["end"])}</span></p>')
@@ -105,9 +62,10 @@ def ladder(steps: list[Data]) -> str:
     rows, depth = [], 0
     for step in steps:
         depth -= step["kind"] == "leave"
-        rows.append(f'<tr class="{step["kind"].split()[0]}"><td class="number"><small>{step["after_us"]:,.1f} us</small>'
-                    f'</td><td>{step["kind"]}</td><td style="padding-left:{depth}rem">'
-                    f'{code(step["function"] + "() " + step["text"])} <small>{escape(step["location"])}</small></td></tr>')
+        text = code(f"{step['function']}() {step['text']}")
+        rows.append(f'<tr class="{step["kind"].split()[0]}"><td class="number"><small>{step["after_us"]:,.1f} us'
+                    f'</small></td><td>{step["kind"]}</td><td style="padding-left:{depth}rem">'
+                    f'{text} <small>{escape(step["location"])}</small></td></tr>')
         depth += step["kind"] == "enter"
     return f'<div class="scroll"><table class="ladder"><tbody>{"".join(rows)}</tbody></table></div>'
 
@@ -135,8 +93,8 @@ def group(data: Data, name: str) -> str:
     out = [f'<div class="card"><h3>{name}: {escape(data["title"])}, {times}</h3><p class="dim">{escape(when)}, result '
            f'{escape(data["result"])}</p>']
     if "means" in data:
-        out.append(f'<p class="warn">"{escape(data["words"])}", {code(data["cause"])}: {escape(data["means"])}; nothing '
-                   "was done.</p>")
+        out.append(f'<p class="warn">"{escape(data["words"])}", {code(data["cause"])}: {escape(data["means"])}; '
+                   "nothing was done.</p>")
     else:
         out.append(f'<p class="bad">Failed at {code(data["step"] + "()")}: {code(data["cause"])}: '
                    f'"{escape(data["words"])}"</p>')
@@ -168,7 +126,8 @@ def page(data: Data) -> str:
     parts = [
         "<!doctype html><html lang=en><head><meta charset=utf-8><meta name=viewport content='width=device-width, "
         f"initial-scale=1'><title>{'Failures' if answer['failed'] else 'Report'}: {escape(', '.join(data['traces']))}"
-        f"</title><style>{STYLE}</style></head><body><h1>libzel-core-term: what the trace tells</h1>",
+        f"</title><style>{(HERE / 'page.css').read_text()}</style></head><body>"
+        "<h1>libzel-core-term: what the trace tells</h1>",
         f"<p class=dim>{escape(', '.join(data['traces']))}: {escape(data['begin'])} to {escape(data['end'])} "
         f"({escape(data['span'])}), {data['events']:,} events of {escape(', '.join(data['processes']))}"
         f"{escape(' on ' + ', '.join(data['hosts'])) if data['hosts'] else ''}</p>",
@@ -190,16 +149,18 @@ def page(data: Data) -> str:
               escape(", ".join(f"{r}: {n:,}" for r, n in o["results"].items())), f"{o['refused']:,}", o["median"],
               o["p99"], o["worst"], link(o["worst_number"], shown)] for o in data["operations"]])
         if data["operations"] else "",
-        "<h2>Failures</h2>" + "".join(group(g, f"Failure {i}") for i, g in enumerate(data["failures"], 1)) if data["failures"] else "",
+        "<h2>Failures</h2>" if data["failures"] else "",
+        *(group(g, f"Failure {i}") for i, g in enumerate(data["failures"], 1)),
         "<h2>Refused</h2>" + "".join(group(g, "Refused") for g in data["refusals"]) if data["refusals"] else "",
         "<h2>Slow data-plane calls</h2>" + table(
             ["call", "count", "worst", "at", "of", "first", "last"],
             [[code(s["call"]), f"{s['count']:,}", escape(s["worst"]), s["worst_time"], link(s["number"], shown),
               s["first"], s["last"]] for s in data["slow"]]) if data["slow"] else "",
         "<h2>Errors of the bookkeeping</h2>" + "".join(
-            f"<div class=card><h3>{escape(e['text'])}, {escape(times_text(e['count']))}</h3><p>Means: {escape(e['means'])}.</p><p><b>To "
-            f"do:</b> {escape(e['to_do'])}.</p><p class=dim>first {e['first']}, last {e['last']}</p></div>"
+            f"<div class=card><h3>{escape(e['text'])}, {escape(times_text(e['count']))}</h3>"
+            f"<p>Means: {escape(e['means'])}.</p>"
+            f"<p><b>To do:</b> {escape(e['to_do'])}.</p><p class=dim>first {e['first']}, last {e['last']}</p></div>"
             for e in data["errors"]) if data["errors"] else "",
-        f"<script>{SCRIPT}</script></body></html>\n",
+        f"<script>{(HERE / 'page.js').read_text()}</script></body></html>\n",
     ]
     return "".join(parts)

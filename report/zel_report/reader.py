@@ -150,7 +150,8 @@ class Reader:
         handle = {ev.ENTER: tracker.enter, ev.LEAVE: tracker.leave, ev.CALL: tracker.call,
                   ev.ARGUMENTS: tracker.arguments}.get(kind)
         known = _Class(kind, place, trace, handle)
-        self.classes[int(native_bt.event_borrow_class_const(native_bt.message_event_borrow_event_const(pointer)))] = known
+        event_pointer = native_bt.message_event_borrow_event_const(pointer)
+        self.classes[int(native_bt.event_borrow_class_const(event_pointer))] = known
         return known
 
     @staticmethod

@@ -136,7 +136,9 @@ def slow_rows(summary: Summary) -> list[Data]:
     rate = summary.ticks_per_second()
     rows = []
     for call, slow in sorted(summary.slow.items(), key=lambda i: -i[1].count):
-        worst = f"{slow.worst_ticks:,} ticks" + (f", about {duration_text(slow.worst_ticks / rate * 1e9)}" if rate else "")
+        worst = f"{slow.worst_ticks:,} ticks"
+        if rate:
+            worst += f", about {duration_text(slow.worst_ticks / rate * 1e9)}"
         rows.append({"call": call, "count": slow.count, "worst": worst, "worst_time": time_text(slow.worst_ns),
                      "number": slow.number, "first": time_text(slow.first), "last": time_text(slow.last)})
     return rows
@@ -188,8 +190,8 @@ def unknowns(reader: Reader, tracker: Tracker, damage: list[str]) -> list[str]:
                      "and their ids, steps and durations are not known.")
     for name in ("tn_zel_term:EXCEPTION", "tn_zel_init:EXCEPTION", "tn_zel_term:ERROR"):
         if name not in names:
-            lines.append(f"{name} was not recorded: {'bookkeeping errors' if 'ERROR' in name else 'failures'} that only "
-                         "it tells are not seen.")
+            what = "errors of the bookkeeping" if "ERROR" in name else "failures"
+            lines.append(f"{name} was not recorded: {what} that only it tells are not seen.")
     lines.append("UDP operations that succeed leave no event, so how many there were is not known. Failures of UDP "
                  "operations carry no id" + (": the caller's own events before them are shown instead."
                                              if reader.other_events else ". " + kn.OWN_EVENT))
@@ -277,8 +279,9 @@ def answer(summary: Summary, data: Data) -> Data:
         sentences.append(f"... and {len(all_causes) - 4} other kinds of failure, below.")
     if refused:
         reasons = Counter({(g.outcome.words, g.outcome.cause): g.count for g in summary.refusals.values()})
-        sentences.append(f"{count_text(refused, 'operation')} refused because of an argument or the state, with nothing "
-                         "done: " + ", ".join(times_text(n) + f' "{t}' + (f', {w}"' if w else '"') for (t, w), n in reasons.most_common(3)) + ".")
+        reason = ", ".join(f'{times_text(n)} "{t}{", " if w else ""}{w}"' for (t, w), n in reasons.most_common(3))
+        sentences.append(f"{count_text(refused, 'operation')} refused because of an argument or the state, with "
+                         f"nothing done: {reason}.")
     if slow:
         sentences.append(f"{count_text(slow, 'data-plane call')} too slow: " + ", ".join(
             f"{times_text(r['count'])} {r['call']} (worst {r['worst']})" for r in data["slow"][:3]) + ".")

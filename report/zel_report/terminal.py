@@ -144,8 +144,9 @@ class Terminal:
                 self.out.write("  " + bars + "|\n")
 
     def show_operation(self, operation: Data) -> None:
-        self.line(f"Operation #{operation['number']}: {operation['title']}, {operation['time']}, "
-                  f"{'took ' + operation['duration'] + ', ' if operation['duration'] else ''}result {operation['result']}", "head")
+        took = f", took {operation['duration']}" if operation["duration"] else ""
+        self.line(f"Operation #{operation['number']}: {operation['title']}, {operation['time']}{took}, "
+                  f"result {operation['result']}", "head")
         self.line(", ".join(t for t in (operation["subject"], operation["process"]) if t), "", "  ")
         for caller in operation["caller"]:
             self.line("before it: " + caller, "dim", "  ", "    ")
