@@ -86,8 +86,8 @@ def _copy(source_path: Path, begin: int, end: int, to: Path, header: bytes = b""
         copy.write(header)
         copy.flush()
         at = begin + len(header)
-        while at < end:
-            at += os.sendfile(copy.fileno(), source.fileno(), at, end - at)
+        while at < end and (sent := os.sendfile(copy.fileno(), source.fileno(), at, end - at)):
+            at += sent
 
 
 def _folder_beside(folder: Path, into: Path) -> Path:
