@@ -277,6 +277,9 @@ def answer(summary: Summary, data: Data) -> Data:
     sentences += all_causes[:4]
     if len(all_causes) > 4:
         sentences.append(f"... and {len(all_causes) - 4} other kinds of failure, below.")
+    if summary.forgotten:
+        sentences.append(f"The library was stopped or started (#{summary.forgotten_number}) while L2TP connections or "
+                         "sessions were in use: what they had in the data plane has no owner since.")
     if refused:
         reasons = Counter({(g.outcome.words, g.outcome.cause): g.count for g in summary.refusals.values()})
         reason = ", ".join(f'{times_text(n)} "{t}{", " if w else ""}{w}"' for (t, w), n in reasons.most_common(3))
