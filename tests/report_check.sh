@@ -15,11 +15,13 @@ end_sessions() {
     for name; do tracer destroy "$name"; done
 }
 
-# Each scenario, with all events and with failures only, and what its audit finds in the end.
+# Each scenario, with all events and with failures only, and what its audit finds in the end. Of our own: what a stop
+# leaves, after the removal of a session that never was.
 cat >"$home/stopped.zel" <<'LINES'
 start
 l2tp connection add 1 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1001 --pcep 3 --rat-session 11
 l2tp connection add 2 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1002 --pcep 3 --rat-session 12
+l2tp session remove 150 --connection 1
 l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 --rat-session 101
 stop
 LINES
