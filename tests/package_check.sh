@@ -69,7 +69,7 @@ dummy() { # NAME PROVIDES
 }
 dummy a-platform zel-platform
 dummy machine "$(dpkg-query --show --showformat='${binary:Package} (= ${Version}), ' \
-    libc6 libcgraph6 libgcc-s1 libgvc6 liblttng-ust1 libreadline8 libstdc++6 | sed 's/:[a-z0-9]*//g; s/, $//')"
+    libc6 libcgraph6 libgcc-s1 libgvc6 liblttng-ust1 libreadline8 libstdc++6 python3 python3-bt2 | sed 's/:[a-z0-9]*//g; s/, $//')"
 (cd "$repository" && dpkg-scanpackages --multiversion . >Packages 2>"$temporary/log")
 true >"$temporary/apt/status"
 echo "deb [trusted=yes] file:$repository ./" >"$temporary/apt/sources.list"
