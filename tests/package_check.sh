@@ -17,7 +17,8 @@ for package in "${files[@]}"; do
         Package Version Section Priority Multi-Arch Depends Suggests Provides Conflicts Replaces Maintainer
     dpkg-deb --ctrl-tarfile "$package" | tar --list | sort
     dpkg-deb --fsys-tarfile "$package" | tar --list --verbose |
-        sed -nE '/\/$|\/man3\/|\.(md|svg|png)$/d; s|[^/]*\.zel$|*.zel|; s|^([^ ]+) ([^ ]+) .* \./|  \1 \2 /|p' | sort -u
+        sed -nE '/\/$|\/man3\/|\.(md|svg|png)$/d; s#[^/]*\.(zel|py)$#*.\1#; s|^([^ ]+) ([^ ]+) .* \./|  \1 \2 /|p' |
+        sort -u
 done | sed "s/${version//./\\.}/VERSION/g; s|$libraries|LIBDIR|g" |
     compare "packages" "$project/tests/expected/packages.txt"
 
@@ -30,6 +31,9 @@ documents=$all/usr/share/doc/libzel-core-term-dev
 for folder in docs examples; do
     diff --recursive "$project/$folder" "$documents/$folder" || fail "$folder/ is not in the packages"
 done
+diff --recursive --exclude=__pycache__ "$project"/report/zel_report "$all"/usr/share/zel-term-report/zel_report ||
+    fail "the report is not whole"
+"$all"/usr/bin/zel-term-report --help >/dev/null || fail "the report does not run"
 check_links "$documents"/*.md "$documents"/docs/*.md
 
 while read -r binary; do
@@ -69,7 +73,8 @@ dummy() { # NAME PROVIDES
 }
 dummy a-platform zel-platform
 dummy machine "$(dpkg-query --show --showformat='${binary:Package} (= ${Version}), ' \
-    libc6 libcgraph6 libgcc-s1 libgvc6 liblttng-ust1 libreadline8 libstdc++6 python3 python3-bt2 | sed 's/:[a-z0-9]*//g; s/, $//')"
+    libc6 libcgraph6 libgcc-s1 libgvc6 liblttng-ust1 libreadline8 libstdc++6 python3 python3-bt2 |
+    sed 's/:[a-z0-9]*//g; s/, $//')"
 (cd "$repository" && dpkg-scanpackages --multiversion . >Packages 2>"$temporary/log")
 true >"$temporary/apt/status"
 echo "deb [trusted=yes] file:$repository ./" >"$temporary/apt/sources.list"

@@ -13,7 +13,7 @@ from dataclasses import dataclass, field
 
 from . import knowledge as kn
 from .effects import WHOLE_SESSION, Outcome, Tables, evaluate
-from .events import ARGUMENTS, CALL, ENTER, ERROR, FAILURE, LEAVE, PASSED_ON, SLOW, Event, failed_call, passed_on
+from .events import ARGUMENTS, CALL, ENTER, ERROR, FAILURE, LEAVE, PASSED_ON, Event, failed_call, passed_on
 from .summary import Summary
 
 SAME_OPERATION_NS = 1_000_000_000  # failures further apart are of different operations
