@@ -11,7 +11,7 @@ import bt2
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-from zel_report.deliver import NoReport, deliver  # noqa: E402
+from zel_report.deliver import deliver  # noqa: E402
 from zel_report.operations import Tracker  # noqa: E402
 from zel_report.reader import Reader  # noqa: E402
 from zel_report.report import build  # noqa: E402
@@ -31,6 +31,8 @@ class report(bt2._UserSinkComponent):
     def __init__(self, config: Any, params: Any, command: dict[str, Any] | None) -> None:
         """`command` is that of the program that runs the graph itself: what it knows of the trace, and where it wants
         the report."""
+        if unknown := set(params) - {"html", "json", "operation"}:
+            raise ValueError(f"unknown parameters: {', '.join(sorted(unknown))}")
         self.command = command
         if command is not None:
             command["component"] = self
@@ -83,10 +85,7 @@ class report(bt2._UserSinkComponent):
         if self.command is not None:
             self.command["data"] = build(self.reader, self.tracker, self.command["traces"], self.command["damage"])
             return
-        try:
-            deliver(build(self.reader, self.tracker, [], []), self.html, self.json, self.operation)
-        except NoReport as reason:
-            print(reason, file=sys.stderr)
+        deliver(build(self.reader, self.tracker, [], []), self.html, self.json, self.operation)
 
 
 bt2.register_plugin(__name__, "zel", "reports on libzel-core-term", version=(1, 0, 0))

@@ -81,9 +81,7 @@ def kinds(things: dict) -> Counter:
 for scenario, expected in SCENARIOS.items():
     audit = audit_of(scenario)
     for name, counts in zip((scenario, scenario + "-failures"), expected):
-        done = run(str(FOLDER / name), "--json", "-")
-        no_event = "no event of libzel-core-term" in done.stderr and sum(counts) == 0
-        answer = {"left": {}, "possibly": {}} if no_event else json.loads(done.stdout)["answer"]
+        answer = report_of(name)["answer"]
         left, possibly = kinds(answer["left"]), kinds(answer["possibly"])
         seen = (left.total(), possibly.total())
         expect(f"{name}: left, possibly left", seen == counts, f"{seen}, not {counts}")
@@ -108,6 +106,8 @@ failed = neighbour["failures"][0]["examples"][0]
 expect("subject", failed["subject"] == "L2TP connection 2", failed["subject"])
 ladder = run(str(FOLDER / "disturbed-neighbour"), "--operation", str(failed["number"])).stdout
 expect("ladder", all(t in ladder for t in ("injected fault", "controlConnId=1002", "l2tp_control_unbind_ipv4")), ladder)
+stopped = [g for g in report_of("stopped")["failures"] if g["lost"]]
+expect("lost request", len(stopped) == 1 and "it will be removed while" in stopped[0]["lost"], stopped)
 moved = {o["title"]: o["results"] for o in report_of("move-falls-back")["operations"]}
 expect("results", moved["L2TP connection modify"] == {"13": 1, "2": 1}, moved)
 moved = report_of("move-falls-back-failures")["operations"]

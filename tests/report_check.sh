@@ -16,12 +16,15 @@ end_sessions() {
 }
 
 # Each scenario, with all events and with failures only, and what its audit finds in the end. Of our own: what a stop
-# leaves, after the removal of a session that never was.
+# leaves, after the removal of a session that never was and an add that takes a request from those that it shares with.
 cat >"$home/stopped.zel" <<'LINES'
 start
 l2tp connection add 1 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1001 --pcep 3 --rat-session 11
 l2tp connection add 2 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1002 --pcep 3 --rat-session 12
 l2tp session remove 150 --connection 1
+fault vok_l2tpv3_ingress_flow_create
+l2tp connection add 3 --local 192.0.2.1 --remote 198.51.100.7 --connection-id 1003 --pcep 3 --rat-session 13
+expect 13
 l2tp session add 100 --connection 1 --local-session-id 50001 --pcep 3 --rat-session 101
 stop
 LINES

@@ -26,7 +26,7 @@ def _write(name: str, text: str) -> None:
 
 def deliver(data: Data, html: str, json_name: str, operation: int) -> None:
     """To the terminal unless it goes to the standard output as JSON."""
-    if data["events"] == data["events_of_others"]:
+    if data["events"] == data["events_of_others"] and not data["recorded"]:
         providers = ", ".join(data["providers"]) or "none"
         raise NoReport(f"no event of libzel-core-term in {', '.join(data['traces']) or 'the trace'} "
                        f"(providers in it: {providers})")

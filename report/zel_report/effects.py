@@ -164,11 +164,16 @@ class _Evaluation:
                 self.out.handles += _HANDLE.findall(call.message)
             if step.verb == "create":
                 self.last_create = step.part
-        elif self.name == kn.CONNECTION_ADD and (step.verb, step.part) == ("unbind", "to interface"):
-            if not any(e.function == "l2tp_control_bind_ipv4_to_l2tp" for e in self.recorded):
-                self.out.lost = kn.LOST_BINDING  # released without having been requested
-                self.out.advice.append(kn.REPAIR_LOST)
+        elif step.verb == "unbind" and step.part == "to interface" and self.gave_back_a_request():
+            self.out.lost = kn.LOST_BINDING
         return endpoint
+
+    def gave_back_a_request(self) -> bool:
+        """Whether an add that shares its ingress association failed before it requested the binding of that."""
+        functions = {e.function for e in self.recorded if e.kind == ev.CALL}
+        return (self.name == kn.CONNECTION_ADD and "l2tp_control_create_l2tp_ingress_flow" in functions
+                and bool(self.out.failures) and not functions & {"l2tp_control_create_ipv4_ingress_association",
+                                                                 "l2tp_control_bind_ipv4_to_l2tp"})
 
     # ---- Calls that only their fixed order and the failures tell
 
@@ -313,6 +318,8 @@ class _Evaluation:
 
     def find_result(self) -> str:
         own = [ev.passed_on(e)[0] for e in self.passed if e.function == self.name]
+        if not self.out.failures and not self.passed:
+            return "0"
         by_call = self.out.cause.startswith("vok_")
         if self.operation.removes and not self.operation.makes:
             return "0"
@@ -370,6 +377,8 @@ class _Evaluation:
         if not out.left and not out.possibly:
             out.handles.clear()
         self.find_cause()
+        if not out.lost and self.gave_back_a_request():
+            out.lost = kn.LOST_REQUEST
         out.result = self.find_result()
         out.subject = self.find_subject()
         self.advise()
@@ -385,6 +394,8 @@ class _Evaluation:
             (self.name == kn.UDP_RELEASE and bool(out.failures) and kn.RESTART not in out.advice, kn.DISCONNECT_FIRST),
             (self.name == kn.UDP_DISCONNECT and bool(out.failures), kn.STILL_BOUND),
             (out.kept is True, kn.RELEASE_KEPT),
+            (out.lost == kn.LOST_BINDING, kn.REPAIR_LOST),
+            (out.lost == kn.LOST_REQUEST, kn.REPAIR_REQUEST),
             (moved and out.result == "2" and not named, kn.AFTER_FALLBACK),
             (moved and named, kn.AFTER_REMOVE_ALL),
         ]

@@ -253,12 +253,20 @@ LOST_BINDING = (
     "The undo removed the binding IPv4 ingress -> interface, which other connections between the same addresses use: "
     "since then they receive nothing."
 )
+LOST_REQUEST = (
+    "The undo gave back a request for the binding IPv4 ingress -> interface that other connections between the same "
+    "addresses had made: it will be removed while one of them still needs it."
+)
 
 # ---- What to do
 
 REMOVE_LEFT = "Remove what has no owner directly in the data plane: the library no longer knows it."
 CHECK_POSSIBLE = "Look in the data plane for what is possibly left, and remove it there if no session owns it."
 RELEASE_KEPT = "Release (UDP) or remove (L2TP) the ids that a failed add kept in use."
+REPAIR_REQUEST = (
+    "Remove all connections that share these addresses and add them again, sessions first: the binding by which they "
+    "receive goes with the last but one of them, and an add that succeeds now does not change that."
+)
 REPAIR_LOST = "Remove all connections that share these addresses and add them again: they receive nothing now."
 DISCONNECT_FIRST = "Disconnect a UDP session before it is released: otherwise its bindings hold its associations."
 STILL_BOUND = "Release the sessions whose disconnect failed, and watch whether their release fails too."

@@ -140,7 +140,7 @@ def page(data: Data) -> str:
         f"<p class=warn>In use although their add failed: {escape(answer['kept_text'])}.</p>"
         if answer["kept_text"] else "",
         f"<p class=bad>{escape(answer['lost_text'])}</p>" if answer["lost_text"] else "",
-        f"<h2>What to do</h2>{items(answer['what_to_do'])}</div>",
+        f"<h2>What to do, unless it was done since</h2>{items(answer['what_to_do'])}</div>",
         timeline(data, leads),
         f"<h2>What this trace cannot tell</h2>{items(data['unknown'])}",
         "<h2>Operations</h2>" + table(

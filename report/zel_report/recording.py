@@ -3,11 +3,13 @@
 from __future__ import annotations
 
 import os
+import re
 import struct
 import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
 
+_LIVE = re.compile(r"net[46]?://[^/]+/host/[^/]+/[^/]+")
 _MAGIC = 0xC1FC1FC1
 # The header and context that begin each packet of the tracer: magic, uuid, stream, instance, begin and end in ticks of
 # the trace's clock, then the sizes of the content and of the packet in bits.
@@ -105,8 +107,8 @@ def _repair(folder: Path, streams: list[_Stream], recording: Recording, into: Pa
             (whole / stream.path.name).symlink_to(stream.path.resolve())
             continue
         size = stream.path.stat().st_size
-        recording.damage.append(f"{stream.path} is cut or damaged after {stream.whole:,} of {size:,} bytes: what comes "
-                                "after that is in this report only as far as it can be read.")
+        recording.damage.append(f"{stream.path} is cut or damaged within a packet: the rest of that packet, and what "
+                                "comes after it, is missing here.")
         if stream.whole:
             _copy(stream.path, 0, stream.whole, whole / stream.path.name)
         with stream.path.open("rb") as source:
@@ -126,7 +128,10 @@ def find(arguments: list[str]) -> Recording:
     recording = Recording()
     folders: list[Path] = []
     for argument in arguments:
-        if argument.startswith(("net://", "net4://", "net6://")):
+        if "://" in argument:
+            if not _LIVE.fullmatch(argument):
+                raise NotATrace(f"{argument} is not net://HOST/host/HOSTNAME/SESSION; 'babeltrace2 "
+                                "--input-format=lttng-live net://HOST' lists the sessions")
             recording.traces.append([argument])
             continue
         path = Path(argument)

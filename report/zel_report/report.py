@@ -15,6 +15,7 @@ from .summary import Group, Summary
 Data = dict[str, Any]
 MOST_PROCESSES = 8  # that are named
 MOST_HANDLES = 8
+MOST_NUMBERS = 6  # of failures in one line
 MOST_WORDS = 160  # letters of a text in the first part of the report
 
 
@@ -68,6 +69,7 @@ def operation_data(finished: Finished) -> Data:
         "function": finished.name,
         "time": time_text(finished.begin),
         "begin_ns": finished.begin,
+        "duration_ns": 0 if finished.chained else finished.end - finished.begin,
         "duration": "" if finished.chained else duration_text(finished.end - finished.begin),
         "process": str(finished.process),
         "subject": out.subject,
@@ -127,6 +129,8 @@ def operation_rows(summary: Summary) -> list[Data]:
             "median": duration_text(durations.quantile(0.5)) if durations else "",
             "p99": duration_text(durations.quantile(0.99)) if durations else "",
             "worst": duration_text(durations.worst) if durations else "",
+            **{key: round(durations.quantile(share)) if durations else 0
+               for key, share in (("median_ns", 0.5), ("p99_ns", 0.99), ("worst_ns", 1.0))},
             "worst_number": durations.worst_number if durations else 0,
         })
     return rows
@@ -248,12 +252,16 @@ def failed_sentence(summary: Summary, failed: int) -> str:
     return f"{failed:,}{of} operation{'s' if failed > 1 or of else ''} failed: {', '.join(kinds)}."
 
 
-def what_to_do(summary: Summary, slow: int) -> list[str]:
-    order = [kn.REMOVE_LEFT, kn.REPAIR_LOST, kn.RESTART, kn.AFTER_REMOVE_ALL, kn.AFTER_FALLBACK, kn.RELEASE_KEPT]
-    wanted = {line for group in summary.failures.values() for line in group.outcome.advice} - {kn.NOTHING_LEFT}
-    if summary.forgotten:
-        wanted |= {kn.REMOVE_LEFT, kn.FORGOTTEN}
-    lines = sorted(wanted, key=lambda line: order.index(line) if line in order else len(order))
+def what_to_do(summary: Summary, failures: list[Data], slow: int) -> list[str]:
+    order = [kn.REMOVE_LEFT, kn.REPAIR_LOST, kn.REPAIR_REQUEST, kn.RESTART, kn.AFTER_REMOVE_ALL, kn.AFTER_FALLBACK,
+             kn.RELEASE_KEPT]
+    wanted: dict[str, list[int]] = {kn.REMOVE_LEFT: [], kn.FORGOTTEN: []} if summary.forgotten else {}
+    for number, group in enumerate(failures, 1):
+        for line in group["advice"]:
+            if line != kn.NOTHING_LEFT:
+                wanted.setdefault(line, []).append(number)
+    lines = [line + failures_text(wanted[line], failures)
+             for line in sorted(wanted, key=lambda line: order.index(line) if line in order else len(order))]
     if summary.failures:
         out = max(summary.failures.values(), key=lambda g: g.count).outcome
         if out.cause:
@@ -264,6 +272,16 @@ def what_to_do(summary: Summary, slow: int) -> list[str]:
     if slow:
         lines.append(kn.SLOW_CALLS)
     return list(dict.fromkeys(lines)) or ["Nothing."]
+
+
+def failures_text(numbers: list[int], failures: list[Data]) -> str:
+    """" (failure 2: L2TP connection 1)" """
+    if not numbers:
+        return ""
+    subjects = {failures[n - 1]["examples"][0]["subject"] for n in numbers} - {""}
+    many = "s" if len(numbers) > 1 else ""
+    return (f" (failure{many} {', '.join(map(str, numbers[:MOST_NUMBERS]))}" + (" ..." if numbers[MOST_NUMBERS:] else "")
+            + (f": {subjects.pop()}" if len(subjects) == 1 else "") + ")")
 
 
 def answer(summary: Summary, data: Data) -> Data:
@@ -318,7 +336,7 @@ def answer(summary: Summary, data: Data) -> Data:
         "possibly_text": list_text(summary.possibly),
         "kept_text": ", ".join(kept),
         "lost_text": " ".join(dict.fromkeys(g["lost"] for g in data["failures"] if g["lost"])),
-        "what_to_do": what_to_do(summary, slow),
+        "what_to_do": what_to_do(summary, data["failures"], slow),
     }
 
 
@@ -329,7 +347,10 @@ def build(reader: Reader, tracker: Tracker, traces: list[str], damage: list[str]
     if len(processes) > MOST_PROCESSES:
         names.append(f"{len(processes) - MOST_PROCESSES} others")
     data: Data = {
+        "version": 1,
         "traces": traces,
+        "begin_ns": reader.first_ns,
+        "end_ns": reader.last_ns,
         "begin": time_text(reader.first_ns) if reader.first_ns else "",
         "end": time_text(reader.last_ns) if reader.last_ns else "",
         "span": duration_text(reader.last_ns - reader.first_ns),

@@ -64,7 +64,7 @@ class Terminal:
             self.line(f"In use although their add failed: {answer['kept_text']}.", "warn", "  ", "    ")
         if answer["lost_text"]:
             self.line(answer["lost_text"], "bad", "  ")
-        self.head("What to do")
+        self.head("What to do, unless it was done since")
         self.items(answer["what_to_do"])
         self.head("What this trace cannot tell")
         self.items(data["unknown"])
