@@ -19,6 +19,8 @@ for document in *.md docs/*.md; do
 done
 
 for document in README.md docs/*.md; do
+    awk '/^<!-- (made|measured) by: /{ at = NR } /^```$/ && NR == at + 2 { exit 1 }' "$document" ||
+        fail "$document: a block is empty"
     with_blocks made "$document" >"$temporary/renewed"
     diff -u --label "$document" --label "what its commands print" "$document" "$temporary/renewed" ||
         fail "$document: scripts/test renew $document"

@@ -32,6 +32,9 @@ def deliver(data: Data, html: str, json_name: str, operation: int) -> None:
                        f"(providers in it: {providers})")
     if operation and data["shown"] is None:
         raise NoReport(f"the trace has no operation number {operation}")
+    if html == "-":
+        sys.stdout.write(page(data))
+        return
     if html:
         _write(html, page(data))
     as_json = json.dumps(data, indent=1) + "\n" if json_name else ""

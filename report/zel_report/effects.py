@@ -61,6 +61,7 @@ class Outcome:
     result: str = kn.UNKNOWN  # or a code
     step: str = ""  # the first function that failed
     cause: str = ""  # the call that failed
+    part: str = ""  # what it was to make or to remove
     words: str = ""  # the data plane's, or the text of the result
     subject: str = ""  # ids and addresses
     failures: list[tuple[str, str, str]] = field(default_factory=list)  # call, words, what follows from it
@@ -377,6 +378,8 @@ class _Evaluation:
         if not out.left and not out.possibly:
             out.handles.clear()
         self.find_cause()
+        if self.failed and self.failed[0][0] is not None and out.failures[0][0] == out.cause:
+            out.part = self.failed[0][0].text(self.failed[0][1])
         if not out.lost and self.gave_back_a_request():
             out.lost = kn.LOST_REQUEST
         out.result = self.find_result()

@@ -201,6 +201,10 @@ RESULT_TEXTS = {
 }
 
 
+RESULTS = {code: text for text, code in RESULT_TEXTS.items() if code != "other"}
+RESULTS["2"] = "fell back to the old configuration"
+
+
 @dataclass(frozen=True)
 class Refusal:
     result: str
@@ -260,7 +264,10 @@ LOST_REQUEST = (
 
 # ---- What to do
 
-REMOVE_LEFT = "Remove what has no owner directly in the data plane: the library no longer knows it."
+REMOVE_LEFT = (
+    "Remove what has no owner directly in the data plane, bindings first, as they keep associations and flows from "
+    "being deleted: the library no longer knows it. Where no handle is told, it is what no session in use has."
+)
 CHECK_POSSIBLE = "Look in the data plane for what is possibly left, and remove it there if no session owns it."
 RELEASE_KEPT = "Release (UDP) or remove (L2TP) the ids that a failed add kept in use."
 REPAIR_REQUEST = (
@@ -274,7 +281,7 @@ AFTER_FALLBACK = (
     "The old remote address and DSCP are in force: modify again once the data plane takes the new configuration."
 )
 AFTER_REMOVE_ALL = "Add the connection and all its sessions again: a failed modify removed them."
-NOTHING_LEFT = "What failed left nothing behind: find the cause, then try again."
+NOTHING_LEFT = "Try again once the cause is found: nothing was left."
 SLOW_CALLS = "Check the load of the data plane and of this machine: calls took longer than 25,600,000 ticks."
 FORGOTTEN = "Release and remove everything before the library is stopped or started again."
 OVERWRITTEN = "Remove an L2TP session before it is added again: the second add overwrites it."
@@ -283,6 +290,6 @@ RESTART = (
     "connection can be added until this process is restarted too."
 )
 OWN_EVENT = (
-    "To see which session failed, let the caller fire a tracepoint of its own with the id before each operation: the "
-    "texts of UDP failures have no id, and this report shows the caller's last events before each failure."
+    "to see which session failed, let the caller fire a tracepoint of its own with the id before each operation, and "
+    "record that too: this report shows the caller's last events before each failure."
 )

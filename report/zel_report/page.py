@@ -6,7 +6,7 @@ from html import escape
 from pathlib import Path
 from typing import Any
 
-from .report import Data, times_text
+from .report import Data, result_text, times_text
 
 HERE = Path(__file__).parent
 
@@ -33,8 +33,8 @@ def link(number: int, shown: set[int]) -> str:
     return f'<a href="#operation-{number}">#{number}</a>' if number in shown else f"#{number}" if number else ""
 
 
-def timeline(data: Data, shown: dict[int, int]) -> str:
-    """`shown`: by the number of an operation, that of the operation to which a click leads."""
+def timeline(data: Data, shown: set[int]) -> str:
+    """A click on a bar leads to its first operation."""
     line = data["timeline"]
     parts = []
     for what, style in (("failures", "f"), ("slow calls", "s")):
@@ -42,7 +42,7 @@ def timeline(data: Data, shown: dict[int, int]) -> str:
         if not sum(counts):
             continue
         most, width = max(counts), 960 / len(counts)
-        head = f"{what}, at most {most:,} in {escape(line['width'])}"
+        head = f"{what}, at most {most:,} in {escape(line['width'])}; a bar leads to its first operation"
         bars = []
         for place, count in enumerate(counts):
             if count:
@@ -50,7 +50,7 @@ def timeline(data: Data, shown: dict[int, int]) -> str:
                 bar = (f'<rect class="{style}" x="{place * width:.1f}" y="{100 - height:.1f}" '
                        f'width="{width * 0.9:.1f}" height="{height:.1f}"><title>{count:,} {what}</title></rect>')
                 number = line["first_operation"][place]
-                bars.append(f'<a href="#operation-{shown[number]}">{bar}</a>' if number in shown else bar)
+                bars.append(f'<a href="#operation-{number}">{bar}</a>' if number in shown else bar)
         parts.append(f'<p class="dim">{head}</p><svg viewBox="0 0 960 102" '
                      f'preserveAspectRatio="none" role="img" aria-label="{what} over time"><path class="axis" '
                      f'd="M0 101H960"/>{"".join(bars)}</svg><p class="dim ends"><span>{escape(data["begin"])}</span>'
@@ -82,7 +82,7 @@ def operation(data: Data, is_open: bool = False) -> str:
     took = f", took {data['duration']}" if data["duration"] else ""
     handles = f', handles {", ".join(dict.fromkeys(data["handles"]))}' if data["handles"] else ""
     return (f'<details id="operation-{data["number"]}"{" open" if is_open else ""}><summary>#{data["number"]}, '
-            f'{escape(data["time"])}: {escape((data["subject"] or "id not told") + handles)}, '
+            f'{escape(data["time"])}: {escape((data["subject"] or "id not recorded") + handles)}, '
             f'{escape(data["process"])}{escape(took)}</summary>'
             f'{caller}{ladder(data["steps"])}{items(data["notes"])}</details>')
 
@@ -90,8 +90,9 @@ def operation(data: Data, is_open: bool = False) -> str:
 def group(data: Data, name: str) -> str:
     when = data["first"] if data["count"] == 1 else f"first {data['first']}, last {data['last']}"
     times = times_text(data["count"])
-    out = [f'<div class="card"><h3>{name}: {escape(data["title"])}, {times}</h3><p class="dim">{escape(when)}, result '
-           f'{escape(data["result"])}</p>']
+    anchor = name.lower().replace(" ", "-")
+    out = [f'<div class="card"><h3 id="{anchor}">{name}: {escape(data["title"])}, {times}</h3>'
+           f'<p class="dim">{escape(when)}, result {escape(result_text(data["result"]))}</p>']
     if "means" in data:
         out.append(f'<p class="warn">"{escape(data["words"])}", {code(data["cause"])}: {escape(data["means"])}; '
                    "nothing was done.</p>")
@@ -114,22 +115,17 @@ def group(data: Data, name: str) -> str:
 def page(data: Data) -> str:
     answer: dict[str, Any] = data["answer"]
     groups = data["failures"] + data["refusals"]
-    shown = {e["number"] for g in groups for e in g["examples"]}
-    # An operation that is not among the examples leads to the first of its group.
-    leads = {n: n for n in shown} | {n: g["examples"][0]["number"] for g in groups if g["examples"]
-                                     for n in (g["first_number"], g["last_number"]) if n not in shown}
-    others = [n for n in data["timeline"]["first_operation"] if n and n not in leads]
-    for number in others:
-        within = [g for g in groups if g["examples"] and g["first_number"] <= number <= g["last_number"]]
-        if within:
-            leads[number] = within[0]["examples"][0]["number"]
+    examples = {e["number"] for g in groups for e in g["examples"]}
+    of_bars = [o for o in data["first_of_bins"] if o["number"] not in examples]
+    shown = examples | {o["number"] for o in of_bars}
+    title = ("Failures in " if answer["failed"] else "Report on ") + escape(", ".join(data["traces"]))
     parts = [
         "<!doctype html><html lang=en><head><meta charset=utf-8><meta name=viewport content='width=device-width, "
-        f"initial-scale=1'><title>{'Failures' if answer['failed'] else 'Report'}: {escape(', '.join(data['traces']))}"
-        f"</title><style>{(HERE / 'page.css').read_text()}</style></head><body>"
-        "<h1>libzel-core-term: what the trace tells</h1>",
+        f"initial-scale=1'><title>{title}</title><style>{(HERE / 'page.css').read_text()}</style></head><body>"
+        f"<h1>{title}</h1>",
         f"<p class=dim>{escape(', '.join(data['traces']))}: {escape(data['begin'])} to {escape(data['end'])} "
-        f"({escape(data['span'])}), {data['events']:,} events of {escape(', '.join(data['processes']))}"
+        f"{data['time_zone']} ({escape(data['span'])}), {data['events']:,} events of "
+        f"{escape(', '.join(data['processes']))}"
         f"{escape(' on ' + ', '.join(data['hosts'])) if data['hosts'] else ''}</p>",
         f"<div class='answer{' failed' if answer['failed'] or answer['left'] else ''}'><h2>What failed</h2>",
         "".join(f"<p{' class=bad' if i == 0 and answer['failed'] else ''}>{escape(s)}</p>"
@@ -141,7 +137,7 @@ def page(data: Data) -> str:
         if answer["kept_text"] else "",
         f"<p class=bad>{escape(answer['lost_text'])}</p>" if answer["lost_text"] else "",
         f"<h2>What to do, unless it was done since</h2>{items(answer['what_to_do'])}</div>",
-        timeline(data, leads),
+        timeline(data, shown),
         f"<h2>What this trace cannot tell</h2>{items(data['unknown'])}",
         "<h2>Operations</h2>" + table(
             ["operation", "seen", "failed", "with result", "refused", "median", "99 %", "worst", "of"],
@@ -151,6 +147,7 @@ def page(data: Data) -> str:
         if data["operations"] else "",
         "<h2>Failures</h2>" if data["failures"] else "",
         *(group(g, f"Failure {i}") for i, g in enumerate(data["failures"], 1)),
+        "<h2>The first failure of each bar</h2>" + "".join(operation(o) for o in of_bars) if of_bars else "",
         "<h2>Refused</h2>" + "".join(group(g, "Refused") for g in data["refusals"]) if data["refusals"] else "",
         "<h2>Slow data-plane calls</h2>" + table(
             ["call", "count", "worst", "at", "of", "first", "last"],

@@ -24,7 +24,16 @@ def time_text(ns: int, with_date: bool = True) -> str:
     return when.strftime("%Y-%m-%d %H:%M:%S" if with_date else "%H:%M:%S") + f".{ns % 1_000_000_000 // 1000:06d}"
 
 
+def result_text(code: str) -> str:
+    """"13 (data-plane call failed)" """
+    text = kn.RESULTS.get(code, "")
+    return f"{code} ({text})" if text else code
+
+
 def duration_text(ns: float) -> str:
+    if ns >= 120e9:
+        minutes = round(ns / 60e9)
+        return f"{minutes // 60} h {minutes % 60} min" if minutes >= 60 else f"{minutes} min"
     for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
         if ns >= size:
             return f"{ns / size:.3g} {unit}" if ns < 1000 * size else f"{ns / size:,.0f} {unit}"
@@ -106,6 +115,7 @@ def group_data(group: Group) -> Data:
         "last": time_text(group.last),
         "first_number": group.first_number,
         "last_number": group.last_number,
+        "numbers": group.numbers,
         "examples": [operation_data(f) for f in group.examples],
     }
     if group.meaning is not None:
@@ -172,8 +182,9 @@ def trend(counts: list[int]) -> str:
     before, after = sum(counts[:half]), sum(counts[half:])
     if len(counts) < 8 or before + after < 8:
         return ""
-    change = "got worse" if after > 1.5 * before else "became less" if before > 1.5 * after else "stayed much the same"
-    return f"over the time of the trace they {change}: {before:,} in the first half, {after:,} in the second"
+    more, than = ("more", "than") if after > 1.5 * before else ("fewer", "than") if before > 1.5 * after else (
+        "about as many", "as")
+    return f"{more} in the second half of the time ({after:,}) {than} in the first ({before:,})"
 
 
 def unknowns(reader: Reader, tracker: Tracker, damage: list[str]) -> list[str]:
@@ -198,12 +209,13 @@ def unknowns(reader: Reader, tracker: Tracker, damage: list[str]) -> list[str]:
             lines.append(f"{name} was not recorded: {what} that only it tells are not seen.")
     lines.append("UDP operations that succeed leave no event, so how many there were is not known. Failures of UDP "
                  "operations carry no id" + (": the caller's own events before them are shown instead."
-                                             if reader.other_events else ". " + kn.OWN_EVENT))
+                                             if reader.other_events else "; " + kn.OWN_EVENT))
     if not reader.threads_recorded:
         lines.append("Processes were not recorded: if there were several, their failures may be mixed up. "
                      "'lttng add-context --userspace --type=vpid --type=vtid --type=procname' adds them.")
-    lines.append("A call that reported failure may have taken effect: what is left is left unless it did. The library "
-                 "does not notice a restart of the data plane, after which nothing is left.")
+    lines.append("A call can take effect although it reports failure: what is called left may be gone, and what is "
+                 "called possibly left may be there. A restart of the data plane, which removes everything, leaves no "
+                 "event.")
     if reader.unknown:
         lines.append(f"Events that this report does not know: {', '.join(sorted(reader.unknown))}.")
     if summary.dropped_groups:
@@ -229,7 +241,8 @@ def causes(summary: Summary) -> list[str]:
         merged.setdefault((title(group.name), group.outcome.cause, group.outcome.words), []).append(group)
     sentences = []
     for (what, cause, words), groups in sorted(merged.items(), key=lambda i: -sum(g.count for g in i[1])):
-        cause, words = short(cause), short(words)
+        part = groups[0].outcome.part
+        cause, words = short(cause) + (f" ({part})" if part else ""), short(words)
         answered = f'the data plane answered "{words}" to {cause}' if cause.startswith("vok_") else (
             f'{cause}: "{words}"' if cause else f'"{words}"' if words else "it was done, but left something behind")
         text = f"{times_text(sum(g.count for g in groups)).capitalize()} {what}: {answered}."
@@ -262,11 +275,13 @@ def what_to_do(summary: Summary, failures: list[Data], slow: int) -> list[str]:
                 wanted.setdefault(line, []).append(number)
     lines = [line + failures_text(wanted[line], failures)
              for line in sorted(wanted, key=lambda line: order.index(line) if line in order else len(order))]
-    if summary.failures:
-        out = max(summary.failures.values(), key=lambda g: g.count).outcome
-        if out.cause:
-            lines.append(f'Find the cause: why {"the data plane" if out.cause.startswith("vok_") else "it"} answered '
-                         f'"{short(out.words)}" to {short(out.cause)}.')
+    by_words: dict[str, set[str]] = {}
+    for group in sorted(summary.failures.values(), key=lambda g: -g.count):
+        if group.outcome.cause.startswith("vok_"):
+            by_words.setdefault(short(group.outcome.words), set()).add(group.outcome.cause)
+    for words, calls in list(by_words.items())[:2]:
+        what = short(next(iter(calls))) if len(calls) == 1 else f"{len(calls)} different calls"
+        lines.append(f'Find out why the data plane answered "{words}" to {what}.')
     for group in summary.refusals.values():
         lines += [f"{text[:1].upper()}{text[1:]} ({group.outcome.words})." for text in group.outcome.advice]
     if slow:
@@ -280,8 +295,8 @@ def failures_text(numbers: list[int], failures: list[Data]) -> str:
         return ""
     subjects = {failures[n - 1]["examples"][0]["subject"] for n in numbers} - {""}
     many = "s" if len(numbers) > 1 else ""
-    return (f" (failure{many} {', '.join(map(str, numbers[:MOST_NUMBERS]))}" + (" ..." if numbers[MOST_NUMBERS:] else "")
-            + (f": {subjects.pop()}" if len(subjects) == 1 else "") + ")")
+    which = ", ".join(map(str, numbers[:MOST_NUMBERS])) + (" ..." if numbers[MOST_NUMBERS:] else "")
+    return f" (failure{many} {which}" + (f": {subjects.pop()}" if len(subjects) == 1 else "") + ")"
 
 
 def answer(summary: Summary, data: Data) -> Data:
@@ -292,6 +307,8 @@ def answer(summary: Summary, data: Data) -> Data:
     sentences = [failed_sentence(summary, failed) if failed else
                  "No operation failed, as far as the recorded events tell."]
     all_causes = causes(summary)
+    if any(kn.OPERATIONS[n].makes for n in summary.results if n in kn.OPERATIONS):
+        sentences[0] += " What was not added passes no packets, unless a later try succeeded."
     sentences += all_causes[:4]
     if len(all_causes) > 4:
         sentences.append(f"... and {len(all_causes) - 4} other kinds of failure, below.")
@@ -309,7 +326,9 @@ def answer(summary: Summary, data: Data) -> Data:
     for what in ("failures", "slow calls"):
         text = trend(data["timeline"][what])
         if text:
-            sentences.append(f"{what.capitalize()}: {text}.")
+            unknown = what == "failures" and any(n not in summary.durations for n in summary.results)
+            sentences.append(f"{what.capitalize()}: {text}"
+                             + ("; how many operations there were in each is not known." if unknown else "."))
     left = summary.left + summary.forgotten
     leaving = [i for i, g in enumerate(data["failures"], 1) if g["left"]]
     where = [f"by failure{'s' if len(leaving) > 1 else ''} {', '.join(map(str, leaving))} below"] if leaving else []
@@ -353,6 +372,7 @@ def build(reader: Reader, tracker: Tracker, traces: list[str], damage: list[str]
         "end_ns": reader.last_ns,
         "begin": time_text(reader.first_ns) if reader.first_ns else "",
         "end": time_text(reader.last_ns) if reader.last_ns else "",
+        "time_zone": datetime.datetime.fromtimestamp(reader.last_ns // 1_000_000_000).astimezone().strftime("%Z"),
         "span": duration_text(reader.last_ns - reader.first_ns),
         "hosts": sorted({p.host for p in processes if p.host}),
         "processes": names,
@@ -364,11 +384,14 @@ def build(reader: Reader, tracker: Tracker, traces: list[str], damage: list[str]
         "providers": sorted({n.partition(":")[0] for n in reader.names}),
         "unknown": unknowns(reader, tracker, damage),
         "operations": operation_rows(summary),
-        "failures": [group_data(g) for g in sorted(summary.failures.values(), key=lambda g: (-g.count, g.first))],
+        "failures": [group_data(g) for g in sorted(summary.failures.values(), key=lambda g: (
+            not g.outcome.left, not g.outcome.possibly, -g.count, g.first))],
         "refusals": [group_data(g) for g in sorted(summary.refusals.values(), key=lambda g: (-g.count, g.first))],
         "slow": slow_rows(summary),
         "errors": error_rows(summary),
         "timeline": timeline(summary, reader.last_ns),
+        "first_of_bins": [operation_data(summary.first_of_bins[n]) for n in summary.bins.first
+                          if n in summary.first_of_bins],
         "forgotten": dict(summary.forgotten),
     }
     data["answer"] = answer(summary, data)

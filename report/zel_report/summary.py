@@ -18,6 +18,7 @@ if TYPE_CHECKING:
 MOST_GROUPS = 500
 EXAMPLES = 2  # operations of a group that are kept with their events
 EXAMPLE_EVENTS = 200
+MOST_NUMBERS = 1000  # of a group's operations, that are kept
 
 
 class Durations:
@@ -86,6 +87,7 @@ class Group:
     last: int = 0
     first_number: int = 0
     last_number: int = 0
+    numbers: list[int] = field(default_factory=list)
     examples: list["Finished"] = field(default_factory=list)
     meaning: kn.Refusal | None = None
 
@@ -94,8 +96,9 @@ class Group:
             self.first, self.first_number = finished.begin, finished.number
         self.count += 1
         self.last, self.last_number = finished.begin, finished.number
+        if len(self.numbers) < MOST_NUMBERS:
+            self.numbers.append(finished.number)
         if len(self.examples) < EXAMPLES:
-            del finished.events[EXAMPLE_EVENTS:]
             self.examples.append(finished)
 
 
@@ -128,6 +131,7 @@ class Summary:
     ticks: list[tuple[str, int, int]] = field(default_factory=list)  # process, ticks, ns: the first and the last
     errors: dict[str, Slow] = field(default_factory=dict)
     bins: TimeBins = field(default_factory=TimeBins)
+    first_of_bins: dict[int, "Finished"] = field(default_factory=dict)  # by number
     incomplete: int = 0  # operations without end
     begin: int = 0
     end: int = 0
@@ -150,7 +154,12 @@ class Summary:
         self.left.update(outcome.left)
         self.possibly.update(outcome.possibly)
         self.kept_udp += bool(outcome.kept) and kn.OPERATIONS[name].kind == "udp"
+        del finished.events[EXAMPLE_EVENTS:]
         self.bins.add("failures", finished.begin, finished.number)
+        if finished.number in self.bins.first:
+            self.first_of_bins[finished.number] = finished
+            if len(self.first_of_bins) > 2 * TimeBins.COUNT:
+                self.first_of_bins = {n: f for n, f in self.first_of_bins.items() if n in self.bins.first}
         key = (name, outcome.result, outcome.step, outcome.cause, outcome.words, tuple(outcome.failures),
                tuple(outcome.left), tuple(outcome.possibly), outcome.kept)
         self.group(self.failures, key, finished).add(finished)

@@ -6,11 +6,12 @@ import textwrap
 from collections.abc import Iterable
 from typing import TextIO
 
-from .report import Data, times_text
+from .report import Data, result_text, times_text
 
 COLOURS = {"bad": "31", "warn": "33", "head": "1", "dim": "2"}
 BARS = " ▁▂▃▄▅▆▇█"
 ASCII_BARS = " .:-=+*#"
+MOST_NUMBERS = 12  # of a group's operations, that are shown
 
 
 class Terminal:
@@ -49,7 +50,8 @@ class Terminal:
     # ---- The parts of the report
 
     def show(self, data: Data) -> None:
-        self.line(f"{', '.join(data['traces']) or 'trace'}: {data['begin']} to {data['end'][11:]} ({data['span']}), "
+        self.line(f"{', '.join(data['traces']) or 'trace'}: {data['begin']} to {data['end'][11:]} {data['time_zone']} "
+                  f"({data['span']}), "
                   f"{data['events']:,} events of {', '.join(data['processes'])}"
                   + (f" on {', '.join(data['hosts'])}" if data["hosts"] else ""), hanging="  ")
         answer = data["answer"]
@@ -95,15 +97,19 @@ class Terminal:
         numbers = f"operation #{group['first_number']}"
         if group["count"] > 1:
             numbers = f"operations #{group['first_number']} to #{group['last_number']}"
+            if group["left"] or group["possibly"]:
+                numbers = "operations " + ", ".join(f"#{n}" for n in group["numbers"][:MOST_NUMBERS])
+                numbers += ", ..." if group["count"] > MOST_NUMBERS else ""
         self.head(f"{name}: {group['title']}, {times_text(group['count'])} ({numbers})")
         times = group["first"] if group["count"] == 1 else f"first {group['first']}, last {group['last']}"
-        self.line(f"{times}; result {group['result']}", "", "  ")
+        self.line(f"{times}; result {result_text(group['result'])}", "", "  ")
         if "means" in group:
             self.line(f"\"{group['words']}\", {group['cause']}: {group['means']}; nothing was done.", "", "  ", "    ")
         else:
             self.line(f"failed at {group['step']}(): {group['cause']}: \"{group['words']}\"", "bad", "  ", "    ")
+        leaves_nothing = not group["left"] and not group["possibly"]
         for failure in group["failures"]:
-            if failure["verdict"] or len(group["failures"]) > 1:
+            if len(group["failures"]) > 1 or (failure["verdict"] and not leaves_nothing):
                 self.line(f"{failure['call']}: \"{failure['words']}\"; {failure['verdict']}", "", "  - ",
                           "    ")
         if "means" not in group:
@@ -119,8 +125,9 @@ class Terminal:
             self.line("To do: " + line, "", "  ", "    ")
         for example in group["examples"]:
             handles = ", handles " + ", ".join(dict.fromkeys(example["handles"])) if example["handles"] else ""
-            self.line(f"#{example['number']}, {example['time'][11:]}: {example['subject'] or 'id not told'}{handles}, "
-                      f"{example['process']}", "dim", "  ", "    ")
+            subject = example["subject"] or "id not recorded"
+            self.line(f"#{example['number']}, {example['time'][11:]}: {subject}{handles}, {example['process']}", "dim",
+                      "  ", "    ")
             for caller in example["caller"]:
                 self.line("before it: " + caller, "dim", "    ", "      ")
 
@@ -146,7 +153,7 @@ class Terminal:
     def show_operation(self, operation: Data) -> None:
         took = f", took {operation['duration']}" if operation["duration"] else ""
         self.line(f"Operation #{operation['number']}: {operation['title']}, {operation['time']}{took}, "
-                  f"result {operation['result']}", "head")
+                  f"result {result_text(operation['result'])}", "head")
         self.line(", ".join(t for t in (operation["subject"], operation["process"]) if t), "", "  ")
         for caller in operation["caller"]:
             self.line("before it: " + caller, "dim", "  ", "    ")
