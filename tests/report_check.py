@@ -95,7 +95,8 @@ for scenario in sorted(p.stem for p in (FOLDER / "examples/scenarios").iterdir()
 double = report_of("double-fault")
 sentence = double["answer"]["sentences"][0]
 expect("sentence", sentence.startswith("2 operations failed: 2 UDP session adds."), sentence)
-expect("what left something comes first", [len(g["failures"]) for g in double["failures"]] == [3, 1], double["failures"])
+counts = [len(g["failures"]) for g in double["failures"]]
+expect("what left something comes first", counts == [3, 1], counts)
 removed = report_of("move-removes-all")
 verdicts = [f["verdict"] for g in removed["failures"] for f in g["failures"]]
 expect("what to do", "Add the connection and all its sessions" in removed["answer"]["what_to_do"][0], removed["answer"])
