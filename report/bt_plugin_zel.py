@@ -10,6 +10,7 @@ from typing import Any
 import bt2
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True
 
 from zel_report.deliver import deliver  # noqa: E402
 from zel_report.operations import Tracker  # noqa: E402
