@@ -48,8 +48,6 @@ private:
 /// @return -1 where it cannot tell what vsnprintf() would write; part of the text is then written
 inline int quick_format(char *text, std::size_t size, const char *fmt, va_list args)
 {
-    if (fmt == nullptr)
-        return -1;
     bounded_text written(text, size);
     for (;;) {
         const char *const conversion = strchrnul(fmt, '%');

@@ -15,9 +15,11 @@ constexpr std::size_t prefix_size = 256;
 // was loaded by dlopen().
 [[gnu::tls_model("initial-exec")]] thread_local char message[message_size];
 
-/// As vsnprintf().
+/// As vsnprintf(); without a format it is an output error.
 int vformat(char *text, std::size_t size, const char *fmt, va_list args)
 {
+    if (fmt == nullptr)
+        return -1;
     va_list same_args;
     va_copy(same_args, args);
     const int length = zel::quick_format(text, size, fmt, same_args);
