@@ -56,8 +56,10 @@ measured bring_all_back()
     for (std::uint32_t session = 0; session < ZEL_CORE_TERM_UDP_SESSION_ID_MAX; ++session) {
         std::uint32_t result = 1;
         for (int tries = 0; result != 0; ++tries) {
-            if (tries == tries_at_most)
+            if (tries == tries_at_most) {
+                std::fprintf(stderr, "nothing is measured: an add fails again and again\n");
                 std::exit(1);
+            }
             found.tried_again += tries != 0;
             result = zel_core_term_udp_session_free_id_get(&request.id);
             result = result != 0 ? result : request();

@@ -133,8 +133,6 @@ class Summary:
     bins: TimeBins = field(default_factory=TimeBins)
     first_of_bins: dict[int, "Finished"] = field(default_factory=dict)  # by number
     incomplete: int = 0  # operations without end
-    begin: int = 0
-    end: int = 0
 
     def add_duration(self, name: str, ns: int, duration: int, number: int) -> None:
         durations = self.durations.get(name)
